@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Installs every Debian package the project builds, tests and runs with.
+set -euo pipefail
+here="$(cd "$(dirname "$0")" && pwd)"
+SUDO=""
+if [ "$(id -u)" != 0 ]; then SUDO=sudo; fi
+export DEBIAN_FRONTEND=noninteractive
+$SUDO apt-get update
+# shellcheck disable=SC2046
+$SUDO apt-get install -y --no-install-recommends $(grep -v '^#' "$here/debian-packages.txt")

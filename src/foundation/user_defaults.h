@@ -1,0 +1,37 @@
+#pragma once
+// The persisted user-defaults store: a JSON object in one file, written atomically (temp file,
+// fsync, rename) on every change. A corrupt or unreadable file is discarded, not fatal.
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "foundation/value.h"
+
+namespace quorvane::foundation {
+
+class UserDefaults {
+public:
+    explicit UserDefaults(std::string filePath);
+
+    // The process-wide store. Its file is $QUORVANE_DEFAULTS_FILE if set, else
+    // $XDG_CONFIG_HOME (or ~/.config)/quorvane/user-defaults.json.
+    static UserDefaults& standard();
+    // Points the process-wide store at another file (tests, the command-line host).
+    static void setStandardPath(const std::string& filePath);
+
+    std::optional<Value> get(const std::string& key) const;
+    void set(const std::string& key, const Value& value);  // persists at once
+    void remove(const std::string& key);
+    // Re-reads the file (as a new process would).
+    void reload();
+    const std::string& path() const;
+
+private:
+    void persistLocked();
+    mutable std::mutex mutex_;
+    std::string path_;
+    Value data_ = Value::object();
+};
+
+}  // namespace quorvane::foundation
