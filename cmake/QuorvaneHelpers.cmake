@@ -12,6 +12,9 @@ set(QUORVANE_WARNINGS -Wall -Wextra)
 # One library per layer; installed and exported as QuorvaneApiSDK::<alias>.
 function(quorvane_library target alias)
   cmake_parse_arguments(Q "" "" "SOURCES;PUBLIC_DEPS;PRIVATE_DEPS" ${ARGN})
+  if(NOT Q_SOURCES)
+    return()  # a layer with nothing written yet
+  endif()
   add_library(${target} ${Q_SOURCES})
   add_library(QuorvaneApiSDK::${alias} ALIAS ${target})
   set_target_properties(${target} PROPERTIES EXPORT_NAME ${alias})
