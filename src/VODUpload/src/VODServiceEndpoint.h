@@ -1,0 +1,28 @@
+#pragma once
+// Where the VOD OpenAPI lives. By default the regional host "https://vod.<region>.aliyuncs.com/";
+// a host program or a test may point every request at another base URL (a local emulator), and
+// may add a CA file so an HTTPS test endpoint is still verified.
+#include <optional>
+#include <string>
+
+namespace quorvane {
+
+class VODServiceEndpoint {
+public:
+    // The regional pattern; "%s" takes the region id.
+    static constexpr const char* kDefaultPattern = "https://vod.%s.aliyuncs.com/";
+
+    // The base URL ending in "/" that requests for `region` go to.
+    static std::string urlForRegion(const std::string& region);
+
+    // Sends every request to `baseUrl` (for example "http://127.0.0.1:8080/"); the region is then
+    // ignored. nullopt restores the regional pattern. Process-wide; any thread.
+    static void setBaseUrl(std::optional<std::string> baseUrl);
+    static std::optional<std::string> baseUrl();
+
+    // An extra CA bundle for verifying the endpoint's certificate; empty = the system store.
+    static void setCaFile(std::string caFile);
+    static std::string caFile();
+};
+
+}  // namespace quorvane
