@@ -1,0 +1,24 @@
+#pragma once
+// The device the system runs on: one struct of the platform services, replaceable as a whole.
+// The default is a fresh headless device (headless/headless_platform.h); tests install their own.
+#include <memory>
+
+#include "platform/device_info.h"
+#include "platform/pasteboard.h"
+#include "platform/system_sound.h"
+#include "platform/url_opener.h"
+
+namespace quorvane::platform {
+
+struct Platform {
+    std::shared_ptr<DeviceInfo> device;
+    std::shared_ptr<Pasteboard> pasteboard;
+    std::shared_ptr<UrlOpener> urlOpener;
+    std::shared_ptr<SystemSound> systemSound;
+
+    // A copy of the installed services; safe from any thread.
+    static Platform current();
+    static void setCurrent(Platform platform);
+};
+
+}  // namespace quorvane::platform
