@@ -1,0 +1,40 @@
+#include "VODUpload/src/VODUploadClient.h"
+
+#include <cstdlib>
+
+#include "VODUpload/src/VODObjectCache.h"
+#include "foundation/temp_files.h"
+
+namespace quorvane {
+namespace {
+
+// The user's cache directory: $XDG_CACHE_HOME, else ~/.cache, else the temporary directory.
+std::string userCachesDirectory() {
+    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg) return xdg;
+    if (const char* home = std::getenv("HOME"); home && *home) return std::string(home) + "/.cache";
+    return foundation::temporaryDirectory();
+}
+
+}  // namespace
+
+VODUploadClient::VODUploadClient()
+    : ossConfig_(std::make_shared<OSSConfig>()), recordDirectoryPath_(userCachesDirectory()) {
+    conf_.maxRetryCount = 2;
+    conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
+}
+
+void VODUploadClient::transitionTo(VODClientState next) {
+    state_ = next;
+}
+
+void VODUploadClient::setTimeoutIntervalForRequest(double seconds) {
+    timeoutIntervalForRequest_ = seconds;
+    conf_.timeoutIntervalForRequest = seconds;  // object-storage clients made from now on
+}
+
+void VODUploadClient::setRecordUploadProgress(bool on) {
+    recordUploadProgress_ = on;
+    VODObjectCache::sharedCache().setEnabled(on);
+}
+
+}  // namespace quorvane

@@ -1,0 +1,155 @@
+#pragma once
+// The upload engine: a queue of local files uploaded one at a time into object storage as resumable
+// multipart uploads, with credentials from the caller or from the video service.
+//
+// Member definitions are split by concern:
+//   VODUploadClient.cpp          construction and properties
+//   VODUploadClientAuth.cpp      set-up, upload auth and address, credential provider, recovery
+//   VODUploadClientContinue.cpp  continuing an upload once new credentials arrived
+// The queue, upload and create-upload steps add their own files beside these.
+//
+// The engine has no locks: public operations run on the caller's thread, upload completions on the
+// object-storage client's worker threads.
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "VODUpload/src/VODInnerFileInfo.h"
+#include "VODUpload/src/VODUploadListener.h"
+#include "VODUpload/src/VODUploadModel.h"
+#include "oss/credential_provider.h"
+#include "oss/oss_client.h"
+
+namespace quorvane {
+
+class AVCVEventManager;
+
+class VODUploadClient : public std::enable_shared_from_this<VODUploadClient> {
+public:
+    // Always held by std::shared_ptr (callbacks hold the client weakly).
+    VODUploadClient();
+    static std::shared_ptr<VODUploadClient> create() { return std::make_shared<VODUploadClient>(); }
+    VODUploadClient(const VODUploadClient&) = delete;
+    VODUploadClient& operator=(const VODUploadClient&) = delete;
+
+    // --- Set-up (configures this already constructed client) ---
+    bool init(std::shared_ptr<VODUploadListener> listener);
+    // A plain key pair; refused unless both are non-empty.
+    bool init(const std::string& accessKeyId, const std::string& accessKeySecret,
+              std::shared_ptr<VODUploadListener> listener);
+    // Temporary STS credentials; refused unless all four are non-empty.
+    bool init(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& secretToken,
+              const std::string& expireTime, std::shared_ptr<VODUploadListener> listener);
+    bool setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+                  std::shared_ptr<VODUploadListener> listener);
+    bool setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& secretToken,
+                  const std::string& expireTime, std::shared_ptr<VODUploadListener> listener);
+
+    // --- Upload auth and address issued by the video service ---
+    // Parses the auth into ossConfig and, if that worked, the address into the file.
+    bool setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo, const std::string& uploadAuth,
+                                 const std::string& uploadAddress);
+    // Stores the auth's credentials into `config` and a non-empty "Region" into region.
+    bool parseUploadAuth(const std::string& uploadAuth, OSSConfig& config);
+    // Fills the file's endpoint, bucket and object; the object key of an interrupted earlier
+    // attempt (from the resume cache of the current file) wins over the one the service gave.
+    bool parseUploadAddress(const std::string& uploadAddress, const std::shared_ptr<UploadFileInfo>& uploadInfo);
+
+    // --- Recovery after the credentials expired (only while Paused) ---
+    bool resumeWithAuth(const std::string& uploadAuth);
+    bool resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
+                         const std::string& secretToken, const std::string& expireTime);
+
+    // The provider for a new object-storage client: openApiConfig before ossConfig; STS credentials
+    // are read from the record at every token fetch; nullptr without a usable key pair.
+    std::shared_ptr<oss::OSSCredentialProvider> getCredentialProvider();
+
+    // --- Properties ---
+    VODClientState state() const { return state_; }
+    std::int32_t maxRetryCount() const { return maxRetryCount_; }
+    void setMaxRetryCount(std::int32_t v) { maxRetryCount_ = v; }
+    double timeoutIntervalForRequest() const { return timeoutIntervalForRequest_; }
+    void setTimeoutIntervalForRequest(double seconds);
+    const std::string& recordDirectoryPath() const { return recordDirectoryPath_; }
+    void setRecordDirectoryPath(std::string path) { recordDirectoryPath_ = std::move(path); }
+    bool recordUploadProgress() const { return recordUploadProgress_; }
+    void setRecordUploadProgress(bool on);
+    std::int32_t uploadPartSize() const { return uploadPartSize_; }
+    void setUploadPartSize(std::int32_t bytes) { uploadPartSize_ = bytes; }
+    const std::string& region() const { return region_; }
+    void setRegion(std::string region) { region_ = std::move(region); }
+    const std::optional<std::string>& appId() const { return appId_; }
+    void setAppId(std::optional<std::string> v) { appId_ = std::move(v); }
+    const std::optional<std::string>& workflowId() const { return workflowId_; }
+    void setWorkflowId(std::optional<std::string> v) { workflowId_ = std::move(v); }
+    bool reportEnabled() const { return reportEnabled_; }
+    void setReportEnabled(bool on);
+    bool transcode() const { return transcode_; }
+    void setTranscode(bool on) { transcode_ = on; }
+    std::int32_t retryNotify() const { return retryNotify_; }
+    void setRetryNotify(std::int32_t v) { retryNotify_ = v; }
+    const std::optional<std::string>& requestId() const { return requestId_; }
+    void setRequestId(std::optional<std::string> v) { requestId_ = std::move(v); }
+
+    void setLogStore(const std::string& logStore);
+    void setVideoId(std::optional<std::string> videoId) { curVideoId_ = std::move(videoId); }
+    void setListener(std::shared_ptr<VODUploadListener> listener) { callback_ = std::move(listener); }
+    // The live queue, not a copy.
+    std::vector<std::shared_ptr<UploadFileInfo>>& listFiles() { return uploadList_; }
+
+    // Read access for callers that show or log the engine's state.
+    const oss::OSSClientConfiguration& conf() const { return conf_; }
+    std::shared_ptr<OSSConfig> ossConfig() const { return ossConfig_; }
+    std::shared_ptr<OSSConfig> openApiConfig() const { return openApiConfig_; }
+    const std::optional<std::string>& curUploadAddress() const { return curUploadAddress_; }
+    const std::optional<std::string>& curVideoId() const { return curVideoId_; }
+    const std::optional<std::string>& curImageURL() const { return curImageURL_; }
+    std::shared_ptr<VODUploadListener> listener() const { return callback_; }
+    std::shared_ptr<AVCVEventManager> eventManager() const { return eventManager_; }
+
+    static constexpr const char* kLogSource = "VODUpload/src/VODUploadClient";
+
+private:
+    friend struct VODUploadClientTestAccess;
+
+    // The one place the client state changes.
+    void transitionTo(VODClientState next);
+    void setCredentials(std::optional<std::string> keyId, std::optional<std::string> secret,
+                        std::optional<std::string> token, std::optional<std::string> expire);
+    // After resumeWithToken took new credentials and moved to Started: go on with the interrupted
+    // multipart upload (uploadId set), or pick the first Ready file again.
+    void continueAfterNewCredentials();
+
+    // Fields in their order of declaration.
+    VODClientState state_ = VODClientState::Idle;
+    std::shared_ptr<oss::OSSClient> client_;
+    oss::OSSClientConfiguration conf_;
+    std::shared_ptr<OSSConfig> ossConfig_;
+    std::optional<std::string> uploadId_;
+    std::optional<std::string> curUploadAddress_;
+    std::vector<std::shared_ptr<UploadFileInfo>> uploadList_;
+    std::shared_ptr<UploadFileInfo> cur_;
+    std::shared_ptr<VODInnerFileInfo> curInnerFileInfo_;
+    std::shared_ptr<oss::OSSResumableUploadRequest> resumableUploadReq_;
+    std::shared_ptr<VODUploadListener> callback_;
+    std::shared_ptr<AVCVEventManager> eventManager_;
+    std::optional<std::string> curImageURL_;
+    std::optional<std::string> curVideoId_;
+    std::shared_ptr<OSSConfig> openApiConfig_;
+    bool transcode_ = true;
+    bool recordUploadProgress_ = true;
+    bool reportEnabled_ = true;
+    std::optional<std::string> requestId_;
+    std::int32_t maxRetryCount_ = 2147483647;
+    std::string recordDirectoryPath_;
+    std::int32_t uploadPartSize_ = 1048576;
+    std::string region_ = "cn-shanghai";
+    std::optional<std::string> appId_;
+    std::optional<std::string> workflowId_;
+    std::int32_t retryNotify_ = 0;
+    double timeoutIntervalForRequest_ = 30.0;
+};
+
+}  // namespace quorvane

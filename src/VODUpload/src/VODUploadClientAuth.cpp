@@ -1,0 +1,162 @@
+// Credentials: set-up, the upload auth and address texts, the credential provider and the
+// recovery after an expiry.
+#include "VODUpload/src/VODLog.h"
+#include "VODUpload/src/VODObjectCache.h"
+#include "VODUpload/src/VODUploadAuthParser.h"
+#include "VODUpload/src/VODUploadClient.h"
+
+namespace quorvane {
+namespace {
+
+bool allNonEmpty(std::initializer_list<const std::string*> values) {
+    for (const auto* v : values)
+        if (v->empty()) return false;
+    return true;
+}
+
+bool nonEmpty(const std::optional<std::string>& v) { return v && !v->empty(); }
+
+}  // namespace
+
+void VODUploadClient::setCredentials(std::optional<std::string> keyId, std::optional<std::string> secret,
+                                     std::optional<std::string> token, std::optional<std::string> expire) {
+    ossConfig_->accessKeyId = std::move(keyId);
+    ossConfig_->accessKeySecret = std::move(secret);
+    ossConfig_->secretToken = std::move(token);
+    ossConfig_->expireTime = std::move(expire);
+}
+
+bool VODUploadClient::init(std::shared_ptr<VODUploadListener> listener) {
+    callback_ = std::move(listener);
+    return true;
+}
+
+bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
+                           std::shared_ptr<VODUploadListener> listener) {
+    if (!allNonEmpty({&accessKeyId, &accessKeySecret})) return false;
+    setCredentials(accessKeyId, accessKeySecret, std::nullopt, std::nullopt);
+    callback_ = std::move(listener);
+    return true;
+}
+
+bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
+                           const std::string& secretToken, const std::string& expireTime,
+                           std::shared_ptr<VODUploadListener> listener) {
+    if (!allNonEmpty({&accessKeyId, &accessKeySecret, &secretToken, &expireTime})) return false;
+    setCredentials(accessKeyId, accessKeySecret, secretToken, expireTime);
+    callback_ = std::move(listener);
+    return true;
+}
+
+bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+                               std::shared_ptr<VODUploadListener> listener) {
+    return init(accessKeyId, accessKeySecret, std::move(listener));
+}
+
+bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+                               const std::string& secretToken, const std::string& expireTime,
+                               std::shared_ptr<VODUploadListener> listener) {
+    return init(accessKeyId, accessKeySecret, secretToken, expireTime, std::move(listener));
+}
+
+bool VODUploadClient::setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo,
+                                              const std::string& uploadAuth, const std::string& uploadAddress) {
+    if (!uploadInfo || uploadAuth.empty()) return false;
+    if (!parseUploadAuth(uploadAuth, *ossConfig_)) return false;
+    return parseUploadAddress(uploadAddress, uploadInfo);
+}
+
+bool VODUploadClient::parseUploadAuth(const std::string& uploadAuth, OSSConfig& config) {
+    auto parsed = parseUploadAuthText(uploadAuth);
+    if (!parsed) {
+        vodLogDebug(kLogSource, parsed.error);
+        return false;
+    }
+    const UploadAuth& auth = *parsed.value;
+    config.accessKeyId = auth.accessKeyId;
+    config.accessKeySecret = auth.accessKeySecret;
+    config.secretToken = auth.securityToken;
+    config.expireTime = auth.expireTime();
+    if (nonEmpty(auth.region)) region_ = *auth.region;
+    return true;
+}
+
+bool VODUploadClient::parseUploadAddress(const std::string& uploadAddress,
+                                         const std::shared_ptr<UploadFileInfo>& uploadInfo) {
+    auto parsed = parseUploadAddressText(uploadAddress);
+    if (!parsed) {
+        vodLogDebug(kLogSource, parsed.error);
+        return false;
+    }
+    const UploadAddress& address = *parsed.value;
+    if (uploadInfo) {
+        uploadInfo->endpoint = address.endpoint;
+        uploadInfo->bucket = address.bucket;
+    }
+    // The resume cache speaks for the current file: an interrupted attempt that already got a video
+    // id continues into the object it began.
+    auto& cache = VODObjectCache::sharedCache();
+    std::string curPath = cur_ ? cur_->filePath : std::string();
+    auto entry = cache.getObjectWithPath(curPath);
+    if (entry) {
+        if (entry->object.empty() || entry->videoId.empty()) entry->object = address.fileName.value_or("");
+        cache.saveObject(entry, curPath);
+    }
+    if (uploadInfo) {
+        if (entry && !entry->object.empty())
+            uploadInfo->object = entry->object;
+        else
+            uploadInfo->object = address.fileName;
+    }
+    curUploadAddress_ = uploadAddress;
+    return true;
+}
+
+std::shared_ptr<oss::OSSCredentialProvider> VODUploadClient::getCredentialProvider() {
+    std::shared_ptr<OSSConfig> config = openApiConfig_ ? openApiConfig_ : ossConfig_;
+    if (!config) return nullptr;
+    if (!nonEmpty(config->accessKeyId) || !nonEmpty(config->accessKeySecret)) return nullptr;
+    if (nonEmpty(config->secretToken)) {
+        // Read at every token fetch, so credentials stored by resumeWithToken reach a running client.
+        std::weak_ptr<OSSConfig> weakConfig = config;
+        return std::make_shared<oss::OSSFederationCredentialProvider>(
+            [weakConfig]() -> std::shared_ptr<oss::OSSFederationToken> {
+                auto record = weakConfig.lock();
+                if (!record) return nullptr;
+                auto token = std::make_shared<oss::OSSFederationToken>();
+                token->tAccessKey = record->accessKeyId.value_or("");
+                token->tSecretKey = record->accessKeySecret.value_or("");
+                token->tToken = record->secretToken.value_or("");
+                token->expirationTimeInGMTFormat = record->expireTime;
+                return token;
+            });
+    }
+    return std::make_shared<oss::OSSPlainTextAKSKPairCredentialProvider>(*config->accessKeyId,
+                                                                          *config->accessKeySecret);
+}
+
+bool VODUploadClient::resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
+                                      const std::string& secretToken, const std::string& expireTime) {
+    vodLogDebug(kLogSource, "resume upload with new token.");
+    if (state_ != VODClientState::Paused) return false;
+    if (!allNonEmpty({&accessKeyId, &accessKeySecret, &secretToken, &expireTime})) return false;
+    setCredentials(accessKeyId, accessKeySecret, secretToken, expireTime);
+    transitionTo(VODClientState::Started);
+    continueAfterNewCredentials();
+    return true;
+}
+
+bool VODUploadClient::resumeWithAuth(const std::string& uploadAuth) {
+    if (uploadAuth.empty()) return false;
+    auto parsed = parseUploadAuthText(uploadAuth);
+    if (!parsed) {
+        // Text that is not base64 reaches the JSON reader as no data: the same format error.
+        vodLogDebug(kLogSource, kUploadAuthNotJson);
+        return false;
+    }
+    const UploadAuth& auth = *parsed.value;
+    return resumeWithToken(auth.accessKeyId.value_or(""), auth.accessKeySecret.value_or(""),
+                           auth.securityToken.value_or(""), auth.expireTime().value_or(""));
+}
+
+}  // namespace quorvane

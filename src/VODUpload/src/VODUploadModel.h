@@ -1,0 +1,62 @@
+#pragma once
+// Plain records the upload engine and its callers exchange.
+#include <memory>
+#include <optional>
+#include <string>
+
+namespace quorvane {
+
+class VodInfo;
+
+// The engine version, also sent as "av" with every telemetry event.
+extern const char* const VODUploadSDKVersion;
+
+// A public type with nothing in it; kept so host code that names it still builds.
+class VODUploadModel {};
+
+// Credentials the OSS client signs with. Temporary STS credentials carry a token and an expiry.
+struct OSSConfig {
+    std::optional<std::string> accessKeyId;
+    std::optional<std::string> accessKeySecret;
+    std::optional<std::string> secretToken;
+    std::optional<std::string> expireTime;
+};
+
+// State of one queue entry. Held is never assigned but keeps the numbering fixed.
+enum class UploadFileState : int {
+    Ready = 0,
+    Uploading = 1,
+    Canceled = 2,
+    Held = 3,
+    Success = 4,
+    Failure = 5,
+};
+
+// State of the client. 3 and 6 are never assigned.
+enum class VODClientState : int {
+    Idle = 0,
+    Started = 1,
+    Paused = 2,
+    Stopped = 4,
+    Finished = 5,
+};
+
+// One entry of the client's queue; shared because listFiles hands out the live entries.
+struct UploadFileInfo {
+    std::string filePath;
+    std::optional<std::string> endpoint;
+    std::optional<std::string> bucket;
+    std::optional<std::string> object;
+    UploadFileState state = UploadFileState::Ready;
+    std::shared_ptr<VodInfo> vodInfo;
+};
+
+// What the finish event carries.
+struct VodUploadResult {
+    std::optional<std::string> videoId;
+    std::optional<std::string> imageUrl;
+    std::optional<std::string> bucket;
+    std::optional<std::string> endpoint;
+};
+
+}  // namespace quorvane
