@@ -48,6 +48,8 @@ struct FormPart {
     std::string value;                      // a plain field's value, or the file's bytes
     std::optional<std::string> fileName;    // set for a file part
     std::optional<std::string> contentType; // set for a file part
+    // When set, the part's bytes stream from here (a large file) and `value` is ignored.
+    std::shared_ptr<BodySource> source;
 };
 
 struct HttpRequest {

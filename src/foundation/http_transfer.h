@@ -1,0 +1,77 @@
+#pragma once
+// One request in flight: its curl easy handle, the buffers curl writes into, and the hand-off of
+// progress and the completion to the worker pool. Internal to the HTTP client.
+#include <asio/strand.hpp>
+#include <asio/thread_pool.hpp>
+
+#include <atomic>
+#include <deque>
+#include <memory>
+#include <optional>
+
+#include "foundation/curl_handles.h"
+#include "foundation/http_client.h"
+
+namespace quorvane::foundation::detail {
+
+class Transfer;
+
+// What a curl read callback reads from, and the transfer to flag when the read fails.
+struct BodyReader {
+    Transfer* transfer;
+    BodySource* source;
+};
+
+using Strand = asio::strand<asio::thread_pool::executor_type>;
+
+class Transfer : public std::enable_shared_from_this<Transfer> {
+public:
+    Transfer(HttpRequest request, HttpCompletion completion, Strand strand, const void* owner);
+
+    // Builds the easy handle. Returns the error that stops the request before it is sent.
+    std::optional<Error> prepare();
+    CURL* easy() const { return easy_.get(); }
+
+    // Turns curl's verdict into the outcome and posts the completion (curl thread, once).
+    void finish(CURLcode code);
+    void finishWith(Error error);
+
+    // The caller asked to stop; the curl thread removes the handle.
+    std::atomic<bool> cancelled{false};
+
+    // curl callbacks.
+    void appendHeaderLine(std::string_view line);
+    void appendBody(const char* data, std::size_t size) { response_.body.append(data, size); }
+    void noteUploadProgress(std::uint64_t sent, std::uint64_t curlTotal);
+    bool bodyFailed = false;
+    char errorBuffer[CURL_ERROR_SIZE] = {};
+
+private:
+    std::optional<Error> setRequestHeaders();
+    std::optional<Error> setMethodAndBody();
+    std::optional<Error> setForm();
+    BodyReader* reader(BodySource* source);
+    void deliverProgress();
+    void complete(std::optional<Error> error);
+    void post(std::function<void()> work);
+
+    HttpRequest request_;
+    HttpCompletion completion_;
+    Strand strand_;
+    const void* owner_;
+    HttpResponse response_;
+    std::deque<BodyReader> readers_;
+    std::atomic<std::uint64_t> progressSent_{0};
+    std::atomic<std::uint64_t> progressTotal_{0};
+    std::atomic<bool> progressPending_{false};
+    std::uint64_t progressPosted_ = 0;     // curl thread
+    std::uint64_t progressDelivered_ = 0;  // strand
+    curl::Slist headers_;
+    curl::Mime mime_;
+    curl::Easy easy_;  // last: cleaned up before the lists and mime it points at
+};
+
+// The client whose worker is running on this thread (null elsewhere).
+const void* currentWorkerOwner();
+
+}  // namespace quorvane::foundation::detail

@@ -1,0 +1,136 @@
+#include "foundation/temp_files.h"
+
+#include <fcntl.h>
+#include <openssl/rand.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <random>
+#include <sstream>
+
+namespace quorvane::foundation {
+namespace {
+
+std::mutex& dirMutex() {
+    static std::mutex m;
+    return m;
+}
+std::string& overriddenDir() {
+    static std::string dir;
+    return dir;
+}
+
+std::string withSlash(std::string dir) {
+    if (dir.empty() || dir.back() != '/') dir.push_back('/');
+    return dir;
+}
+
+std::string defaultDir() {
+    const char* base = std::getenv("QUORVANE_TMPDIR");
+    if (!base || !*base) base = std::getenv("TMPDIR");
+    if (!base || !*base) base = "/tmp";
+    std::string dir = base;
+    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
+    return dir + "/quorvane-" + std::to_string(::getuid()) + "/";
+}
+
+// 16 random bytes as an upper-case UUID; falls back to std::random_device if OpenSSL cannot.
+std::string randomUuid() {
+    unsigned char b[16];
+    if (RAND_bytes(b, sizeof b) != 1) {
+        std::random_device rd;
+        for (auto& c : b) c = static_cast<unsigned char>(rd());
+    }
+    b[6] = (b[6] & 0x0f) | 0x40;
+    b[8] = (b[8] & 0x3f) | 0x80;
+    char out[37];
+    std::snprintf(out, sizeof out, "%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X", b[0], b[1],
+                  b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
+    return out;
+}
+
+bool writeAll(int fd, std::string_view bytes) {
+    while (!bytes.empty()) {
+        ssize_t n = ::write(fd, bytes.data(), bytes.size());
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) return false;
+        bytes.remove_prefix(static_cast<std::size_t>(n));
+    }
+    return true;
+}
+
+void syncDirectoryOf(const std::string& path) {
+    std::string dir = std::filesystem::path(path).parent_path().string();
+    int fd = ::open(dir.empty() ? "." : dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd < 0) return;
+    ::fsync(fd);
+    ::close(fd);
+}
+
+}  // namespace
+
+std::string temporaryDirectory() {
+    std::string dir;
+    {
+        std::lock_guard lock(dirMutex());
+        dir = overriddenDir().empty() ? defaultDir() : overriddenDir();
+    }
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);  // like the platform's, it always exists
+    return dir;
+}
+
+void setTemporaryDirectory(const std::string& dir) {
+    std::lock_guard lock(dirMutex());
+    overriddenDir() = dir.empty() ? std::string() : withSlash(dir);
+}
+
+std::string globallyUniqueString() {
+    static std::atomic<std::uint64_t> counter{0};
+    char tail[40];
+    std::snprintf(tail, sizeof tail, "-%ld-%016llX", static_cast<long>(::getpid()),
+                  static_cast<unsigned long long>(++counter));
+    return randomUuid() + tail;
+}
+
+bool writeFileAtomically(const std::string& path, std::string_view bytes) {
+    const std::string temp = path + ".tmp-" + globallyUniqueString();
+    int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    if (fd < 0) return false;
+    bool ok = writeAll(fd, bytes) && ::fsync(fd) == 0;
+    ok = (::close(fd) == 0) && ok;
+    if (ok) ok = ::rename(temp.c_str(), path.c_str()) == 0;
+    if (!ok) {
+        ::unlink(temp.c_str());
+        return false;
+    }
+    syncDirectoryOf(path);
+    return true;
+}
+
+std::optional<std::string> readFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream out;
+    out << in.rdbuf();
+    if (in.bad()) return std::nullopt;
+    return out.str();
+}
+
+ScopedTempDir::ScopedTempDir() : path_(temporaryDirectory() + "scoped-" + globallyUniqueString()) {
+    std::error_code ec;
+    std::filesystem::create_directories(path_, ec);
+}
+
+ScopedTempDir::~ScopedTempDir() {
+    std::error_code ec;
+    std::filesystem::remove_all(path_, ec);
+}
+
+}  // namespace quorvane::foundation

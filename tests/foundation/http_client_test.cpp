@@ -1,0 +1,338 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <fstream>
+#include <mutex>
+
+#include "foundation/http_client.h"
+#include "foundation/temp_files.h"
+#include "http_test_server.h"
+
+using namespace quorvane;
+using namespace quorvane::foundation;
+using quorvane::test::PatternBody;
+using quorvane::test::RawHeaderServer;
+using quorvane::test::TestServer;
+
+namespace {
+
+constexpr auto kWait = std::chrono::seconds(30);
+
+std::string patternBytes(std::size_t size, std::size_t from = 0) {
+    std::string s(size, '\0');
+    for (std::size_t i = 0; i < size; ++i) s[i] = static_cast<char>((from + i) % 251);
+    return s;
+}
+
+// Releases a blocked server handler when the test leaves, even after a failed assertion.
+struct Gate {
+    std::promise<void> open;
+    std::shared_future<void> opened = open.get_future().share();
+    ~Gate() { release(); }
+    void release() {
+        try {
+            open.set_value();
+        } catch (const std::future_error&) {
+        }
+    }
+    void wait() const { opened.wait_for(kWait); }
+};
+
+}  // namespace
+
+TEST(HttpClient, SendsHeadersInGivenOrderWithRepeatsAndEmptyValues) {
+    RawHeaderServer server;
+    HttpClient client;
+    HttpRequest request;
+    request.url = server.url("/h");
+    request.headers = {{"X-Zulu", "1"}, {"X-Alpha", "2"}, {"X-Zulu", "3"}, {"X-Empty", ""}};
+    HttpResult result = client.sendSync(request);
+    std::string block = server.headerBlock();
+    ASSERT_TRUE(result.ok()) << result.error->toString();
+    EXPECT_EQ(result.response.body, "ok");
+    auto z1 = block.find("X-Zulu: 1\r\n"), a = block.find("X-Alpha: 2\r\n"), z3 = block.find("X-Zulu: 3\r\n");
+    ASSERT_NE(z1, std::string::npos) << block;
+    ASSERT_NE(a, std::string::npos) << block;
+    ASSERT_NE(z3, std::string::npos) << block;
+    EXPECT_LT(z1, a);
+    EXPECT_LT(a, z3);
+    EXPECT_NE(block.find("X-Empty:"), std::string::npos) << block;
+}
+
+TEST(HttpClient, PutStreamsFileRangeByteExactWithContentLengthOnWorkerThread) {
+    ScopedTempDir dir;
+    const std::string path = dir.path() + "/big.bin";
+    const std::size_t fileSize = 3 * 1024 * 1024 + 17, offset = 12345, length = 2 * 1024 * 1024 + 999;
+    std::ofstream(path, std::ios::binary) << patternBytes(fileSize);
+
+    TestServer server;
+    std::string received, contentLength;
+    bool sawExpect = true;
+    server.http().Put("/obj", [&](const httplib::Request& req, httplib::Response& res) {
+        received = req.body;
+        contentLength = req.get_header_value("Content-Length");
+        sawExpect = req.has_header("Expect");
+        res.set_header("ETag", "\"abc\"");
+        res.set_content("", "text/plain");
+    });
+    server.start();
+
+    Error error;
+    HttpRequest request;
+    request.method = "PUT";
+    request.url = server.url("/obj");
+    request.body = makeFileBody(path, offset, length, &error);
+    ASSERT_TRUE(request.body) << error.toString();
+    std::atomic<std::uint64_t> lastSent{0}, lastTotal{0};
+    request.onUploadProgress = [&](std::uint64_t sent, std::uint64_t total) {
+        lastSent = sent;
+        lastTotal = total;
+    };
+    std::promise<std::pair<HttpResult, std::thread::id>> done;
+    HttpClient client;
+    client.send(request, [&](HttpResult r) { done.set_value({std::move(r), std::this_thread::get_id()}); });
+    auto [result, thread] = done.get_future().get();
+
+    ASSERT_TRUE(result.ok()) << result.error->toString();
+    EXPECT_NE(thread, std::this_thread::get_id());
+    EXPECT_EQ(result.response.status, 200);
+    EXPECT_EQ(result.response.header("etag"), "\"abc\"");
+    EXPECT_EQ(contentLength, std::to_string(length));
+    EXPECT_FALSE(sawExpect);
+    EXPECT_TRUE(received == patternBytes(length, offset)) << "body differs, size " << received.size();
+    EXPECT_EQ(lastSent, length);  // the last progress report runs before the completion
+    EXPECT_EQ(lastTotal, length);
+}
+
+TEST(HttpClient, MultipartCarriesFieldsAndFileParts) {
+    TestServer server;
+    httplib::MultipartFormDataMap files;
+    server.http().Post("/up", [&](const httplib::Request& req, httplib::Response& res) {
+        files = req.files;
+        res.set_content("{}", "application/json");
+    });
+    server.start();
+
+    const std::string big = patternBytes(700 * 1024);
+    HttpRequest request;
+    request.method = "POST";
+    request.url = server.url("/up");
+    request.form = std::vector<FormPart>{
+        {"token", "t-1", std::nullopt, std::nullopt, nullptr},
+        {"file", "\x89PNG-bytes", std::string("a.png"), std::string("image/png"), nullptr},
+        {"video", "", std::string("v.mp4"), std::string("video/mp4"), makeStringBody(big)},
+    };
+    HttpResult result = HttpClient().sendSync(request);
+    ASSERT_TRUE(result.ok()) << result.error->toString();
+    ASSERT_EQ(files.count("token"), 1u);
+    EXPECT_EQ(files.find("token")->second.content, "t-1");
+    ASSERT_EQ(files.count("file"), 1u);
+    EXPECT_EQ(files.find("file")->second.filename, "a.png");
+    EXPECT_EQ(files.find("file")->second.content_type, "image/png");
+    EXPECT_EQ(files.find("file")->second.content, "\x89PNG-bytes");
+    ASSERT_EQ(files.count("video"), 1u);
+    EXPECT_EQ(files.find("video")->second.filename, "v.mp4");
+    EXPECT_TRUE(files.find("video")->second.content == big);
+}
+
+TEST(HttpClient, ErrorStatusKeepsBodyAndHeadersWithoutTransportError) {
+    TestServer server;
+    server.http().Get("/fail", [](const httplib::Request&, httplib::Response& res) {
+        res.status = 500;
+        res.set_header("X-Reason", "boom");
+        res.set_content("<Error>InternalError</Error>", "application/xml");
+    });
+    server.start();
+    HttpRequest request;
+    request.url = server.url("/fail");
+    HttpResult result = HttpClient().sendSync(request);
+    ASSERT_TRUE(result.ok());
+    EXPECT_EQ(result.response.status, 500);
+    EXPECT_EQ(result.response.body, "<Error>InternalError</Error>");
+    EXPECT_EQ(result.response.header("x-reason"), "boom");
+}
+
+TEST(HttpClient, TransportFailuresCarryCurlCodesAndBadRequestsTheirOwn) {
+    int freePort;
+    {
+        TestServer closed;
+        closed.start();
+        freePort = std::stoi(closed.url("").substr(std::string("http://127.0.0.1:").size()));
+    }
+    HttpClient client;
+    HttpRequest refused;
+    refused.url = "http://127.0.0.1:" + std::to_string(freePort) + "/";
+    HttpResult r = client.sendSync(refused);
+    ASSERT_FALSE(r.ok());
+    EXPECT_EQ(r.error->domain, kHttpErrorDomain);
+    EXPECT_EQ(r.error->code, 7);  // CURLE_COULDNT_CONNECT
+    EXPECT_EQ(r.error->description.rfind("curl_multi_perform: ", 0), 0u) << r.error->description;
+
+    HttpRequest badUrl;
+    badUrl.url = "ftp://example.invalid/x";
+    EXPECT_EQ(client.sendSync(badUrl).error->code, kHttpErrorBadRequest);
+    badUrl.url = "not a url at all";
+    EXPECT_EQ(client.sendSync(badUrl).error->code, kHttpErrorBadRequest);
+
+    struct BrokenBody : BodySource {
+        std::uint64_t size() const override { return 10; }
+        long long read(char*, std::size_t) override { return -1; }
+        bool rewind() override { return true; }
+    };
+    TestServer server;
+    server.http().Put("/x", [](const httplib::Request&, httplib::Response& res) { res.set_content("", "text/plain"); });
+    server.start();
+    HttpRequest unreadable;
+    unreadable.method = "PUT";
+    unreadable.url = server.url("/x");
+    unreadable.body = std::make_shared<BrokenBody>();
+    EXPECT_EQ(client.sendSync(unreadable).error->code, kHttpErrorBadRequest);
+
+    Error error;
+    EXPECT_EQ(makeFileBody("/nonexistent/file", 0, 1, &error), nullptr);
+    EXPECT_EQ(error.code, kHttpErrorBadRequest);
+    ScopedTempDir dir;
+    std::ofstream(dir.path() + "/small") << "12345";
+    EXPECT_EQ(makeFileBody(dir.path() + "/small", 3, 3, &error), nullptr);
+    EXPECT_NE(makeFileBody(dir.path() + "/small", 3, 2, &error), nullptr);
+}
+
+TEST(HttpClient, TimeoutEndsAStalledRequest) {
+    TestServer server;
+    Gate gate;
+    server.http().Get("/slow", [&](const httplib::Request&, httplib::Response& res) {
+        gate.wait();
+        res.set_content("late", "text/plain");
+    });
+    server.start();
+    HttpRequest request;
+    request.url = server.url("/slow");
+    request.timeoutSeconds = 1;
+    HttpResult r = HttpClient().sendSync(request);
+    gate.release();
+    ASSERT_FALSE(r.ok());
+    EXPECT_EQ(r.error->code, 28);  // CURLE_OPERATION_TIMEDOUT
+}
+
+TEST(HttpClient, CancelMidUploadCompletesExactlyOnceAsCancelled) {
+    TestServer server;
+    Gate gate;
+    server.http().Put("/slow", [&](const httplib::Request&, httplib::Response&, const httplib::ContentReader&) {
+        gate.wait();  // reads nothing: the client's send stalls once the socket buffers fill
+    });
+    server.start();
+
+    std::atomic<int> completions{0};
+    std::optional<Error> error;
+    std::promise<void> progressed;
+    std::atomic<bool> once{false};
+    {
+        HttpClient client;
+        HttpRequest request;
+        request.method = "PUT";
+        request.url = server.url("/slow");
+        request.body = std::make_shared<PatternBody>(1ull << 30);
+        request.onUploadProgress = [&](std::uint64_t sent, std::uint64_t) {
+            if (sent > 0 && !once.exchange(true)) progressed.set_value();
+        };
+        auto task = client.send(request, [&](HttpResult r) {
+            error = r.error;
+            ++completions;
+        });
+        ASSERT_EQ(progressed.get_future().wait_for(kWait), std::future_status::ready);
+        task->cancel();
+        task->cancel();
+        EXPECT_TRUE(task->isCancelled());
+        gate.release();
+    }  // the destructor waits for completions
+    EXPECT_EQ(completions, 1);
+    ASSERT_TRUE(error);
+    EXPECT_EQ(error->code, kHttpErrorCancelled);
+}
+
+TEST(HttpClient, DestructionCancelsInFlightAndCancelAfterFinishIsQuiet) {
+    TestServer server;
+    Gate gate;
+    server.http().Get("/hang", [&](const httplib::Request&, httplib::Response&) { gate.wait(); });
+    server.http().Get("/fast", [](const httplib::Request&, httplib::Response& res) { res.set_content("x", "text/plain"); });
+    server.start();
+
+    std::atomic<int> hung{0}, fast{0};
+    std::optional<Error> hungError;
+    std::shared_ptr<HttpTask> fastTask;
+    {
+        HttpClient client;
+        HttpRequest r;
+        r.url = server.url("/hang");
+        client.send(r, [&](HttpResult res) {
+            hungError = res.error;
+            ++hung;
+        });
+        r.url = server.url("/fast");
+        std::promise<void> fastDone;
+        fastTask = client.send(r, [&](HttpResult) {
+            ++fast;
+            fastDone.set_value();
+        });
+        fastDone.get_future().wait_for(kWait);
+        fastTask->cancel();
+    }
+    gate.release();
+    fastTask->cancel();  // the client is gone: still harmless
+    EXPECT_EQ(fast, 1);
+    EXPECT_EQ(hung, 1);
+    ASSERT_TRUE(hungError);
+    EXPECT_EQ(hungError->code, kHttpErrorCancelled);
+}
+
+TEST(HttpClient, ReusesOneConnectionForSequentialRequests) {
+    TestServer server;
+    std::mutex mutex;
+    std::vector<int> clientPorts;
+    server.http().Post("/n", [&](const httplib::Request& req, httplib::Response& res) {
+        std::lock_guard lock(mutex);
+        clientPorts.push_back(req.remote_port);
+        res.set_content("ok", "text/plain");
+    });
+    server.start();
+    HttpClient client;
+    for (int i = 0; i < 3; ++i) {
+        HttpRequest r;
+        r.method = "POST";
+        r.url = server.url("/n");
+        r.body = makeStringBody("payload " + std::to_string(i));
+        ASSERT_TRUE(client.sendSync(r).ok());
+    }
+    ASSERT_EQ(clientPorts.size(), 3u);
+    EXPECT_EQ(clientPorts[0], clientPorts[1]);
+    EXPECT_EQ(clientPorts[1], clientPorts[2]);
+}
+
+TEST(HttpClient, BlockedCompletionDoesNotStallOtherTransfers) {
+    TestServer server;
+    server.http().Get("/a", [](const httplib::Request&, httplib::Response& res) { res.set_content("a", "text/plain"); });
+    server.start();
+    HttpClient client(HttpClientOptions{2, 8});
+    std::promise<void> secondDone;
+    std::atomic<bool> firstSawSecond{false};
+    std::promise<void> firstDone;
+    HttpRequest r;
+    r.url = server.url("/a");
+    client.send(r, [&](HttpResult) {
+        // Sent only after this one blocks: it can only finish if transfers go on meanwhile.
+        client.send(r, [&](HttpResult res) {
+            if (res.ok()) secondDone.set_value();
+        });
+        firstSawSecond = secondDone.get_future().wait_for(kWait) == std::future_status::ready;
+        firstDone.set_value();
+    });
+    firstDone.get_future().wait();
+    EXPECT_TRUE(firstSawSecond);
+}
+
+TEST(UrlEncoding, KeepsUnreservedAndRoundTrips) {
+    EXPECT_EQ(urlEncode("a b&c=d/é~-._"), "a%20b%26c%3Dd%2F%C3%A9~-._");
+    EXPECT_EQ(urlDecode("a%20b%26c%3Dd%2F%C3%A9~-._"), "a b&c=d/é~-._");
+    EXPECT_EQ(urlDecode("100%"), std::nullopt);
+    EXPECT_EQ(urlDecode("%zz"), std::nullopt);
+}
