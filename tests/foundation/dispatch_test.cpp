@@ -1,0 +1,114 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+#include "foundation/dispatch.h"
+
+using namespace quorvane::foundation;
+
+namespace {
+constexpr auto kWait = std::chrono::seconds(30);
+}
+
+TEST(Dispatch, MainTasksRunOnTheThreadRunningTheLoop) {
+    std::atomic<int> ran{0};
+    std::atomic<bool> allOnMain{true};
+    std::vector<int> order;
+    for (int i = 0; i < 20; ++i)
+        dispatch::global().async([&, i] {
+            // Each hop keeps its own order on the main queue.
+            dispatch::main().async([&, i] {
+                if (!isMainThread()) allOnMain = false;
+                order.push_back(i);
+                ++ran;
+            });
+        });
+    ASSERT_TRUE(MainLoop::instance().runUntil([&] { return ran == 20; }, kWait));
+    EXPECT_TRUE(allOnMain);
+    EXPECT_TRUE(isMainThread());
+    std::atomic<bool> poolIsMain{true};
+    Semaphore done;
+    dispatch::global().async([&] {
+        poolIsMain = isMainThread();
+        done.signal();
+    });
+    ASSERT_TRUE(done.waitFor(kWait));
+    EXPECT_FALSE(poolIsMain);
+}
+
+TEST(Dispatch, RunUntilReturnsFalseWhenTheConditionNeverHolds) {
+    EXPECT_FALSE(MainLoop::instance().runUntil([] { return false; }, std::chrono::milliseconds(30)));
+    // And the loop still serves work afterwards.
+    bool ran = false;
+    dispatch::main().async([&] { ran = true; });
+    EXPECT_TRUE(MainLoop::instance().runUntil([&] { return ran; }, kWait));
+}
+
+TEST(Queue, SerialKeepsOrderAndNeverOverlapsEvenWhenDestroyedEarly) {
+    constexpr int kTasks = 2000;
+    std::vector<int> seen;
+    std::atomic<int> inside{0};
+    std::atomic<bool> overlapped{false};
+    Semaphore finished;
+    {
+        SerialQueue queue("com.brenlow.platform");
+        EXPECT_EQ(queue.label(), "com.brenlow.platform");
+        for (int i = 0; i < kTasks; ++i)
+            queue.async([&, i] {
+                if (inside.fetch_add(1) != 0) overlapped = true;
+                seen.push_back(i);
+                inside.fetch_sub(1);
+                if (i == kTasks - 1) finished.signal();
+            });
+    }  // gone while tasks are still queued
+    ASSERT_TRUE(finished.waitFor(kWait));
+    EXPECT_FALSE(overlapped);
+    ASSERT_EQ(seen.size(), static_cast<std::size_t>(kTasks));
+    for (int i = 0; i < kTasks; ++i) ASSERT_EQ(seen[i], i);
+}
+
+TEST(Queue, ConcurrentTasksRunSideBySideWhileOthersBlock) {
+    ConcurrentQueue queue("my.concurrent.queue");
+    Semaphore release, blocked, freeRan;
+    for (int i = 0; i < 3; ++i)
+        queue.async([&] {
+            blocked.signal();
+            release.waitFor(kWait);
+        });
+    for (int i = 0; i < 3; ++i) ASSERT_TRUE(blocked.waitFor(kWait));
+    dispatch::global().async([&] { freeRan.signal(); });
+    EXPECT_TRUE(freeRan.waitFor(kWait));  // three blocked tasks stall nothing else
+    for (int i = 0; i < 3; ++i) release.signal();
+}
+
+TEST(Queue, AfterFiresOnceOnTheGivenQueue) {
+    std::atomic<int> fired{0};
+    std::atomic<bool> onMain{false};
+    bool later = false;
+    after(0.02, dispatch::main(), [&] {
+        onMain = isMainThread();
+        ++fired;
+    });
+    after(0.2, dispatch::main(), [&] { later = true; });
+    ASSERT_TRUE(MainLoop::instance().runUntil([&] { return later; }, kWait));
+    EXPECT_EQ(fired, 1);
+    EXPECT_TRUE(onMain);
+
+    auto serial = std::make_shared<SerialQueue>("s");
+    Semaphore done;
+    after(0.01, serial, [&] { done.signal(); });
+    serial.reset();  // the pending task keeps the queue alive
+    EXPECT_TRUE(done.waitFor(kWait));
+}
+
+TEST(Semaphore, CountsSignalsAndTimesOut) {
+    Semaphore s(1);
+    EXPECT_TRUE(s.waitFor(std::chrono::milliseconds(0)));
+    EXPECT_FALSE(s.waitFor(std::chrono::milliseconds(10)));
+    std::thread t([&] { s.signal(); });
+    EXPECT_TRUE(s.waitFor(kWait));
+    t.join();
+}

@@ -1,0 +1,97 @@
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <mutex>
+#include <set>
+#include <thread>
+
+#include "foundation/log.h"
+#include "foundation/notification_center.h"
+#include "foundation/temp_files.h"
+#include "foundation/user_defaults.h"
+
+using namespace quorvane;
+using namespace quorvane::foundation;
+
+TEST(TempFiles, UniqueNamesAcrossThreads) {
+    std::mutex mutex;
+    std::set<std::string> names;
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&] {
+            for (int i = 0; i < 500; ++i) {
+                std::string s = globallyUniqueString();
+                std::lock_guard lock(mutex);
+                names.insert(s);
+            }
+        });
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(names.size(), 2000u);
+}
+
+TEST(TempFiles, DirectoryFollowsOverrideAndAtomicWriteReplacesWholeFile) {
+    ScopedTempDir scoped;
+    setTemporaryDirectory(scoped.path());
+    EXPECT_EQ(temporaryDirectory(), scoped.path() + "/");
+    setTemporaryDirectory("");
+    EXPECT_EQ(temporaryDirectory().back(), '/');
+    EXPECT_NE(temporaryDirectory().find("/quorvane-"), std::string::npos);
+
+    const std::string path = scoped.path() + "/f.json";
+    ASSERT_TRUE(writeFileAtomically(path, "first, longer content"));
+    ASSERT_TRUE(writeFileAtomically(path, "second"));
+    EXPECT_EQ(readFile(path), "second");
+    EXPECT_FALSE(writeFileAtomically(scoped.path() + "/missing-dir/f", "x"));
+    EXPECT_EQ(readFile(scoped.path() + "/missing"), std::nullopt);
+}
+
+TEST(UserDefaults, PersistsAcrossReloadAndDiscardsACorruptStore) {
+    ScopedTempDir dir;
+    const std::string path = dir.path() + "/sub/defaults.json";
+    {
+        UserDefaults d(path);
+        d.set("ALIYUN_VOD_OBJECT_CACHE2", Value::array({Value{{"k", "v"}}}));
+        d.set("gone", 1);
+        d.remove("gone");
+    }
+    UserDefaults again(path);
+    EXPECT_EQ(again.get("ALIYUN_VOD_OBJECT_CACHE2"), Value::array({Value{{"k", "v"}}}));
+    EXPECT_EQ(again.get("gone"), std::nullopt);
+
+    std::ofstream(path, std::ios::trunc) << "{not json";
+    LogCapture log;
+    again.reload();
+    EXPECT_EQ(again.get("ALIYUN_VOD_OBJECT_CACHE2"), std::nullopt);
+    EXPECT_TRUE(log.contains("UserDefaults: discarding unreadable store"));
+    again.set("fresh", "yes");  // the store is usable again and rewrites the file
+    UserDefaults third(path);
+    EXPECT_EQ(third.get("fresh"), "yes");
+}
+
+TEST(UserDefaults, StandardStoreFollowsItsPath) {
+    ScopedTempDir dir;
+    UserDefaults::setStandardPath(dir.path() + "/std.json");
+    UserDefaults::standard().set("a", 2);
+    EXPECT_EQ(UserDefaults(dir.path() + "/std.json").get("a"), 2);
+    EXPECT_EQ(UserDefaults::standard().path(), dir.path() + "/std.json");
+}
+
+TEST(Notification, DeliversByNameAndObserversMayRemoveThemselves) {
+    NotificationCenter& center = NotificationCenter::defaultCenter();
+    int first = 0, second = 0, other = 0;
+    NotificationCenter::Token selfRemoving = 0;
+    selfRemoving = center.addObserver("kNetWorkStatusReachabilityChangedNotification", [&](const std::string&, const Value&) {
+        ++first;
+        center.removeObserver(selfRemoving);
+    });
+    auto stays = center.addObserver("kNetWorkStatusReachabilityChangedNotification",
+                                    [&](const std::string&, const Value& info) { second += info.value("n", 0); });
+    auto elsewhere = center.addObserver("other", [&](const std::string&, const Value&) { ++other; });
+    center.post("kNetWorkStatusReachabilityChangedNotification", Value{{"n", 5}});
+    center.post("kNetWorkStatusReachabilityChangedNotification", Value{{"n", 5}});
+    EXPECT_EQ(first, 1);
+    EXPECT_EQ(second, 10);
+    EXPECT_EQ(other, 0);
+    center.removeObserver(stays);
+    center.removeObserver(elsewhere);
+}
