@@ -1,0 +1,48 @@
+#pragma once
+// Request-body helpers: a body that computes the CRC-64 of the bytes as they are sent (so a file is
+// read once), and checks of a local file before it is uploaded.
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "foundation/error.h"
+#include "foundation/http_client.h"
+
+namespace quorvane::oss {
+
+// Wraps a body; the CRC and the byte count restart when the body is rewound (a retry).
+class Crc64BodySource : public foundation::BodySource {
+public:
+    explicit Crc64BodySource(std::shared_ptr<foundation::BodySource> inner);
+    std::uint64_t size() const override;
+    long long read(char* buffer, std::size_t max) override;
+    bool rewind() override;
+    std::uint64_t crc64() const { return crc_; }
+    std::uint64_t bytesRead() const { return bytesRead_; }
+private:
+    std::shared_ptr<foundation::BodySource> inner_;
+    std::uint64_t crc_ = 0;
+    std::uint64_t bytesRead_ = 0;
+};
+
+// What the upload knows of a local file.
+struct OSSLocalFile {
+    std::string path;
+    std::uint64_t size = 0;
+    std::int64_t mtimeNs = 0;
+};
+
+// "file:///a/b" -> "/a/b"; a plain path is returned as it is.
+std::string pathFromFileURL(const std::string& fileURL);
+// The file's size and modification time, or a clear error: missing, a directory, not a regular
+// file, unreadable.
+std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* error);
+// Reads a range and returns its CRC-64 (used to check parts the service holds against the file).
+std::optional<std::uint64_t> crc64OfFileRange(const std::string& path, std::uint64_t offset, std::uint64_t length);
+
+// Compares a CRC computed here with the one the service answered; an InvalidCRC error on mismatch.
+// A missing answer header is not checked.
+std::optional<Error> checkCrc(const char* what, std::uint64_t local, std::optional<std::uint64_t> remote);
+
+}  // namespace quorvane::oss

@@ -1,0 +1,44 @@
+#include "oss/oss_error.h"
+
+#include "oss/oss_xml.h"
+
+namespace quorvane::oss {
+
+Error makeClientError(OSSClientErrorCode code, const std::string& message) {
+    Value details = Value::object();
+    details["ErrorMessage"] = message;
+    return Error(kOSSClientErrorDomain, code, message, std::move(details));
+}
+
+Error makeServerError(const foundation::HttpResponse& response) {
+    Value details = xml::parseErrorDocument(response.body).value_or(Value::object());
+    if (!details.contains("RequestId")) {
+        if (auto id = response.header("x-oss-request-id")) details["RequestId"] = *id;
+    }
+    std::string description = "HTTP " + std::to_string(response.status);
+    if (auto code = foundation::stringAt(details, "Code")) description += " " + *code;
+    if (auto message = foundation::stringAt(details, "Message")) description += ": " + *message;
+    return Error(kOSSServerErrorDomain, -static_cast<long long>(response.status), description, std::move(details));
+}
+
+Error fromTransportError(const Error& transport) {
+    if (transport.domain == foundation::kHttpErrorDomain) {
+        if (transport.code == foundation::kHttpErrorCancelled)
+            return makeClientError(OSSClientErrorCodeTaskCancelled, "This task has been cancelled!");
+        if (transport.code == foundation::kHttpErrorBadRequest)
+            return makeClientError(OSSClientErrorCodeInvalidArgument, transport.description);
+    }
+    return makeClientError(OSSClientErrorCodeNetworkError, "Network error: " + transport.toString());
+}
+
+bool isCancelledError(const Error& error) {
+    return error.domain == kOSSClientErrorDomain && error.code == OSSClientErrorCodeTaskCancelled;
+}
+
+bool isRetryableError(const Error& error) {
+    if (error.domain == kOSSClientErrorDomain) return error.code == OSSClientErrorCodeNetworkError;
+    if (error.domain == kOSSServerErrorDomain) return error.code <= -500;
+    return false;
+}
+
+}  // namespace quorvane::oss
