@@ -65,7 +65,7 @@ private:
 
 // Given to the platform as the change callback: logs the status and posts the notification.
 void ReachabilityCallback(platform::ReachabilityTarget* target, platform::ReachabilityFlags flags, void* info);
-// The debug print of a flag word, e.g. "Reachability Flag Status: -R -------d comment".
+// The debug print of a flag word, e.g. "Reachability Flag Status: -R ------d comment".
 void PrintReachabilityFlags(platform::ReachabilityFlags flags, const char* comment);
 // The same text, for callers that want it without logging.
 std::string reachabilityFlagsText(platform::ReachabilityFlags flags, const char* comment);
