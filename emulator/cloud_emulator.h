@@ -138,6 +138,8 @@ struct VodUploadTicket {
 struct ProgressReport {
     std::string action;  // "ReportUploadProgress" or "GetUploadProgress"
     Value fields;        // every form field, decoded (object)
+    bool signatureValid = false;  // signed with the placeholder key over the body as sent
+    bool authInfoValid = false;   // "AuthInfo" matches the digest of the fixed key and "AuthTimestamp"
 };
 
 struct LogEvent {

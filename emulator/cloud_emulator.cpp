@@ -1,0 +1,178 @@
+// CloudEmulator: lifetime (start/stop/TLS) and the public face over the shared state.
+#include <filesystem>
+#include <fstream>
+
+#include "emulator/router.h"
+#include "emulator/tls.h"
+#include "foundation/log.h"
+
+namespace quorvane::emulator {
+
+CloudEmulator::Impl::Impl(EmulatorOptions o)
+    : options(std::move(o)), sts(options.accessKeyId, options.accessKeySecret), storage(options.storageDir) {}
+
+foundation::SystemTime CloudEmulator::Impl::now() const {
+    return std::chrono::system_clock::now() + std::chrono::seconds(skewSeconds.load());
+}
+
+std::string CloudEmulator::Impl::hostPort() const {
+    if (!options.advertisedHost.empty()) return options.advertisedHost;
+    auto host = options.host == "0.0.0.0" ? std::string("127.0.0.1") : options.host;
+    return host + ":" + std::to_string(port.load());
+}
+
+std::string CloudEmulator::Impl::endpoint() const { return (options.https ? "https://" : "http://") + hostPort(); }
+
+void CloudEmulator::Impl::clearRecords() {
+    std::lock_guard lock(mutex);
+    requests.clear();
+    videos.clear();
+    images.clear();
+    reports.clear();
+    logEvents.clear();
+    enterpriseCalls.clear();
+    hostUploads.clear();
+    ossConfigAnswer.reset();
+    ticketAnswer.reset();
+}
+
+namespace {
+
+std::unique_ptr<httplib::Server> makeServer(CloudEmulator::Impl& impl) {
+    if (!impl.options.https) return std::make_unique<httplib::Server>();
+    TlsMaterial tls;
+    std::vector<std::string> names{"127.0.0.1", "localhost", "*.localhost", "::1"};
+    if (impl.options.host != "127.0.0.1" && impl.options.host != "0.0.0.0") names.push_back(impl.options.host);
+    if (!makeTlsMaterial(names, tls)) return nullptr;
+    auto dir = impl.options.storageDir.empty()
+                   ? std::filesystem::temp_directory_path() / ("quorvane-cloud-" + randomHex(12, false))
+                   : std::filesystem::path(impl.options.storageDir) / "tls";
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    impl.caFile = (dir / "ca.pem").string();
+    std::ofstream(impl.caFile) << tls.caPem;
+    auto server = std::make_unique<httplib::SSLServer>(tls.serverCert, tls.serverKey);
+    if (!server->is_valid()) return nullptr;
+    return server;
+}
+
+}  // namespace
+
+CloudEmulator::CloudEmulator(EmulatorOptions options) : impl_(std::make_unique<Impl>(std::move(options))) {}
+
+CloudEmulator::~CloudEmulator() {
+    stop();
+    if (!impl_->caFile.empty() && impl_->options.storageDir.empty()) {
+        std::error_code ec;
+        std::filesystem::remove_all(std::filesystem::path(impl_->caFile).parent_path(), ec);
+    }
+}
+
+bool CloudEmulator::start() {
+    auto& impl = *impl_;
+    if (impl.server) return true;
+    if (!impl.storage.open()) {
+        foundation::logLine("quorvane-cloud: cannot use storage directory " + impl.options.storageDir);
+        return false;
+    }
+    if (!impl.storage.hasBucket(impl.options.bucket)) impl.storage.createBucket(impl.options.bucket);
+    auto server = makeServer(impl);
+    if (!server) {
+        foundation::logLine("quorvane-cloud: cannot set up TLS");
+        return false;
+    }
+    const int threads = std::max(4, impl.options.threads);
+    server->new_task_queue = [threads] { return new httplib::ThreadPool(static_cast<std::size_t>(threads)); };
+    server->set_read_timeout(60);
+    server->set_write_timeout(60);
+    server->set_keep_alive_max_count(100000);
+    server->set_keep_alive_timeout(30);
+    installRoutes(*server, impl);
+    int port = impl.options.port;
+    if (port == 0 ? (port = server->bind_to_any_port(impl.options.host)) <= 0
+                  : !server->bind_to_port(impl.options.host, port)) {
+        foundation::logLine("quorvane-cloud: cannot listen on " + impl.options.host + ":" + std::to_string(port));
+        return false;
+    }
+    impl.port = port;
+    impl.server = std::move(server);
+    impl.thread = std::thread([s = impl.server.get()] { s->listen_after_bind(); });
+    for (int i = 0; i < 500 && !impl.server->is_running(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    return true;
+}
+
+void CloudEmulator::stop() {
+    auto& impl = *impl_;
+    if (!impl.server) return;
+    impl.server->stop();
+    if (impl.thread.joinable()) impl.thread.join();
+    impl.server.reset();
+}
+
+bool CloudEmulator::running() const { return impl_->server != nullptr; }
+const EmulatorOptions& CloudEmulator::options() const { return impl_->options; }
+int CloudEmulator::port() const { return impl_->port; }
+std::string CloudEmulator::endpoint() const { return impl_->endpoint(); }
+std::string CloudEmulator::hostPort() const { return impl_->hostPort(); }
+std::string CloudEmulator::caFile() const { return impl_->caFile; }
+
+StsCredentials CloudEmulator::issueSts() { return issueSts(impl_->options.stsTtl); }
+StsCredentials CloudEmulator::issueSts(std::chrono::seconds ttl) { return impl_->sts.issue(impl_->now(), ttl); }
+void CloudEmulator::expireToken(const std::string& token) { impl_->sts.expire(token); }
+void CloudEmulator::expireAllTokens() { impl_->sts.expireAll(); }
+std::vector<StsCredentials> CloudEmulator::issuedCredentials() const { return impl_->sts.all(); }
+void CloudEmulator::setClockSkew(std::chrono::seconds skew) { impl_->skewSeconds = skew.count(); }
+
+VodUploadTicket CloudEmulator::createUploadTicket(const std::string& title, const std::string& fileName) {
+    return impl_->newVideoTicket(title, fileName, Value::object(), "direct");
+}
+
+void CloudEmulator::setOssConfigAnswer(std::optional<Value> answer) {
+    std::lock_guard lock(impl_->mutex);
+    impl_->ossConfigAnswer = std::move(answer);
+}
+
+void CloudEmulator::setTicketAnswer(std::optional<Value> answer) {
+    std::lock_guard lock(impl_->mutex);
+    impl_->ticketAnswer = std::move(answer);
+}
+
+void CloudEmulator::createBucket(const std::string& bucket) { impl_->storage.createBucket(bucket); }
+
+bool CloudEmulator::putObject(const std::string& bucket, const std::string& key, const std::string& bytes,
+                              const std::string& contentType) {
+    auto writer = impl_->storage.writer(bytes.size());
+    if (!writer->write(bytes.data(), bytes.size())) return false;
+    ObjectInfo info;
+    info.bucket = bucket;
+    info.key = key;
+    info.size = bytes.size();
+    info.etag = "\"" + foundation::hexUpper(writer->md5Raw()) + "\"";
+    info.crc64 = writer->crc();
+    info.contentType = contentType;
+    info.lastModified = foundation::iso8601UtcMillis(impl_->now());
+    impl_->storage.storeObject(std::move(info), *writer);
+    return true;
+}
+
+void CloudEmulator::addFault(Fault fault) { impl_->faults.add(std::move(fault)); }
+void CloudEmulator::addFaults(const std::vector<Fault>& faults) {
+    for (const auto& f : faults) impl_->faults.add(f);
+}
+void CloudEmulator::clearFaults() { impl_->faults.clear(); }
+std::size_t CloudEmulator::pendingFaults() const { return impl_->faults.pending(); }
+std::vector<FiredFault> CloudEmulator::firedFaults() const { return impl_->faults.fired(); }
+std::size_t CloudEmulator::firedCount(const std::string& operation) const { return impl_->faults.firedCount(operation); }
+
+void CloudEmulator::reset() {
+    impl_->storage.clear();
+    impl_->storage.createBucket(impl_->options.bucket);
+    impl_->faults.reset();
+    impl_->sts.clear();
+    impl_->uploadPartBytes = 0;
+    impl_->skewSeconds = 0;
+    impl_->clearRecords();
+}
+
+}  // namespace quorvane::emulator

@@ -1,0 +1,228 @@
+#include "emulator/storage.h"
+
+#include <filesystem>
+
+#include "emulator/storage_records.h"
+#include "emulator/util.h"
+#include "foundation/dates.h"
+
+namespace fs = std::filesystem;
+
+namespace quorvane::emulator {
+
+Storage::Storage(std::string dir) : dir_(std::move(dir)) {}
+
+bool Storage::open() {
+    if (dir_.empty()) return true;
+    std::error_code ec;
+    for (const char* sub : {"buckets", "uploads", "tmp"}) fs::create_directories(fs::path(dir_) / sub, ec);
+    if (ec) return false;
+    fs::remove_all(fs::path(dir_) / "tmp", ec);  // bodies cut by a previous stop
+    fs::create_directories(fs::path(dir_) / "tmp", ec);
+    std::lock_guard lock(mutex_);
+    loadObjects();
+    loadUploads();
+    return !ec;
+}
+
+std::unique_ptr<BlobWriter> Storage::writer(std::uint64_t reserve) {
+    std::string temp;
+    if (!dir_.empty()) {
+        std::lock_guard lock(mutex_);
+        temp = (fs::path(dir_) / "tmp" / (std::to_string(++tempCounter_) + "-" + randomHex(8, false))).string();
+    }
+    return std::make_unique<BlobWriter>(temp, reserve);
+}
+
+void Storage::clear() {
+    std::lock_guard lock(mutex_);
+    buckets_.clear();
+    objects_.clear();
+    uploads_.clear();
+    if (dir_.empty()) return;
+    std::error_code ec;
+    for (const char* sub : {"buckets", "uploads"}) {
+        fs::remove_all(fs::path(dir_) / sub, ec);
+        fs::create_directories(fs::path(dir_) / sub, ec);
+    }
+}
+
+bool Storage::hasBucket(const std::string& bucket) const {
+    std::lock_guard lock(mutex_);
+    return buckets_.count(bucket) > 0;
+}
+
+void Storage::createBucket(const std::string& bucket) {
+    std::lock_guard lock(mutex_);
+    buckets_.insert(bucket);
+    if (!dir_.empty()) {
+        std::error_code ec;
+        fs::create_directories(fs::path(dir_) / "buckets" / bucket, ec);
+    }
+}
+
+std::string Storage::objectPath(const std::string& bucket, const std::string& key) const {
+    // Keys may hold any bytes: name the files by the key's digest and keep the key in the record.
+    return (fs::path(dir_) / "buckets" / bucket / foundation::md5Hex(key)).string();
+}
+
+std::string Storage::uploadDir(const std::string& uploadId) const {
+    return (fs::path(dir_) / "uploads" / uploadId).string();
+}
+
+void Storage::saveObjectMeta(const StoredObject& object) const {
+    if (!dir_.empty())
+        writeFileAtomically(objectPath(object.info.bucket, object.info.key) + ".json",
+                            objectToJson(object.info).dump());
+}
+
+void Storage::saveUploadMeta(const StoredUpload& upload) const {
+    if (!dir_.empty())
+        writeFileAtomically(uploadDir(upload.info.uploadId) + "/upload.json",
+                            uploadToJson(upload.info, upload.metadata).dump());
+}
+
+void Storage::commitObjectLocked(ObjectInfo info, BlobWriter& body) {
+    StoredObject object{std::move(info), {}};
+    buckets_.insert(object.info.bucket);
+    object.blob = body.commit(dir_.empty() ? "" : objectPath(object.info.bucket, object.info.key) + ".data");
+    saveObjectMeta(object);
+    objects_[{object.info.bucket, object.info.key}] = std::move(object);
+}
+
+void Storage::storeObject(ObjectInfo info, BlobWriter& body) {
+    std::lock_guard lock(mutex_);
+    commitObjectLocked(std::move(info), body);
+}
+
+std::optional<std::pair<ObjectInfo, Blob>> Storage::object(const std::string& bucket, const std::string& key) const {
+    std::lock_guard lock(mutex_);
+    auto it = objects_.find({bucket, key});
+    if (it == objects_.end()) return std::nullopt;
+    return std::make_pair(it->second.info, it->second.blob);
+}
+
+std::vector<ObjectInfo> Storage::objects() const {
+    std::lock_guard lock(mutex_);
+    std::vector<ObjectInfo> out;
+    for (const auto& [_, o] : objects_) out.push_back(o.info);
+    return out;
+}
+
+std::string Storage::createUpload(const std::string& bucket, const std::string& key, const std::string& contentType,
+                                  const std::map<std::string, std::string>& metadata) {
+    StoredUpload upload;
+    upload.info = {randomHex(32, true), bucket, key, contentType, UploadState::Open, {}};
+    upload.metadata = metadata;
+    std::lock_guard lock(mutex_);
+    if (!dir_.empty()) {
+        std::error_code ec;
+        fs::create_directories(uploadDir(upload.info.uploadId), ec);
+    }
+    saveUploadMeta(upload);
+    auto id = upload.info.uploadId;
+    uploads_[id] = std::move(upload);
+    return id;
+}
+
+std::optional<StoredUpload> Storage::upload(const std::string& uploadId) const {
+    std::lock_guard lock(mutex_);
+    auto it = uploads_.find(uploadId);
+    if (it == uploads_.end()) return std::nullopt;
+    return it->second;
+}
+
+bool Storage::storePart(const std::string& uploadId, PartInfo part, BlobWriter& body) {
+    std::lock_guard lock(mutex_);
+    auto it = uploads_.find(uploadId);
+    if (it == uploads_.end() || it->second.info.state != UploadState::Open) return false;
+    auto& upload = it->second;
+    auto base = dir_.empty() ? std::string() : uploadDir(uploadId) + "/part-" + std::to_string(part.number);
+    upload.blobs[part.number] = body.commit(base.empty() ? "" : base + ".data");
+    if (!base.empty()) writeFileAtomically(base + ".json", partToJson(part).dump());
+    auto& parts = upload.info.parts;
+    std::erase_if(parts, [&](const PartInfo& p) { return p.number == part.number; });
+    auto pos = std::lower_bound(parts.begin(), parts.end(), part.number,
+                                [](const PartInfo& p, int n) { return p.number < n; });
+    parts.insert(pos, std::move(part));
+    return true;
+}
+
+void Storage::closeUpload(StoredUpload& upload, UploadState state) {
+    upload.info.state = state;
+    upload.blobs.clear();
+    saveUploadMeta(upload);
+    if (dir_.empty()) return;
+    std::error_code ec;
+    for (const auto& entry : fs::directory_iterator(uploadDir(upload.info.uploadId), ec))
+        if (entry.path().filename() != "upload.json") fs::remove(entry.path(), ec);
+}
+
+bool Storage::completeUpload(const std::string& uploadId, ObjectInfo info, BlobWriter& body) {
+    std::lock_guard lock(mutex_);
+    auto it = uploads_.find(uploadId);
+    if (it == uploads_.end() || it->second.info.state != UploadState::Open) return false;
+    commitObjectLocked(std::move(info), body);
+    closeUpload(it->second, UploadState::Completed);
+    return true;
+}
+
+bool Storage::abortUpload(const std::string& uploadId) {
+    std::lock_guard lock(mutex_);
+    auto it = uploads_.find(uploadId);
+    if (it == uploads_.end() || it->second.info.state != UploadState::Open) return false;
+    closeUpload(it->second, UploadState::Aborted);
+    return true;
+}
+
+std::vector<UploadInfo> Storage::uploads() const {
+    std::lock_guard lock(mutex_);
+    std::vector<UploadInfo> out;
+    for (const auto& [_, u] : uploads_) out.push_back(u.info);
+    return out;
+}
+
+void Storage::loadObjects() {
+    std::error_code ec;
+    for (const auto& bucketDir : fs::directory_iterator(fs::path(dir_) / "buckets", ec)) {
+        if (!bucketDir.is_directory()) continue;
+        buckets_.insert(bucketDir.path().filename().string());
+        for (const auto& file : fs::directory_iterator(bucketDir.path(), ec)) {
+            if (file.path().extension() != ".json") continue;
+            auto json = readJsonFile(file.path().string());
+            auto data = fs::path(file.path()).replace_extension(".data");
+            if (!json || !fs::exists(data)) continue;
+            StoredObject object{objectFromJson(*json), {}};
+            object.blob.path = data.string();
+            object.blob.size = object.info.size;
+            objects_[{object.info.bucket, object.info.key}] = std::move(object);
+        }
+    }
+}
+
+void Storage::loadUploads() {
+    std::error_code ec;
+    for (const auto& dir : fs::directory_iterator(fs::path(dir_) / "uploads", ec)) {
+        auto json = readJsonFile((dir.path() / "upload.json").string());
+        if (!json) continue;
+        StoredUpload upload;
+        upload.info = uploadFromJson(*json, upload.metadata);
+        if (upload.info.state == UploadState::Open) {
+            for (const auto& file : fs::directory_iterator(dir.path(), ec)) {
+                auto name = file.path().filename().string();
+                if (!startsWith(name, "part-") || file.path().extension() != ".json") continue;
+                auto partJson = readJsonFile(file.path().string());
+                auto data = fs::path(file.path()).replace_extension(".data");
+                if (!partJson || !fs::exists(data)) continue;
+                auto part = partFromJson(*partJson);
+                upload.blobs[part.number] = Blob{nullptr, data.string(), part.size};
+                upload.info.parts.push_back(part);
+            }
+            std::sort(upload.info.parts.begin(), upload.info.parts.end(),
+                      [](const PartInfo& a, const PartInfo& b) { return a.number < b.number; });
+        }
+        uploads_[upload.info.uploadId] = std::move(upload);
+    }
+}
+
+}  // namespace quorvane::emulator

@@ -1,0 +1,121 @@
+#include "emulator/storage_records.h"
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+
+namespace quorvane::emulator {
+namespace {
+
+std::string str(const Value& j, const char* key) {
+    auto it = j.find(key);
+    return it != j.end() && it->is_string() ? it->get<std::string>() : std::string();
+}
+
+std::uint64_t num(const Value& j, const char* key) {
+    auto it = j.find(key);
+    return it != j.end() && it->is_number_unsigned() ? it->get<std::uint64_t>()
+           : it != j.end() && it->is_number_integer() ? static_cast<std::uint64_t>(it->get<long long>())
+                                                       : 0;
+}
+
+const char* stateName(UploadState s) {
+    return s == UploadState::Open ? "open" : s == UploadState::Completed ? "completed" : "aborted";
+}
+
+std::map<std::string, std::string> stringMap(const Value& j) {
+    std::map<std::string, std::string> out;
+    if (j.is_object())
+        for (auto& [k, v] : j.items())
+            if (v.is_string()) out[k] = v.get<std::string>();
+    return out;
+}
+
+}  // namespace
+
+Value objectToJson(const ObjectInfo& o) {
+    Value j = {{"bucket", o.bucket},        {"key", o.key},
+               {"size", o.size},            {"etag", o.etag},
+               {"crc64", o.crc64},          {"contentType", o.contentType},
+               {"metadata", o.metadata},    {"notification", o.notification},
+               {"lastModified", o.lastModified}, {"partCount", o.partCount}};
+    if (o.notificationRaw) j["notificationRaw"] = *o.notificationRaw;
+    return j;
+}
+
+ObjectInfo objectFromJson(const Value& j) {
+    ObjectInfo o;
+    o.bucket = str(j, "bucket");
+    o.key = str(j, "key");
+    o.size = num(j, "size");
+    o.etag = str(j, "etag");
+    o.crc64 = num(j, "crc64");
+    o.contentType = str(j, "contentType");
+    if (j.contains("metadata")) o.metadata = stringMap(j["metadata"]);
+    if (j.contains("notificationRaw")) o.notificationRaw = str(j, "notificationRaw");
+    o.notification = j.value("notification", Value());
+    o.lastModified = str(j, "lastModified");
+    o.partCount = static_cast<int>(num(j, "partCount"));
+    return o;
+}
+
+Value partToJson(const PartInfo& p) {
+    return {{"number", p.number}, {"size", p.size}, {"md5Hex", p.md5Hex},
+            {"etag", p.etag},     {"crc64", p.crc64}, {"lastModified", p.lastModified}};
+}
+
+PartInfo partFromJson(const Value& j) {
+    PartInfo p;
+    p.number = static_cast<int>(num(j, "number"));
+    p.size = num(j, "size");
+    p.md5Hex = str(j, "md5Hex");
+    p.etag = str(j, "etag");
+    p.crc64 = num(j, "crc64");
+    p.lastModified = str(j, "lastModified");
+    return p;
+}
+
+Value uploadToJson(const UploadInfo& u, const std::map<std::string, std::string>& metadata) {
+    Value parts = Value::array();
+    if (u.state != UploadState::Open)  // open uploads keep one file per part instead
+        for (const auto& p : u.parts) parts.push_back(partToJson(p));
+    return {{"uploadId", u.uploadId}, {"bucket", u.bucket},         {"key", u.key},
+            {"contentType", u.contentType}, {"state", stateName(u.state)}, {"metadata", metadata},
+            {"parts", parts}};
+}
+
+UploadInfo uploadFromJson(const Value& j, std::map<std::string, std::string>& metadata) {
+    UploadInfo u;
+    u.uploadId = str(j, "uploadId");
+    u.bucket = str(j, "bucket");
+    u.key = str(j, "key");
+    u.contentType = str(j, "contentType");
+    auto state = str(j, "state");
+    u.state = state == "completed" ? UploadState::Completed : state == "aborted" ? UploadState::Aborted
+                                                                                  : UploadState::Open;
+    if (j.contains("metadata")) metadata = stringMap(j["metadata"]);
+    if (j.contains("parts") && j["parts"].is_array())
+        for (const auto& p : j["parts"]) u.parts.push_back(partFromJson(p));
+    return u;
+}
+
+bool writeFileAtomically(const std::string& path, const std::string& text) {
+    auto temp = path + ".tmp";
+    {
+        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+        if (!out.write(text.data(), static_cast<std::streamsize>(text.size()))) return false;
+    }
+    std::error_code ec;
+    std::filesystem::rename(temp, path, ec);
+    return !ec;
+}
+
+std::optional<Value> readJsonFile(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream text;
+    text << in.rdbuf();
+    return foundation::parseJson(text.str());
+}
+
+}  // namespace quorvane::emulator

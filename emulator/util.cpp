@@ -1,0 +1,134 @@
+#include "emulator/util.h"
+
+#include <openssl/rand.h>
+
+#include <algorithm>
+#include <cctype>
+#include <random>
+
+#include "foundation/crypto.h"
+
+namespace quorvane::emulator {
+
+namespace {
+std::string randomBytes(std::size_t n) {
+    std::string out(n, '\0');
+    if (RAND_bytes(reinterpret_cast<unsigned char*>(out.data()), static_cast<int>(n)) != 1) {
+        std::random_device rd;  // OpenSSL's pool failing is not worth a crash in a test server
+        for (auto& c : out) c = static_cast<char>(rd());
+    }
+    return out;
+}
+}  // namespace
+
+std::string randomHex(std::size_t chars, bool upper) {
+    auto bytes = randomBytes((chars + 1) / 2);
+    auto hex = upper ? foundation::hexUpper(bytes) : foundation::hexLower(bytes);
+    return hex.substr(0, chars);
+}
+
+std::string randomAlnum(std::size_t chars) {
+    static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    auto bytes = randomBytes(chars);
+    std::string out;
+    for (unsigned char b : bytes) out += kAlphabet[b % 62];
+    return out;
+}
+
+std::string newRequestId() { return randomHex(24, true); }
+
+std::string newUuid() {
+    auto h = randomHex(32, true);
+    return h.substr(0, 8) + "-" + h.substr(8, 4) + "-" + h.substr(12, 4) + "-" + h.substr(16, 4) + "-" + h.substr(20);
+}
+
+std::string hexToBytes(std::string_view hex) {
+    std::string out;
+    for (std::size_t i = 0; i + 1 < hex.size(); i += 2) {
+        unsigned value = 0;
+        for (char c : hex.substr(i, 2)) {
+            value <<= 4;
+            if (c >= '0' && c <= '9') value |= c - '0';
+            else if (c >= 'a' && c <= 'f') value |= c - 'a' + 10;
+            else if (c >= 'A' && c <= 'F') value |= c - 'A' + 10;
+            else return out;
+        }
+        out += static_cast<char>(value);
+    }
+    return out;
+}
+
+std::string toLower(std::string_view s) {
+    std::string out(s);
+    for (auto& c : out) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return out;
+}
+
+std::string trim(std::string_view s) {
+    auto space = [](char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; };
+    while (!s.empty() && space(s.front())) s.remove_prefix(1);
+    while (!s.empty() && space(s.back())) s.remove_suffix(1);
+    return std::string(s);
+}
+
+bool startsWith(std::string_view s, std::string_view prefix) { return s.substr(0, prefix.size()) == prefix; }
+bool endsWith(std::string_view s, std::string_view suffix) {
+    return s.size() >= suffix.size() && s.substr(s.size() - suffix.size()) == suffix;
+}
+bool iequals(std::string_view a, std::string_view b) { return toLower(a) == toLower(b); }
+
+std::string percentEncode(std::string_view s) {
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::string out;
+    for (unsigned char c : s) {
+        if (std::isalnum(c) || c == '-' || c == '_' || c == '.' || c == '~') {
+            out += static_cast<char>(c);
+        } else {
+            out += '%';
+            out += kHex[c >> 4];
+            out += kHex[c & 15];
+        }
+    }
+    return out;
+}
+
+std::string urlDecode(std::string_view s, bool plusIsSpace) {
+    auto hexValue = [](char c) -> int {
+        if (c >= '0' && c <= '9') return c - '0';
+        if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+        if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+        return -1;
+    };
+    std::string out;
+    for (std::size_t i = 0; i < s.size(); ++i) {
+        if (s[i] == '%' && i + 2 < s.size()) {
+            int hi = hexValue(s[i + 1]), lo = hexValue(s[i + 2]);
+            if (hi >= 0 && lo >= 0) {
+                out += static_cast<char>(hi * 16 + lo);
+                i += 2;
+                continue;
+            }
+        }
+        out += (plusIsSpace && s[i] == '+') ? ' ' : s[i];
+    }
+    return out;
+}
+
+Pairs parseQuery(std::string_view query, bool plusIsSpace) {
+    Pairs out;
+    while (!query.empty()) {
+        auto amp = query.find('&');
+        auto item = query.substr(0, amp);
+        query = amp == std::string_view::npos ? std::string_view{} : query.substr(amp + 1);
+        if (item.empty()) continue;
+        auto eq = item.find('=');
+        if (eq == std::string_view::npos) {
+            out.emplace_back(urlDecode(item, plusIsSpace), "");
+        } else {
+            out.emplace_back(urlDecode(item.substr(0, eq), plusIsSpace), urlDecode(item.substr(eq + 1), plusIsSpace));
+        }
+    }
+    return out;
+}
+
+}  // namespace quorvane::emulator
