@@ -134,7 +134,7 @@ bool Core::drainCommands() {
 }
 
 void Core::add(const std::shared_ptr<Transfer>& t) {
-    if (t->cancelled) return t->finishWith(cancelledError());
+    if (*t->cancelled) return t->finishWith(cancelledError());
     CURLMcode mc = curl_multi_add_handle(multi_.get(), t->easy());
     if (mc != CURLM_OK) return t->finishWith(curl::makeMultiError("curl_multi_add_handle", mc));
     active_[t->easy()] = t;
@@ -161,17 +161,20 @@ void Core::collectFinished() {
 
 class Task : public HttpTask {
 public:
-    Task(std::weak_ptr<Core> core, std::shared_ptr<Transfer> transfer)
-        : core_(std::move(core)), transfer_(std::move(transfer)) {}
+    Task(std::weak_ptr<Core> core, const std::shared_ptr<Transfer>& transfer)
+        : core_(std::move(core)), transfer_(transfer), cancelled_(transfer->cancelled) {}
     void cancel() override {
-        if (transfer_->cancelled.exchange(true)) return;
-        if (auto core = core_.lock()) core->cancel(transfer_);
+        if (cancelled_->exchange(true)) return;
+        auto core = core_.lock();
+        auto transfer = transfer_.lock();
+        if (core && transfer) core->cancel(transfer);
     }
-    bool isCancelled() const override { return transfer_->cancelled; }
+    bool isCancelled() const override { return *cancelled_; }
 
 private:
     std::weak_ptr<Core> core_;
-    std::shared_ptr<Transfer> transfer_;
+    std::weak_ptr<Transfer> transfer_;
+    std::shared_ptr<std::atomic<bool>> cancelled_;
 };
 
 }  // namespace

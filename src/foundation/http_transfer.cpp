@@ -57,7 +57,7 @@ int onSeek(void* user, curl_off_t offset, int origin) {
 int onProgress(void* user, curl_off_t, curl_off_t, curl_off_t ulTotal, curl_off_t ulNow) {
     auto* t = static_cast<Transfer*>(user);
     t->noteUploadProgress(static_cast<std::uint64_t>(ulNow), static_cast<std::uint64_t>(ulTotal));
-    return t->cancelled ? 1 : 0;
+    return *t->cancelled ? 1 : 0;
 }
 
 // Collects the first failing curl_easy_setopt, naming the option.
@@ -257,7 +257,7 @@ void Transfer::deliverProgress() {
 }
 
 void Transfer::finish(CURLcode code) {
-    if (cancelled) return finishWith(Error(kHttpErrorDomain, kHttpErrorCancelled, "cancelled"));
+    if (*cancelled) return finishWith(Error(kHttpErrorDomain, kHttpErrorCancelled, "cancelled"));
     if (code != CURLE_OK && bodyFailed) return finishWith(badRequest("the request body could not be read"));
     if (code != CURLE_OK) {
         Error e = curl::makeError("curl_multi_perform", code);

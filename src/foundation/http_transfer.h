@@ -36,8 +36,9 @@ public:
     void finish(CURLcode code);
     void finishWith(Error error);
 
-    // The caller asked to stop; the curl thread removes the handle.
-    std::atomic<bool> cancelled{false};
+    // The caller asked to stop; the curl thread removes the handle. The flag is shared with the
+    // task, which holds the transfer only weakly (a finished transfer must not outlive its client).
+    const std::shared_ptr<std::atomic<bool>> cancelled = std::make_shared<std::atomic<bool>>(false);
 
     // curl callbacks.
     void appendHeaderLine(std::string_view line);

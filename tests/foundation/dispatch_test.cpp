@@ -104,7 +104,7 @@ TEST(Queue, AfterFiresOnceOnTheGivenQueue) {
     EXPECT_TRUE(done.waitFor(kWait));
 }
 
-TEST(Semaphore, CountsSignalsAndTimesOut) {
+TEST(Queue, SemaphoreCountsSignalsAndTimesOut) {
     Semaphore s(1);
     EXPECT_TRUE(s.waitFor(std::chrono::milliseconds(0)));
     EXPECT_FALSE(s.waitFor(std::chrono::milliseconds(10)));

@@ -285,6 +285,22 @@ TEST(HttpClient, DestructionCancelsInFlightAndCancelAfterFinishIsQuiet) {
     EXPECT_EQ(hungError->code, kHttpErrorCancelled);
 }
 
+TEST(HttpClient, LastOwnerMayLetGoFromInsideACompletion) {
+    TestServer server;
+    server.http().Get("/a", [](const httplib::Request&, httplib::Response& res) { res.set_content("a", "text/plain"); });
+    server.start();
+    auto client = std::make_shared<HttpClient>();
+    std::promise<void> released;
+    HttpRequest r;
+    r.url = server.url("/a");
+    client->send(r, [&](HttpResult) {
+        client.reset();  // destroys the client on its own worker thread: must neither hang nor crash
+        released.set_value();
+    });
+    ASSERT_EQ(released.get_future().wait_for(kWait), std::future_status::ready);
+    EXPECT_EQ(client, nullptr);
+}
+
 TEST(HttpClient, ReusesOneConnectionForSequentialRequests) {
     TestServer server;
     std::mutex mutex;
@@ -330,7 +346,7 @@ TEST(HttpClient, BlockedCompletionDoesNotStallOtherTransfers) {
     EXPECT_TRUE(firstSawSecond);
 }
 
-TEST(UrlEncoding, KeepsUnreservedAndRoundTrips) {
+TEST(HttpUrlEncoding, KeepsUnreservedAndRoundTrips) {
     EXPECT_EQ(urlEncode("a b&c=d/é~-._"), "a%20b%26c%3Dd%2F%C3%A9~-._");
     EXPECT_EQ(urlDecode("a%20b%26c%3Dd%2F%C3%A9~-._"), "a b&c=d/é~-._");
     EXPECT_EQ(urlDecode("100%"), std::nullopt);
