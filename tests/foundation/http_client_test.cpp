@@ -35,7 +35,10 @@ struct Gate {
         } catch (const std::future_error&) {
         }
     }
-    void wait() const { opened.wait_for(kWait); }
+    // What a server handler waits on: a copy, so the handler may outlive the gate.
+    std::function<void()> waiter() const {
+        return [f = opened] { f.wait_for(kWait); };
+    }
 };
 
 }  // namespace
@@ -200,8 +203,8 @@ TEST(HttpClient, TransportFailuresCarryCurlCodesAndBadRequestsTheirOwn) {
 TEST(HttpClient, TimeoutEndsAStalledRequest) {
     TestServer server;
     Gate gate;
-    server.http().Get("/slow", [&](const httplib::Request&, httplib::Response& res) {
-        gate.wait();
+    server.http().Get("/slow", [wait = gate.waiter()](const httplib::Request&, httplib::Response& res) {
+        wait();
         res.set_content("late", "text/plain");
     });
     server.start();
@@ -217,8 +220,9 @@ TEST(HttpClient, TimeoutEndsAStalledRequest) {
 TEST(HttpClient, CancelMidUploadCompletesExactlyOnceAsCancelled) {
     TestServer server;
     Gate gate;
-    server.http().Put("/slow", [&](const httplib::Request&, httplib::Response&, const httplib::ContentReader&) {
-        gate.wait();  // reads nothing: the client's send stalls once the socket buffers fill
+    server.http().Put("/slow", [wait = gate.waiter()](const httplib::Request&, httplib::Response&,
+                                                       const httplib::ContentReader&) {
+        wait();  // reads nothing: the client's send stalls once the socket buffers fill
     });
     server.start();
 
@@ -253,7 +257,7 @@ TEST(HttpClient, CancelMidUploadCompletesExactlyOnceAsCancelled) {
 TEST(HttpClient, DestructionCancelsInFlightAndCancelAfterFinishIsQuiet) {
     TestServer server;
     Gate gate;
-    server.http().Get("/hang", [&](const httplib::Request&, httplib::Response&) { gate.wait(); });
+    server.http().Get("/hang", [wait = gate.waiter()](const httplib::Request&, httplib::Response&) { wait(); });
     server.http().Get("/fast", [](const httplib::Request&, httplib::Response& res) { res.set_content("x", "text/plain"); });
     server.start();
 
