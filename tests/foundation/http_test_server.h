@@ -16,26 +16,32 @@ namespace quorvane::test {
 
 class TestServer {
 public:
-    TestServer() = default;
+    TestServer() : server_(std::make_unique<httplib::Server>()) {}
+    // An HTTPS server with this certificate and key (PEM files).
+    TestServer(const std::string& certFile, const std::string& keyFile)
+        : server_(std::make_unique<httplib::SSLServer>(certFile.c_str(), keyFile.c_str())), scheme_("https") {}
     ~TestServer() { stop(); }
     TestServer(const TestServer&) = delete;
     TestServer& operator=(const TestServer&) = delete;
 
-    httplib::Server& http() { return server_; }
+    httplib::Server& http() { return *server_; }
     // Call after adding the handlers.
     void start() {
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-        while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        port_ = server_->bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_->listen_after_bind(); });
+        while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
     void stop() {
-        server_.stop();
+        server_->stop();
         if (thread_.joinable()) thread_.join();
     }
-    std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
+    std::string url(const std::string& path) const {
+        return scheme_ + "://127.0.0.1:" + std::to_string(port_) + path;
+    }
 
 private:
-    httplib::Server server_;
+    std::unique_ptr<httplib::Server> server_;
+    std::string scheme_ = "http";
     std::thread thread_;
     int port_ = 0;
 };
