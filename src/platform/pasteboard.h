@@ -8,7 +8,8 @@ namespace quorvane::platform {
 class Pasteboard {
 public:
     virtual ~Pasteboard() = default;
-    virtual void setString(const std::string& text) = 0;
+    // Absent text clears it.
+    virtual void setString(const std::optional<std::string>& text) = 0;
     virtual std::optional<std::string> string() const = 0;
 };
 

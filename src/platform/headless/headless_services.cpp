@@ -10,7 +10,7 @@ std::string HeadlessDeviceInfo::model() const { return facts().model; }
 std::optional<std::string> HeadlessDeviceInfo::identifierForVendor() const { return facts().identifierForVendor; }
 ScreenBounds HeadlessDeviceInfo::mainScreenBounds() const { return facts().screen; }
 
-void HeadlessPasteboard::setString(const std::string& text) {
+void HeadlessPasteboard::setString(const std::optional<std::string>& text) {
     std::lock_guard lock(mutex_);
     text_ = text;
     ++writes_;

@@ -34,7 +34,7 @@ private:
 
 class HeadlessPasteboard : public Pasteboard {
 public:
-    void setString(const std::string& text) override;
+    void setString(const std::optional<std::string>& text) override;
     std::optional<std::string> string() const override;
     int writes() const;
 private:

@@ -1,0 +1,75 @@
+#include "upload_records.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <vector>
+
+#include "foundation/temp_files.h"
+#include "oss/crc64.h"
+#include "oss/oss_body.h"
+#include "oss/oss_checkpoint.h"
+
+namespace quorvane::app {
+namespace fs = std::filesystem;
+
+UploadCachePaths uploadCachePaths(bool embedded) {
+    fs::path base;
+    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg)
+        base = xdg;
+    else if (const char* home = std::getenv("HOME"); home && *home)
+        base = fs::path(home) / ".cache";
+    else
+        base = fs::temp_directory_path();
+    fs::path root = base / "quorvane";
+    fs::path state = root / (embedded ? "local" : "remote");
+    return {root.string(), (root / "cloud").string(), (state / "records").string(),
+            (state / "user-defaults.json").string()};
+}
+
+bool prepareUploadCache(const UploadCachePaths& paths, std::string& error) {
+    for (const fs::path dir : {fs::path(paths.recordDir), fs::path(paths.defaultsFile).parent_path()}) {
+        std::error_code ec;
+        fs::create_directories(dir, ec);
+        if (ec) {
+            error = "cannot create " + dir.string() + ": " + ec.message();
+            return false;
+        }
+    }
+    return true;
+}
+
+std::optional<std::uint64_t> recordedUploadBytes(const std::string& recordDir, const std::string& filePath) {
+    Error error;
+    auto file = oss::inspectLocalFile(filePath, &error);
+    std::error_code ec;
+    if (!file || !fs::is_directory(recordDir, ec)) return std::nullopt;
+    std::optional<std::uint64_t> best;
+    for (const auto& entry : fs::directory_iterator(recordDir, ec)) {
+        if (!entry.is_regular_file(ec)) continue;
+        auto text = foundation::readFile(entry.path().string());
+        auto record = text ? oss::parseCheckpoint(*text) : std::nullopt;
+        if (!record || record->filePath != file->path || record->fileSize != file->size ||
+            record->fileMtimeNs != file->mtimeNs || record->parts.empty())
+            continue;
+        std::uint64_t stored = 0;
+        for (const auto& [number, part] : record->parts) stored += static_cast<std::uint64_t>(part.size);
+        if (!best || stored > *best) best = stored;
+    }
+    return best;
+}
+
+std::optional<std::uint64_t> fileCrc64(const std::string& path) {
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return std::nullopt;
+    std::vector<char> buffer(1 << 20);
+    std::uint64_t crc = 0;
+    while (in) {
+        in.read(buffer.data(), static_cast<std::streamsize>(buffer.size()));
+        if (in.gcount() > 0) crc = oss::Crc64::update(crc, buffer.data(), static_cast<std::size_t>(in.gcount()));
+    }
+    if (in.bad()) return std::nullopt;
+    return crc;
+}
+
+}  // namespace quorvane::app

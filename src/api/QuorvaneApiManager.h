@@ -1,0 +1,102 @@
+#pragma once
+// The host's single entry point to the native capabilities. Nearly every operation is a class
+// operation that answers through a success and a fail callback, never by return value.
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "api/HttpSessionManager.h"
+#include "api/QuorvaneErrors.h"
+#include "foundation/error.h"
+#include "foundation/value.h"
+#include "platform/presenter.h"
+
+namespace quorvane {
+
+// A result: a dictionary, an array of dictionaries, or a string.
+using SuccessCallback = std::function<void(const Value& result)>;
+// An error word (string) or a {"code", "message"} dictionary.
+using FailCallback = std::function<void(const Value& failure)>;
+// The screen a request presents its user interface from.
+using Controller = std::shared_ptr<platform::Presenter>;
+using AlertCallback = std::function<void()>;
+
+// Media types of the multipart upload: the file part's content type.
+enum MediaType { MediaTypeImage = 0, MediaTypeVideo = 1, MediaTypeAudio = 2 };
+
+inline constexpr const char* kMediaDirectory = "media";
+inline constexpr const char* kWeChatURL = "wechat:";
+
+class QuorvaneApiManager {
+public:
+    // --- Operations of the device, capture and upload services (declared with those services) ---
+    // init: creates the instance's LocationTool (locationTool).
+    // getLocationWithController(controller, successCallback, failCallback): one location fix, 11-key dictionary.
+    // getImageByCameraCompressed(compressed, controller, successCallback, failCallback): camera photo.
+    // getImageByAlbumCompressed(compressed, count, controller, successCallback, failCallback): album photos.
+    // getVideoByCameraCompressed(compressed, maxDuration, controller, successCallback, failCallback): camera video.
+    // getVideoByAlbumCompressed(compressed, count, maxDuration, controller, successCallback, failCallback): album videos.
+    // startAudioRecord(maxSeconds, controller, successCallback, failCallback): voice note under a countdown.
+    // uploadFile(params, controller, successCallback, failCallback): multipart upload of a media file.
+    // OSSUploadFile(params, controller, successCallback, failCallback): images to OSS, video to VOD by ticket.
+    // shareUniversal(params, controller, callback): the system share sheet.
+    // scanWithController(controller, successCallback, failCallback): QR scan screen.
+    // saveImage(imageUrl, withController): downloads an image into the photo library.
+    // getImageFromUrlStr(url): synchronous image download.
+    // scaleToSize(image, size): redraws an image at a size.
+
+    // --- Vibration (system sound 4095, played back to back until stopped) ---
+    static void vibrateWithDuration(float seconds);
+    static void startVibrate();
+    static void stopVibrate();
+    // Runs `execute` once after `seconds`, on a new concurrent queue "my.concurrent.queue".
+    static void GCDDelay(float seconds, std::function<void()> execute);
+
+    // --- Clipboard, messaging app, settings ---
+    static void sendMessage(const std::optional<std::string>& message, Controller withController);
+    static void copyMessage(const std::optional<std::string>& message, const std::optional<std::string>& alert,
+                            Controller withController);
+    static void openWeChat(Controller controller);
+    static bool isWeChatInstalled();
+    static void jumpToSetting(Controller controller);
+
+    // --- System facts ---
+    // 9 keys: brand, platform, system, model, deviceId, windowWidth, windowHeight, screenWidth, screenHeight.
+    static void getSystemInfoWithSuccessCallback(SuccessCallback successCallback, FailCallback failCallback);
+    // Local wall-clock milliseconds since 1970, counted as if local time were UTC.
+    static std::string getTimestamp();
+
+    // --- Alerts and HUDs ---
+    static void presentAlertControllerWithController(Controller controller, const std::optional<std::string>& title,
+                                                     const std::optional<std::string>& message,
+                                                     const std::optional<std::string>& leftContent,
+                                                     const std::optional<std::string>& rightContent,
+                                                     AlertCallback leftCallback, AlertCallback rightCallback);
+    static std::shared_ptr<platform::Hud> showMBProgressHUDIndeterminateWithContent(const std::string& content,
+                                                                                    Controller controller);
+    static void hideMBProgressHUD(const std::shared_ptr<platform::Hud>& hud);
+    static void showMBProgressHUDWithContent(const std::string& content, double afterDelay, Controller controller);
+
+    // --- Temporary files (under the process temporary directory) ---
+    static void deleteAllMediaFiles();
+    // Writes `data` to a fresh uniquely named file; returns the path whatever the write did.
+    static std::string saveFile(const std::string& data, const std::string& toSandboxTempWithMiddleDir,
+                                const std::string& fileSuffix);
+    // Temporary directory [/ middleDir] / "name.suffix" (unique name when `fileName` is ""); creates the directory.
+    static std::string getPathFromSandboxTempWithMiddleDir(const std::string& middleDir, const std::string& fileName,
+                                                           const std::string& fileSuffix);
+    // Temporary directory [/ middleDir] / fileName, without touching the disk.
+    static std::string getfilePathFromSandboxTmpWithMiddleDir(const std::string& middleDir, const std::string& fileName);
+    // Removes the file or directory (a path or a "file://" URL); errors are ignored.
+    static void deleteSandboxFile(const std::string& fileURL);
+
+    // --- HTTP ---
+    static std::shared_ptr<HttpSessionManager> pubManager();
+    // Multipart POST of one file part (by mediaType; none for other values) plus form fields.
+    static void postRequestWithUrl(const std::string& url, const Value& requestParam, const std::string& data,
+                                   const std::string& name, const std::string& fileName, int mediaType,
+                                   const Value& header, ReponseData reponseData, ProgressCallback progress);
+};
+
+}  // namespace quorvane
