@@ -1,0 +1,81 @@
+#pragma once
+// An in-process emulator on a free port, a scratch directory and helpers to make files and clients.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <fstream>
+#include <random>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "emulator/cloud_emulator.h"
+#include "foundation/temp_files.h"
+#include "oss/oss_client.h"
+
+namespace oss_test {
+
+using namespace quorvane;
+using namespace quorvane::oss;
+using std::chrono::milliseconds;
+
+constexpr auto kWait = std::chrono::seconds(60);  // generous: a loaded machine is slow, never stuck
+
+class OssEmulatorTest : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(cloud.start()); }
+
+    const std::string& bucket() const { return cloud.options().bucket; }
+
+    std::shared_ptr<OSSCredentialProvider> rootKeys() const {
+        return std::make_shared<OSSPlainTextAKSKPairCredentialProvider>(cloud.options().accessKeyId,
+                                                                        cloud.options().accessKeySecret);
+    }
+
+    std::unique_ptr<OSSClient> makeClient(OSSClientConfiguration conf = {},
+                                          std::shared_ptr<OSSCredentialProvider> provider = nullptr) {
+        conf.httpClient = http;
+        return std::make_unique<OSSClient>(cloud.endpoint(), provider ? provider : rootKeys(), conf);
+    }
+
+    // A file of pseudo-random bytes; returns its path and fills `bytes`.
+    std::string makeFile(const std::string& name, std::size_t size, std::string* bytes = nullptr, int seed = 1) {
+        std::mt19937 rng(seed);
+        std::string data(size, '\0');
+        for (auto& c : data) c = static_cast<char>(rng());
+        auto path = dir.path() + "/" + name;
+        std::ofstream(path, std::ios::binary) << data;
+        if (bytes) *bytes = data;
+        return path;
+    }
+
+    // Polls until `done` holds (true) or the generous wait passes (false).
+    static bool eventually(const std::function<bool()>& done) {
+        auto deadline = std::chrono::steady_clock::now() + kWait;
+        while (!done()) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            std::this_thread::sleep_for(milliseconds(10));
+        }
+        return true;
+    }
+    // Waits until the emulator has taken `count` UploadPart requests off its fault script.
+    bool partsArrived(std::size_t count) {
+        return eventually([&] { return cloud.firedCount("UploadPart") >= count; });
+    }
+
+    std::string recordDir() const { return dir.path() + "/records"; }
+
+    template <class T>
+    static std::shared_ptr<OSSTask<T>> waited(std::shared_ptr<OSSTask<T>> task) {
+        EXPECT_TRUE(task->waitFor(kWait));
+        return task;
+    }
+
+    emulator::CloudEmulator cloud;
+    foundation::ScopedTempDir dir;
+    // Our own connections, closed before the emulator stops (it waits for kept-alive ones).
+    std::shared_ptr<foundation::HttpClient> http = std::make_shared<foundation::HttpClient>();
+};
+
+}  // namespace oss_test

@@ -1,0 +1,92 @@
+// XML answers, error mapping and the upload record: pure functions over bytes.
+#include <gtest/gtest.h>
+
+#include "oss/oss_checkpoint.h"
+#include "oss/oss_error.h"
+#include "oss/oss_xml.h"
+
+using namespace quorvane;
+using namespace quorvane::oss;
+
+TEST(OSSXml, ServerErrorCarriesCodeAndMessageAsDetails) {
+    foundation::HttpResponse response;
+    response.status = 403;
+    response.body = R"(<?xml version="1.0" encoding="UTF-8"?>
+<Error xmlns="http://doc.oss-cn-hangzhou.aliyuncs.com"><Code>SecurityTokenExpired</Code>
+<Message>The security token you provided has expired.</Message><RequestId>5C3D9175B6FC201293AD4890</RequestId>
+<SecurityToken>CAIS...</SecurityToken></Error>)";
+    auto error = makeServerError(response);
+    EXPECT_EQ(error.domain, kOSSServerErrorDomain);
+    EXPECT_EQ(error.code, -403);
+    EXPECT_EQ(error.userInfo["Code"], "SecurityTokenExpired");
+    EXPECT_EQ(error.userInfo["Message"], "The security token you provided has expired.");
+    EXPECT_EQ(error.userInfo["RequestId"], "5C3D9175B6FC201293AD4890");
+
+    foundation::HttpResponse head;  // HEAD errors come without a body
+    head.status = 404;
+    head.headers = {{"x-oss-request-id", "ABC"}};
+    auto headError = makeServerError(head);
+    EXPECT_EQ(headError.code, -404);
+    EXPECT_FALSE(headError.userInfo.contains("Code"));
+    EXPECT_EQ(headError.userInfo["RequestId"], "ABC");
+}
+
+TEST(OSSXml, TransportErrorsMapOntoCancelledAndNetworkCodes) {
+    EXPECT_EQ(fromTransportError(Error(foundation::kHttpErrorDomain, foundation::kHttpErrorCancelled)).code,
+              OSSClientErrorCodeTaskCancelled);
+    auto reset = fromTransportError(Error(foundation::kHttpErrorDomain, 56, "curl_easy_perform: recv failure"));
+    EXPECT_EQ(reset.code, OSSClientErrorCodeNetworkError);
+    EXPECT_TRUE(isRetryableError(reset));
+    EXPECT_TRUE(isRetryableError(Error(kOSSServerErrorDomain, -503)));
+    EXPECT_FALSE(isRetryableError(Error(kOSSServerErrorDomain, -403)));
+    EXPECT_FALSE(isRetryableError(makeClientError(OSSClientErrorCodeInvalidCRC, "x")));
+}
+
+TEST(OSSXml, ListPartsPagesAndMalformedAnswers) {
+    auto page = xml::parseListParts(R"(<ListPartsResult><Bucket>b</Bucket><Key>k</Key><UploadId>U</UploadId>
+<PartNumberMarker>0</PartNumberMarker><NextPartNumberMarker>2</NextPartNumberMarker><MaxParts>2</MaxParts>
+<IsTruncated>true</IsTruncated>
+<Part><PartNumber>1</PartNumber><ETag>"AB"</ETag><Size>102400</Size><HashCrc64ecma>18446744073709551615</HashCrc64ecma></Part>
+<Part><PartNumber>2</PartNumber><ETag>"CD"</ETag><Size>5</Size></Part></ListPartsResult>)");
+    ASSERT_TRUE(page);
+    EXPECT_TRUE(page->isTruncated);
+    EXPECT_EQ(page->nextPartNumberMarker, 2);
+    ASSERT_EQ(page->parts.size(), 2u);
+    EXPECT_EQ(page->parts[0].crc64, 18446744073709551615ULL);  // the full 64-bit range survives
+    EXPECT_EQ(page->parts[1].eTag, "\"CD\"");
+    EXPECT_FALSE(xml::parseListParts("<ListPartsResult><Part><PartNumber>x</PartNumber></Part></ListPartsResult>"));
+    EXPECT_FALSE(xml::parseListParts("<Error/>"));
+    EXPECT_FALSE(xml::parseListParts("not xml <"));
+    EXPECT_EQ(xml::parseInitiateMultipartUpload("<InitiateMultipartUploadResult><UploadId>ID1</UploadId>"
+                                                "</InitiateMultipartUploadResult>"),
+              "ID1");
+    EXPECT_FALSE(xml::parseInitiateMultipartUpload("<InitiateMultipartUploadResult/>"));
+}
+
+TEST(OSSXml, CompleteBodyListsPartsInOrderEscaped) {
+    auto body = xml::buildCompleteMultipartUpload({{1, "\"A&B\"", 1, 0}, {3, "\"C\"", 1, 0}});
+    EXPECT_NE(body.find("<Part><PartNumber>1</PartNumber><ETag>\"A&amp;B\"</ETag></Part>"
+                        "<Part><PartNumber>3</PartNumber>"),
+              std::string::npos)
+        << body;
+}
+
+TEST(OSSCheckpoint, RoundTripsAndRejectsAnythingMalformed) {
+    OSSUploadCheckpoint c{"b", "k", "/tmp/f", "UP", 300000, 123456789012345LL, 102400, {}};
+    c.parts[2] = {2, "\"E\"", 102400, 0xFFFFFFFFFFFFFFFFULL};
+    auto text = serializeCheckpoint(c);
+    auto back = parseCheckpoint(text);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->uploadId, "UP");
+    EXPECT_EQ(back->fileMtimeNs, 123456789012345LL);
+    ASSERT_EQ(back->parts.count(2), 1u);
+    EXPECT_EQ(back->parts[2].crc64, 0xFFFFFFFFFFFFFFFFULL);
+    for (std::string bad : {std::string(""), std::string("{"), std::string("[]"), text.substr(0, text.size() / 2),
+                            std::string(R"({"version":1})"), std::string(R"({"version":2})")}) {
+        EXPECT_FALSE(parseCheckpoint(bad)) << bad;
+    }
+    auto wrongType = text;
+    wrongType.replace(wrongType.find("\"size\":102400"), 13, "\"size\":\"big\"");
+    EXPECT_FALSE(parseCheckpoint(wrongType));
+    EXPECT_NE(checkpointFileName("b", "k", "/a"), checkpointFileName("b", "k", "/b"));
+}
