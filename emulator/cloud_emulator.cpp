@@ -151,7 +151,7 @@ bool CloudEmulator::putObject(const std::string& bucket, const std::string& key,
     info.etag = "\"" + foundation::hexUpper(writer->md5Raw()) + "\"";
     info.crc64 = writer->crc();
     info.contentType = contentType;
-    info.lastModified = foundation::iso8601UtcMillis(impl_->now());
+    info.lastModified = ossTime(impl_->now());
     impl_->storage.storeObject(std::move(info), *writer);
     return true;
 }

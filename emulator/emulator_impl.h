@@ -88,7 +88,10 @@ public:
     bool dropped() const { return dropped_; }
 
 private:
+    void saveRecord();
+
     const httplib::ContentReader* reader_;
+    bool recorded_ = false;
     bool bodyConsumed_ = false;
     bool dropped_ = false;
 };

@@ -17,11 +17,17 @@ Exchange::Exchange(CloudEmulator::Impl& impl_, const httplib::Request& req_, htt
 }
 
 Exchange::~Exchange() {
-    if (!dropped_ && !bodyConsumed_) readBody([](const char*, std::size_t) { return true; });
+    if (recorded_) return;
+    if (!bodyConsumed_) readBody([](const char*, std::size_t) { return true; });
+    saveRecord();
+}
+
+void Exchange::saveRecord() {
+    recorded_ = true;
     record.status = dropped_ ? 0 : res.status;
     if (record.operation == "UploadPart") impl.uploadPartBytes += record.bodySize;
     std::lock_guard lock(impl.mutex);
-    impl.requests.push_back(std::move(record));
+    impl.requests.push_back(record);
 }
 
 Pairs Exchange::headers() const { return Pairs(req.headers.begin(), req.headers.end()); }
@@ -119,6 +125,7 @@ void Exchange::drop(std::uint64_t afterBytes) {
     }
     bodyConsumed_ = true;
     dropped_ = true;
+    saveRecord();  // before the client can notice the drop
     dropConnection(req.remote_addr, req.remote_port, req.local_port);
     res.status = 500;  // never reaches the client: the socket is shut already
 }

@@ -99,7 +99,7 @@ void uploadPart(OssRequest& r) {
     auto body = receiveBody(r);
     if (!body) return;
     PartInfo part{*number, body->size(), foundation::hexLower(body->md5Raw()), quotedEtag(body->md5Raw()),
-                  body->crc(), foundation::iso8601UtcMillis(ex.impl.now())};
+                  body->crc(), ossTime(ex.impl.now())};
     auto etag = part.etag;
     auto crc = part.crc64;
     if (!ex.impl.storage.storePart(ex.param("uploadId").value_or(""), std::move(part), *body)) {
@@ -157,7 +157,7 @@ void completeMultipartUpload(OssRequest& r) {
     writer->skipDigests();  // the object's CRC follows from the parts' CRCs
     foundation::Md5Stream etagDigest;
     ObjectInfo info{r.bucket, r.key, 0, "", 0, upload->info.contentType, upload->metadata, ex.header("x-oss-notification"),
-                    nullptr, foundation::iso8601UtcMillis(ex.impl.now()), static_cast<int>(list->size())};
+                    nullptr, ossTime(ex.impl.now()), static_cast<int>(list->size())};
     for (const auto& item : *list) {
         const auto& part = *std::find_if(upload->info.parts.begin(), upload->info.parts.end(),
                                          [&](const PartInfo& p) { return p.number == item.number; });

@@ -77,7 +77,7 @@ void putObject(OssRequest& r) {
     info.crc64 = body->crc();
     info.contentType = ex.header("Content-Type").value_or("application/octet-stream");
     info.metadata = metaHeaders(ex);
-    info.lastModified = foundation::iso8601UtcMillis(ex.impl.now());
+    info.lastModified = ossTime(ex.impl.now());
     ex.impl.storage.storeObject(info, *body);
     ex.res.status = 200;
     ex.res.set_header("ETag", info.etag);

@@ -48,11 +48,13 @@ OssRequest resolve(Exchange& ex) {
     OssRequest r{ex, virtualHostBucket(ex), ""};
     std::string path = ex.req.path;
     if (!path.empty() && path.front() == '/') path.erase(0, 1);
-    if (!r.bucket.empty()) {
+    auto slash = path.find('/');
+    // A path that starts with the Host's bucket is path-style: ali-oss sends such URLs with a
+    // virtual-hosted Host header when its endpoint is an IP address.
+    if (!r.bucket.empty() && path.substr(0, slash) != r.bucket) {
         r.key = path;
         return r;
     }
-    auto slash = path.find('/');
     r.bucket = path.substr(0, slash);
     r.key = slash == std::string::npos ? "" : path.substr(slash + 1);
     return r;

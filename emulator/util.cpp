@@ -7,6 +7,7 @@
 #include <random>
 
 #include "foundation/crypto.h"
+#include "foundation/dates.h"
 
 namespace quorvane::emulator {
 
@@ -33,6 +34,10 @@ std::string randomAlnum(std::size_t chars) {
     std::string out;
     for (unsigned char b : bytes) out += kAlphabet[b % 62];
     return out;
+}
+
+std::string ossTime(std::chrono::system_clock::time_point t) {
+    return foundation::iso8601UtcMillis(std::chrono::floor<std::chrono::seconds>(t));
 }
 
 std::string newRequestId() { return randomHex(24, true); }

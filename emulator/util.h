@@ -10,6 +10,9 @@ namespace quorvane::emulator {
 
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
+// Times as object storage prints them: whole seconds, ".000Z".
+std::string ossTime(std::chrono::system_clock::time_point t);
+
 std::string randomHex(std::size_t chars, bool upper);
 std::string randomAlnum(std::size_t chars);
 std::string newRequestId();  // 24 upper-case hex, like the services' request ids

@@ -1,0 +1,190 @@
+// Multipart uploads over loopback: the happy path, every refusal Complete knows, listing, persistence.
+#include <filesystem>
+
+#include "emulator_test_support.h"
+
+namespace quorvane::emulator {
+namespace {
+
+using testing::CloudTest;
+using testing::Key;
+using testing::signedHeaders;
+using testing::xmlField;
+
+constexpr std::size_t kPart = 100 * 1024;
+
+std::string bytes(std::size_t n, int seed) {
+    std::string out(n, '\0');
+    for (std::size_t i = 0; i < n; ++i) out[i] = static_cast<char>((i * 7 + seed * 13) & 0xFF);
+    return out;
+}
+
+struct Multipart {
+    httplib::Client& client;
+    Key key;
+    std::string bucket, object, uploadId;
+
+    std::string resource(const std::string& sub) const { return "/" + bucket + "/" + object + sub; }
+
+    void initiate() {
+        auto res = client.Post(resource("?uploads"), signedHeaders(key, "POST", resource("?uploads"), "video/mp4"), "",
+                               "video/mp4");
+        ASSERT_TRUE(res);
+        ASSERT_EQ(res->status, 200) << res->body;
+        uploadId = xmlField(res->body, "UploadId");
+        ASSERT_EQ(uploadId.size(), 32u);
+    }
+    httplib::Result part(int number, const std::string& body) {
+        auto sub = "?partNumber=" + std::to_string(number) + "&uploadId=" + uploadId;
+        return client.Put(resource(sub), signedHeaders(key, "PUT", resource(sub), "application/octet-stream"), body,
+                          "application/octet-stream");
+    }
+    httplib::Result complete(const std::vector<std::pair<int, std::string>>& parts,
+                             std::map<std::string, std::string> ossHeaders = {}) {
+        std::string xml = "<CompleteMultipartUpload>";
+        for (const auto& [n, etag] : parts)
+            xml += "<Part><PartNumber>" + std::to_string(n) + "</PartNumber><ETag>" + etag + "</ETag></Part>";
+        return completeRaw(xml + "</CompleteMultipartUpload>", ossHeaders);
+    }
+    httplib::Result completeRaw(const std::string& xml, std::map<std::string, std::string> ossHeaders = {}) {
+        auto sub = "?uploadId=" + uploadId;
+        return client.Post(resource(sub), signedHeaders(key, "POST", resource(sub), "application/xml", "", ossHeaders),
+                           xml, "application/xml");
+    }
+    httplib::Result list(const std::string& query) {
+        auto sub = "?uploadId=" + uploadId;
+        return client.Get(resource(sub + query), signedHeaders(key, "GET", resource(sub)));
+    }
+    httplib::Result abort() {
+        auto sub = "?uploadId=" + uploadId;
+        return client.Delete(resource(sub), signedHeaders(key, "DELETE", resource(sub)));
+    }
+};
+
+class MultipartTest : public CloudTest {
+protected:
+    Multipart upload(const std::string& object) { return Multipart{*client, root, bucket(), object, ""}; }
+};
+
+TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotification) {
+    auto m = upload("video/clip.mp4");
+    m.initiate();
+    std::vector<std::string> bodies = {bytes(kPart, 1), bytes(kPart + 5, 2), bytes(1234, 3)};
+    std::vector<std::pair<int, std::string>> list;
+    for (int i = 0; i < 3; ++i) {
+        auto res = m.part(i + 1, bodies[i]);
+        ASSERT_EQ(res->status, 200) << res->body;
+        EXPECT_EQ(res->get_header_value("x-oss-hash-crc64ecma"), std::to_string(crc64(bodies[i].data(), bodies[i].size())));
+        list.emplace_back(i + 1, i == 1 ? res->get_header_value("ETag").substr(1, 32) : res->get_header_value("ETag"));
+    }
+    const std::string vodInfo = R"({"Title":"clip","CateId":19,"Tags":"sports"})";
+    auto done = m.complete(list, {{"x-oss-notification", foundation::base64Encode(vodInfo)}});
+    ASSERT_EQ(done->status, 200) << done->body;
+    auto whole = bodies[0] + bodies[1] + bodies[2];
+    EXPECT_EQ(done->get_header_value("x-oss-hash-crc64ecma"), std::to_string(crc64(whole.data(), whole.size())));
+    EXPECT_EQ(xmlField(done->body, "Key"), "video/clip.mp4");
+    EXPECT_EQ(cloud.objectBytes(bucket(), "video/clip.mp4"), whole);
+    auto info = cloud.object(bucket(), "video/clip.mp4");
+    ASSERT_TRUE(info);
+    EXPECT_EQ(info->contentType, "video/mp4");
+    EXPECT_EQ(info->partCount, 3);
+    EXPECT_EQ(info->notification["CateId"], 19);
+    EXPECT_EQ(info->etag.substr(info->etag.size() - 3), "-3\"");
+
+    auto again = m.complete(list);
+    EXPECT_EQ(again->status, 404);
+    EXPECT_EQ(xmlField(again->body, "Code"), "NoSuchUpload");
+    EXPECT_EQ(xmlField(again->body, "UploadId"), m.uploadId);
+    EXPECT_EQ(cloud.upload(m.uploadId)->state, UploadState::Completed);
+}
+
+TEST_F(MultipartTest, CompleteRefusesBadPartLists) {
+    auto m = upload("bad.bin");
+    m.initiate();
+    auto small = m.part(1, bytes(10, 1));
+    auto big = m.part(2, bytes(kPart, 2));
+    auto tail = m.part(3, bytes(10, 3));
+    auto e1 = small->get_header_value("ETag"), e2 = big->get_header_value("ETag"), e3 = tail->get_header_value("ETag");
+
+    EXPECT_EQ(xmlField(m.complete({{2, e2}, {1, e1}})->body, "Code"), "InvalidPartOrder");
+    EXPECT_EQ(xmlField(m.complete({{2, e2}, {2, e2}})->body, "Code"), "InvalidPartOrder");
+    EXPECT_EQ(xmlField(m.complete({{2, e3}})->body, "Code"), "InvalidPart");
+    EXPECT_EQ(xmlField(m.complete({{2, e2}, {4, e3}})->body, "Code"), "InvalidPart");
+    auto tooSmall = m.complete({{1, e1}, {2, e2}});
+    EXPECT_EQ(tooSmall->status, 400);
+    EXPECT_EQ(xmlField(tooSmall->body, "Code"), "EntityTooSmall");
+    EXPECT_EQ(xmlField(m.completeRaw("<CompleteMultipartUpload><Part>")->body, "Code"), "MalformedXML");
+    EXPECT_EQ(xmlField(m.part(10001, "x")->body, "Code"), "InvalidArgument");
+    EXPECT_EQ(xmlField(m.part(0, "x")->body, "ArgumentName"), "partNumber");
+
+    // Gaps are allowed and the last part may be small.
+    EXPECT_EQ(m.complete({{2, e2}, {3, e3}})->status, 200);
+    EXPECT_EQ(cloud.object(bucket(), "bad.bin")->size, kPart + 10);
+}
+
+TEST_F(MultipartTest, AbortAnswers204ThenNoSuchUploadEverywhere) {
+    auto m = upload("gone.bin");
+    m.initiate();
+    ASSERT_EQ(m.part(1, "abc")->status, 200);
+    EXPECT_EQ(m.abort()->status, 204);
+    EXPECT_EQ(xmlField(m.part(2, "abc")->body, "Code"), "NoSuchUpload");
+    EXPECT_EQ(xmlField(m.list("")->body, "Code"), "NoSuchUpload");
+    EXPECT_EQ(m.abort()->status, 404);
+    EXPECT_EQ(m.complete({{1, "x"}})->status, 404);
+    EXPECT_FALSE(cloud.object(bucket(), "gone.bin"));
+}
+
+TEST_F(MultipartTest, ListPartsPagesWithExclusiveMarker) {
+    auto m = upload("list.bin");
+    m.initiate();
+    for (int n : {1, 2, 3, 5, 8}) ASSERT_EQ(m.part(n, bytes(n, n))->status, 200);
+    auto first = m.list("&max-parts=2");
+    EXPECT_EQ(xmlField(first->body, "IsTruncated"), "true");
+    EXPECT_EQ(xmlField(first->body, "NextPartNumberMarker"), "2");
+    EXPECT_EQ(xmlField(first->body, "MaxParts"), "2");
+    auto rest = m.list("&part-number-marker=3");
+    EXPECT_EQ(xmlField(rest->body, "IsTruncated"), "false");
+    EXPECT_EQ(xmlField(rest->body, "NextPartNumberMarker"), "8");
+    pugi::xml_document doc;
+    doc.load_string(rest->body.c_str());
+    std::vector<std::string> numbers;
+    for (auto p : doc.child("ListPartsResult").children("Part")) {
+        numbers.push_back(p.child_value("PartNumber"));
+        EXPECT_EQ(std::string(p.child_value("ETag")).front(), '"');
+        EXPECT_EQ(std::string(p.child_value("LastModified")).substr(19), ".000Z");
+    }
+    EXPECT_EQ(numbers, (std::vector<std::string>{"5", "8"}));
+}
+
+TEST(MultipartPersistence, RestartedEmulatorKeepsObjectsUploadsAndParts) {
+    auto dir = std::filesystem::temp_directory_path() / ("emulator-persist-" + std::to_string(::getpid()));
+    std::filesystem::remove_all(dir);
+    EmulatorOptions options;
+    options.storageDir = dir.string();
+    std::string uploadId;
+    {
+        CloudEmulator cloud(options);
+        ASSERT_TRUE(cloud.start());
+        httplib::Client client("127.0.0.1", cloud.port());
+        Multipart m{client, {options.accessKeyId, options.accessKeySecret, ""}, options.bucket, "p.bin", ""};
+        m.initiate();
+        ASSERT_EQ(m.part(1, bytes(kPart, 1))->status, 200);
+        uploadId = m.uploadId;
+        ASSERT_TRUE(cloud.putObject(options.bucket, "kept.txt", "still here"));
+    }
+    CloudEmulator cloud(options);
+    ASSERT_TRUE(cloud.start());
+    EXPECT_EQ(cloud.objectBytes(options.bucket, "kept.txt"), "still here");
+    httplib::Client client("127.0.0.1", cloud.port());
+    Multipart m{client, {options.accessKeyId, options.accessKeySecret, ""}, options.bucket, "p.bin", uploadId};
+    auto listed = m.list("");
+    EXPECT_EQ(xmlField(listed->body, "NextPartNumberMarker"), "1");
+    auto second = m.part(2, "end");
+    auto first = cloud.upload(uploadId)->parts.at(0).etag;
+    ASSERT_EQ(m.complete({{1, first}, {2, second->get_header_value("ETag")}})->status, 200);
+    EXPECT_EQ(cloud.objectBytes(options.bucket, "p.bin"), bytes(kPart, 1) + "end");
+    std::filesystem::remove_all(dir);
+}
+
+}  // namespace
+}  // namespace quorvane::emulator
