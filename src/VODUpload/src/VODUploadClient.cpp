@@ -2,6 +2,7 @@
 
 #include <cstdlib>
 
+#include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "foundation/temp_files.h"
 
@@ -18,7 +19,9 @@ std::string userCachesDirectory() {
 }  // namespace
 
 VODUploadClient::VODUploadClient()
-    : ossConfig_(std::make_shared<OSSConfig>()), recordDirectoryPath_(userCachesDirectory()) {
+    : ossConfig_(std::make_shared<OSSConfig>()),
+      eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
+      recordDirectoryPath_(userCachesDirectory()) {
     conf_.maxRetryCount = 2;
     conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
 }
@@ -30,6 +33,15 @@ void VODUploadClient::transitionTo(VODClientState next) {
 void VODUploadClient::setTimeoutIntervalForRequest(double seconds) {
     timeoutIntervalForRequest_ = seconds;
     conf_.timeoutIntervalForRequest = seconds;  // object-storage clients made from now on
+}
+
+void VODUploadClient::setReportEnabled(bool on) {
+    reportEnabled_ = on;
+    if (eventManager_) eventManager_->setEnabled(on);
+}
+
+void VODUploadClient::setLogStore(const std::string& logStore) {
+    if (eventManager_) eventManager_->setLogstore(logStore);
 }
 
 void VODUploadClient::setRecordUploadProgress(bool on) {

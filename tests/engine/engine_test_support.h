@@ -1,0 +1,48 @@
+#pragma once
+// Helpers shared by the engine tests.
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "VODUpload/src/VODUploadClient.h"
+
+namespace quorvane {
+
+// Reaches the client's private state so the tests can put it where a running queue would.
+struct VODUploadClientTestAccess {
+    static void setState(VODUploadClient& c, VODClientState s) { c.transitionTo(s); }
+    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) { c.cur_ = std::move(f); }
+    static void setOpenApiConfig(VODUploadClient& c, std::shared_ptr<OSSConfig> conf) {
+        c.openApiConfig_ = std::move(conf);
+    }
+};
+
+namespace test {
+
+// A fresh directory, removed with its contents at the end of the scope.
+class TempDir {
+public:
+    TempDir() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "quorvane-engine-XXXXXX").string();
+        path_ = ::mkdtemp(pattern.data());
+    }
+    ~TempDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    TempDir(const TempDir&) = delete;
+    TempDir& operator=(const TempDir&) = delete;
+    const std::string& path() const { return path_; }
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+inline void writeFile(const std::string& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary) << bytes;
+}
+
+}  // namespace test
+}  // namespace quorvane

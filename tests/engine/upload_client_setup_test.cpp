@@ -1,0 +1,148 @@
+#include <gtest/gtest.h>
+
+#include "VODUpload/src/AVCVEventManager.h"
+#include "VODUpload/src/VODObjectCache.h"
+#include "engine_test_support.h"
+#include "foundation/crypto.h"
+#include "foundation/log.h"
+#include "oss/oss_log.h"
+
+using namespace quorvane;
+
+namespace {
+
+std::shared_ptr<VODUploadClient> pausedClient() {
+    auto client = VODUploadClient::create();
+    VODUploadClientTestAccess::setState(*client, VODClientState::Paused);
+    return client;
+}
+
+std::string authText(const std::string& utc) {
+    Value v = {{"AccessKeyId", "k2"}, {"AccessKeySecret", "s2"}, {"SecurityToken", "t2"},
+               {"Expiration", "exp"}, {"ExpireUTCTime", utc}, {"Region", "ap-southeast-1"}};
+    return foundation::base64Encode(v.dump());
+}
+
+}  // namespace
+
+TEST(VODUploadClient, NewClientHasDocumentedDefaults) {
+    auto client = VODUploadClient::create();
+    EXPECT_EQ(client->state(), VODClientState::Idle);
+    EXPECT_TRUE(client->listFiles().empty());
+    EXPECT_EQ(client->uploadPartSize(), 1048576);
+    EXPECT_EQ(client->region(), "cn-shanghai");
+    EXPECT_EQ(client->timeoutIntervalForRequest(), 30.0);
+    EXPECT_EQ(client->conf().timeoutIntervalForRequest, 30.0);
+    EXPECT_EQ(client->conf().maxRetryCount, 2u);
+    EXPECT_EQ(client->maxRetryCount(), 2147483647);
+    EXPECT_TRUE(client->recordUploadProgress());
+    EXPECT_TRUE(client->reportEnabled());
+    EXPECT_TRUE(client->transcode());
+    EXPECT_EQ(client->retryNotify(), 0);
+    EXPECT_FALSE(client->recordDirectoryPath().empty());
+    EXPECT_TRUE(client->ossConfig());
+    EXPECT_FALSE(client->openApiConfig());
+
+    client->setTimeoutIntervalForRequest(12.5);
+    client->setMaxRetryCount(3);
+    EXPECT_EQ(client->conf().timeoutIntervalForRequest, 12.5);
+    EXPECT_EQ(client->conf().maxRetryCount, 2u);  // the engine's own retries stay apart
+
+    ASSERT_TRUE(client->eventManager());
+    EXPECT_EQ(client->eventManager()->logstore(), "upload");
+    client->setLogStore("custom");
+    client->setReportEnabled(false);
+    EXPECT_EQ(client->eventManager()->logstore(), "custom");
+    EXPECT_FALSE(client->eventManager()->enabled());
+
+    client->setRecordUploadProgress(false);
+    EXPECT_FALSE(VODObjectCache::sharedCache().enabled());
+    client->setRecordUploadProgress(true);
+    EXPECT_TRUE(VODObjectCache::sharedCache().enabled());
+}
+
+TEST(VODUploadClient, InitNeedsEveryCredentialText) {
+    auto client = VODUploadClient::create();
+    auto listener = std::make_shared<VODUploadListener>();
+    EXPECT_FALSE(client->init("id", "", listener));
+    EXPECT_FALSE(client->listener());
+    EXPECT_FALSE(client->setKeyId("id", "secret", "token", "", listener));
+    EXPECT_FALSE(client->ossConfig()->accessKeyId);
+
+    ASSERT_TRUE(client->setKeyId("id", "secret", "token", "2030-01-01T00:00:00Z", listener));
+    EXPECT_EQ(client->listener(), listener);
+    EXPECT_EQ(client->ossConfig()->secretToken, "token");
+    ASSERT_TRUE(client->init("id2", "secret2", listener));
+    EXPECT_EQ(client->ossConfig()->accessKeyId, "id2");
+    EXPECT_FALSE(client->ossConfig()->secretToken);  // a plain key pair drops the token and expiry
+    EXPECT_FALSE(client->ossConfig()->expireTime);
+}
+
+TEST(VODUploadClient, CredentialProviderFollowsTheRecordInUse) {
+    auto client = VODUploadClient::create();
+    EXPECT_EQ(client->getCredentialProvider(), nullptr);  // no key pair yet
+
+    ASSERT_TRUE(client->init("plain-id", "plain-secret", nullptr));
+    auto plain = std::dynamic_pointer_cast<oss::OSSPlainTextAKSKPairCredentialProvider>(client->getCredentialProvider());
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain->accessKey(), "plain-id");
+
+    auto openApi = std::make_shared<OSSConfig>();
+    openApi->accessKeyId = "sts-id";
+    openApi->accessKeySecret = "sts-secret";
+    openApi->secretToken = "tok";
+    openApi->expireTime = "2030-01-01T00:00:00Z";
+    VODUploadClientTestAccess::setOpenApiConfig(*client, openApi);
+    auto federation = std::dynamic_pointer_cast<oss::OSSFederationCredentialProvider>(client->getCredentialProvider());
+    ASSERT_TRUE(federation);
+    Error error;
+    auto token = federation->getToken(&error);
+    ASSERT_TRUE(token);
+    EXPECT_EQ(token->tAccessKey, "sts-id");
+    EXPECT_EQ(token->expirationTimeInGMTFormat, "2030-01-01T00:00:00Z");
+
+    // The getter reads the record when asked, and holds it weakly.
+    openApi->secretToken = "tok-2";
+    EXPECT_EQ(federation->getToken(&error)->tToken, "tok-2");
+    VODUploadClientTestAccess::setOpenApiConfig(*client, nullptr);
+    openApi.reset();
+    EXPECT_EQ(federation->getToken(&error), nullptr);
+}
+
+TEST(VODUploadClient, ResumeWithTokenOnlyWhilePaused) {
+    for (auto state : {VODClientState::Idle, VODClientState::Started, VODClientState::Stopped, VODClientState::Finished}) {
+        auto client = VODUploadClient::create();
+        VODUploadClientTestAccess::setState(*client, state);
+        EXPECT_FALSE(client->resumeWithToken("k", "s", "t", "e")) << static_cast<int>(state);
+        EXPECT_FALSE(client->resumeWithAuth(authText("utc"))) << static_cast<int>(state);
+        EXPECT_EQ(client->state(), state);
+        EXPECT_FALSE(client->ossConfig()->accessKeyId);
+    }
+    auto client = pausedClient();
+    EXPECT_FALSE(client->resumeWithToken("k", "s", "", "e"));
+    EXPECT_EQ(client->state(), VODClientState::Paused);
+    ASSERT_TRUE(client->resumeWithToken("k", "s", "t", "e"));
+    EXPECT_EQ(client->state(), VODClientState::Started);
+    EXPECT_EQ(client->ossConfig()->secretToken, "t");
+}
+
+TEST(VODUploadClient, ResumeWithAuthTakesCredentialsButNotRegion) {
+    oss::OSSLog::enableLog();
+    foundation::LogCapture log;
+    auto client = pausedClient();
+    EXPECT_FALSE(client->resumeWithAuth(""));
+    EXPECT_FALSE(client->resumeWithAuth("not base64"));
+    EXPECT_FALSE(client->resumeWithAuth(foundation::base64Encode("not json")));
+    std::string line = std::string(VODUploadClient::kLogSource) + " [Debug]: upload auth format is error.";
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{line, line}));
+
+    ASSERT_TRUE(client->resumeWithAuth(authText("")));
+    EXPECT_EQ(client->ossConfig()->expireTime, "exp");
+    EXPECT_EQ(client->region(), "cn-shanghai");
+    EXPECT_TRUE(log.contains("[Debug]: resume upload with new token."));
+
+    auto other = pausedClient();
+    ASSERT_TRUE(other->resumeWithAuth(authText("2031-01-01T00:00:00Z")));
+    EXPECT_EQ(other->ossConfig()->expireTime, "2031-01-01T00:00:00Z");
+    oss::OSSLog::disableLog();
+}

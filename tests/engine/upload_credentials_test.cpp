@@ -1,0 +1,142 @@
+#include <gtest/gtest.h>
+
+#include "VODUpload/src/VODObjectCache.h"
+#include "VODUpload/src/VODUploadAuthParser.h"
+#include "engine_test_support.h"
+#include "foundation/crypto.h"
+#include "foundation/log.h"
+#include "oss/oss_log.h"
+
+using namespace quorvane;
+using foundation::base64Encode;
+
+namespace {
+
+std::string encoded(const Value& v) { return base64Encode(v.dump()); }
+
+const Value kAuth = {{"AccessKeyId", "STS.id"},           {"AccessKeySecret", "sts-secret"},
+                     {"SecurityToken", "token-1"},        {"Expiration", "3600"},
+                     {"ExpireUTCTime", "2030-01-01T00:00:00Z"}, {"Region", "cn-beijing"}};
+
+std::string debugLine(const std::string& message) {
+    return std::string(VODUploadClient::kLogSource) + " [Debug]: " + message;
+}
+
+// Turns the object-storage log switch on for one test and captures what the engine writes.
+struct UploadAuthClient : ::testing::Test {
+    UploadAuthClient() { oss::OSSLog::enableLog(); }
+    ~UploadAuthClient() override { oss::OSSLog::disableLog(); }
+    foundation::LogCapture log;
+    std::shared_ptr<VODUploadClient> client = VODUploadClient::create();
+};
+
+}  // namespace
+
+TEST(UploadAuthText, ReadsEveryKeyAndPrefersNonEmptyExpireUTCTime) {
+    auto parsed = parseUploadAuthText(encoded(kAuth));
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed.value->accessKeyId, "STS.id");
+    EXPECT_EQ(parsed.value->securityToken, "token-1");
+    EXPECT_EQ(parsed.value->expireTime(), "2030-01-01T00:00:00Z");
+
+    Value emptyUtc = kAuth;
+    emptyUtc["ExpireUTCTime"] = "";
+    EXPECT_EQ(parseUploadAuthText(encoded(emptyUtc)).value->expireTime(), "3600");
+    Value noUtc = kAuth;
+    noUtc.erase("ExpireUTCTime");
+    EXPECT_EQ(parseUploadAuthText(encoded(noUtc)).value->expireTime(), "3600");
+}
+
+TEST(UploadAuthText, MalformedTextsGiveTheirMessages) {
+    EXPECT_EQ(parseUploadAuthText("not base64!").error, "upload auth format is error");
+    EXPECT_EQ(parseUploadAuthText(base64Encode("{\"AccessKeyId\":")).error, "upload auth format is error.");
+    EXPECT_EQ(parseUploadAuthText(base64Encode("[1,2]")).error, "upload auth format is error.");
+    EXPECT_EQ(parseUploadAuthText("").error, "upload auth format is error.");
+    EXPECT_EQ(parseUploadAddressText("%%%").error, "upload address format is error.");
+    EXPECT_EQ(parseUploadAddressText(base64Encode("Endpoint=x")).error, "upload address format is error.");
+}
+
+TEST(UploadAuthText, MissingOrNonTextKeysAreAbsent) {
+    auto parsed = parseUploadAuthText(encoded({{"AccessKeyId", "id"}, {"AccessKeySecret", 5}}));
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed.value->accessKeyId, "id");
+    EXPECT_EQ(parsed.value->accessKeySecret, std::nullopt);
+    EXPECT_EQ(parsed.value->securityToken, std::nullopt);
+    EXPECT_EQ(parsed.value->expireTime(), std::nullopt);
+}
+
+TEST_F(UploadAuthClient, ParseUploadAuthStoresCredentialsAndNonEmptyRegion) {
+    OSSConfig config;
+    config.secretToken = "old";
+    Value partial = {{"AccessKeyId", "id"}, {"AccessKeySecret", "s"}, {"Region", ""}};
+    EXPECT_TRUE(client->parseUploadAuth(encoded(partial), config));
+    EXPECT_EQ(config.accessKeyId, "id");
+    EXPECT_EQ(config.secretToken, std::nullopt);  // an absent key clears the old value
+    EXPECT_EQ(client->region(), "cn-shanghai");
+
+    EXPECT_TRUE(client->parseUploadAuth(encoded(kAuth), config));
+    EXPECT_EQ(config.expireTime, "2030-01-01T00:00:00Z");
+    EXPECT_EQ(client->region(), "cn-beijing");
+    for (const auto& line : log.lines()) EXPECT_EQ(line.find("sts-secret"), std::string::npos) << line;
+}
+
+TEST_F(UploadAuthClient, MalformedAuthAndAddressAreRefusedWithTheirLogLines) {
+    OSSConfig config;
+    EXPECT_FALSE(client->parseUploadAuth("***", config));
+    EXPECT_FALSE(client->parseUploadAuth(base64Encode("{oops"), config));
+    auto file = std::make_shared<UploadFileInfo>();
+    EXPECT_FALSE(client->parseUploadAddress(base64Encode("\"just text\""), file));
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{debugLine("upload auth format is error"),
+                                                     debugLine("upload auth format is error."),
+                                                     debugLine("upload address format is error.")}));
+    EXPECT_FALSE(config.accessKeyId);
+    EXPECT_FALSE(file->endpoint);
+    EXPECT_FALSE(client->curUploadAddress());
+}
+
+TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
+    test::TempDir dir;
+    auto file = std::make_shared<UploadFileInfo>();
+    file->filePath = dir.file("fresh.mp4");
+    test::writeFile(file->filePath, "abc");
+    VODUploadClientTestAccess::setCur(*client, file);
+    std::string address = encoded({{"Endpoint", "oss-cn-beijing.aliyuncs.com"}, {"Bucket", "b"}, {"FileName", "sv/1.mp4"}});
+
+    EXPECT_FALSE(client->setUploadAuthAndAddress(nullptr, encoded(kAuth), address));
+    EXPECT_FALSE(client->setUploadAuthAndAddress(file, "", address));
+    EXPECT_FALSE(client->setUploadAuthAndAddress(file, "@@@@", address));
+    EXPECT_FALSE(file->bucket);
+
+    ASSERT_TRUE(client->setUploadAuthAndAddress(file, encoded(kAuth), address));
+    EXPECT_EQ(client->ossConfig()->accessKeyId, "STS.id");
+    EXPECT_EQ(file->endpoint, "oss-cn-beijing.aliyuncs.com");
+    EXPECT_EQ(file->bucket, "b");
+    EXPECT_EQ(file->object, "sv/1.mp4");
+    EXPECT_EQ(client->curUploadAddress(), address);
+    EXPECT_EQ(VODObjectCache::sharedCache().getObjectWithPath(file->filePath)->object, "sv/1.mp4");
+    VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
+}
+
+TEST(UploadAddress, CachedObjectWinsOnlyWithAVideoId) {
+    test::TempDir dir;
+    auto client = VODUploadClient::create();
+    auto file = std::make_shared<UploadFileInfo>();
+    file->filePath = dir.file("again.mp4");
+    test::writeFile(file->filePath, "0123456789");
+    VODUploadClientTestAccess::setCur(*client, file);
+    auto& cache = VODObjectCache::sharedCache();
+    auto entry = cache.getObjectWithPath(file->filePath);
+    entry->object = "sv/earlier.mp4";
+    cache.saveObject(entry, file->filePath);
+
+    std::string address = encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/new.mp4"}});
+    ASSERT_TRUE(client->parseUploadAddress(address, file));
+    EXPECT_EQ(file->object, "sv/new.mp4");  // no video id yet: the service's name is taken
+
+    entry->object = "sv/earlier.mp4";
+    entry->videoId = "vid-9";
+    cache.saveObject(entry, file->filePath);
+    ASSERT_TRUE(client->parseUploadAddress(address, file));
+    EXPECT_EQ(file->object, "sv/earlier.mp4");
+    cache.clearObjectWithPath(file->filePath);
+}
