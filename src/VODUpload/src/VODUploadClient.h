@@ -6,19 +6,29 @@
 //   VODUploadClient.cpp          construction and properties
 //   VODUploadClientAuth.cpp      set-up, upload auth and address, credential provider, recovery
 //   VODUploadClientContinue.cpp  continuing an upload once new credentials arrived
-// The queue, upload and create-upload steps add their own files beside these.
+//   VODUploadClientQueue.cpp     the file queue, run control and error classes
+//   VODUploadClientUpload.cpp    the resumable multipart upload, progress and retries
+//   VODUploadClientCreate.cpp    create-upload requests to the video service, start event
 //
 // The engine has no locks: public operations run on the caller's thread, upload completions on the
 // object-storage client's worker threads.
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "VODUpload/src/VODInnerFileInfo.h"
+#include "VODUpload/src/VODOpenApi.h"
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
+#include "VODUpload/src/VodInfo.h"
+#include "foundation/error.h"
+#include "foundation/http_client.h"
+#include "foundation/value.h"
 #include "oss/credential_provider.h"
 #include "oss/oss_client.h"
 
@@ -65,6 +75,51 @@ public:
     // The provider for a new object-storage client: openApiConfig before ossConfig; STS credentials
     // are read from the record at every token fetch; nullptr without a usable key pair.
     std::shared_ptr<oss::OSSCredentialProvider> getCredentialProvider();
+
+    // --- File queue and run control ---
+    // Queues a file that the video service registers first (create-upload); refused for an empty path.
+    bool addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo);
+    // Queues a file uploaded directly into endpoint/bucket/object with the client's credentials.
+    bool addFile(const std::string& filePath, std::string endpoint, std::string bucket, std::string object);
+    bool addFile(const std::string& filePath, std::string endpoint, std::string bucket, std::string object,
+                 std::shared_ptr<VodInfo> vodInfo);
+    bool deleteFile(int index);
+    bool clearFiles();
+    bool cancelFile(int index);
+    bool resumeFile(int index);
+    bool start();
+    bool stop();
+    bool pause();
+    bool resume();
+    // Takes the first Ready file as the current one and begins its upload; Finished when none is left.
+    void next();
+    // Registers the current file with the video service (image or video), or fails a file of another type.
+    void requestUploadAuthAddress();
+    // Class of an object-storage error: 0 fail, 1 retry, 2 credentials expired, 3 cancelled otherwise,
+    // 4 cancelled by stop or pause.
+    int shouldRetry(const Error& error) const;
+
+    // --- Multipart upload of the current file ---
+    void startOSSClientUpload();
+    void initMultiUpload();
+    void resumableUpload();
+
+    // --- Create-upload requests ---
+    void createUploadVideo();
+    void createUploadImage();
+    // A refresh when the resume cache holds a video id for `fileName`, else a create.
+    std::shared_ptr<foundation::HttpTask> createOrRefreshUploadVideoWithKeyId(
+        const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
+        const std::string& fileName, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler);
+    // The caller's user data (when it is a JSON object) with the media facts of the file added.
+    std::optional<std::string> userDataWithVideoPath(const std::string& videoPath,
+                                                     const std::optional<std::string>& userData);
+    void sendStartEvent();
+
+    // The wait before each retry (2 s). Injected so tests can shorten it; runs on a worker thread.
+    using RetrySleeper = std::function<void(std::chrono::milliseconds)>;
+    void setRetrySleeper(RetrySleeper sleeper);
+    static constexpr std::chrono::milliseconds kRetryWait{2000};
 
     // --- Properties ---
     VODClientState state() const { return state_; }
@@ -113,6 +168,9 @@ public:
 
 private:
     friend struct VODUploadClientTestAccess;
+    friend struct VODUploadEngineTestAccess;
+
+    enum class UploadStep { Init, Upload };
 
     // The one place the client state changes.
     void transitionTo(VODClientState next);
@@ -122,8 +180,23 @@ private:
     // multipart upload (uploadId set), or pick the first Ready file again.
     void continueAfterNewCredentials();
 
-    // Fields in their order of declaration.
-    VODClientState state_ = VODClientState::Idle;
+    // Engine steps shared by the queue, upload and create files.
+    void sendUploadEvent(long long eventCode, const Value& params);
+    void cancelUploadRequest(bool logWhenNone);
+    bool makeOSSClient();
+    void onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task);
+    void onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task);
+    void handleUploadError(const Error& error, UploadStep step);
+    void retryUploadStep(const Error& error, UploadStep step);
+    void failCurrentFile(const std::string& code, const std::string& message);
+    void failCurrentFile(const Error& error);
+    void adoptRecordedUpload(oss::OSSResumableUploadRequest& request);
+    void onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error, bool image);
+    void continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth);
+
+    // Fields in their order of declaration. The state and the retry counter are read by worker
+    // threads while the caller's thread changes them, hence atomic; nothing else is guarded.
+    std::atomic<VODClientState> state_{VODClientState::Idle};
     std::shared_ptr<oss::OSSClient> client_;
     oss::OSSClientConfiguration conf_;
     std::shared_ptr<OSSConfig> ossConfig_;
@@ -148,8 +221,9 @@ private:
     std::string region_ = "cn-shanghai";
     std::optional<std::string> appId_;
     std::optional<std::string> workflowId_;
-    std::int32_t retryNotify_ = 0;
+    std::atomic<std::int32_t> retryNotify_{0};
     double timeoutIntervalForRequest_ = 30.0;
+    RetrySleeper retrySleeper_;
 };
 
 }  // namespace quorvane

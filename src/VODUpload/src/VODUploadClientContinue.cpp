@@ -1,12 +1,19 @@
-// Continuing after new credentials. The queue and upload steps own what happens next; until they
-// are wired here the client only takes the credentials and moves to Started.
+// Continuing after new credentials arrived while paused by an expiry.
 #include "VODUpload/src/VODUploadClient.h"
 
 namespace quorvane {
 
 void VODUploadClient::continueAfterNewCredentials() {
-    // With uploadId set: requestUploadAuthAddress when openApiConfig is present (a refresh, then the
-    // same upload), else resumableUpload; without uploadId: next.
+    if (uploadId_ && !uploadId_->empty()) {
+        // The expiry struck during the multipart upload. Credentials the service issued for the file
+        // are asked for again (a refresh); the caller's own continue the same upload directly.
+        if (openApiConfig_)
+            requestUploadAuthAddress();
+        else
+            resumableUpload();
+        return;
+    }
+    next();  // struck before the upload began: the first Ready file is taken again
 }
 
 }  // namespace quorvane

@@ -1,0 +1,201 @@
+// Create-upload requests: registering the current file with the video service (a video, refreshed
+// when the resume cache remembers its id, or an image), the media facts added to the user data, and
+// the start event sent before each multipart upload.
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <cstdio>
+
+#include "VODUpload/src/AVCVAssetInfo.h"
+#include "VODUpload/src/VODLog.h"
+#include "VODUpload/src/VODObjectCache.h"
+#include "VODUpload/src/VODUploadClient.h"
+
+namespace quorvane {
+namespace {
+
+bool nonEmpty(const std::optional<std::string>& text) { return text && !text->empty(); }
+
+std::string fixed2(double value) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.2f", value);
+    return text;
+}
+
+// The shortest decimal text of a floating-point number: 1920.0 -> "1920".
+std::string numberText(double value) {
+    char text[64];
+    auto end = std::to_chars(text, text + sizeof text, value).ptr;
+    return std::string(text, end);
+}
+
+std::string lowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
+
+void putIfPresent(Value& params, const char* key, const std::optional<std::string>& value) {
+    if (value) params[key] = *value;
+}
+
+}  // namespace
+
+void VODUploadClient::createUploadVideo() {
+    if (!cur_) return;
+    const auto info = cur_->vodInfo;
+    Value params = Value::object();
+    if (info) putIfPresent(params, "CoverURL", info->coverUrl);
+    params["FileSize"] = curInnerFileInfo_ ? curInnerFileInfo_->fileSize : std::string("0");
+    if (info) {
+        putIfPresent(params, "Description", info->desc);
+        if (info->cateId) params["CateId"] = std::to_string(*info->cateId);
+        putIfPresent(params, "Tags", info->tags);
+        putIfPresent(params, "StorageLocation", info->storageLocation);
+        putIfPresent(params, "TemplateGroupId", info->templateGroupId);
+    }
+    if (!transcode_ && !(info && nonEmpty(info->templateGroupId))) params["TranscodeMode"] = "NoTranscode";
+    if (nonEmpty(appId_)) params["AppId"] = *appId_;
+    if (nonEmpty(workflowId_)) params["WorkflowId"] = *workflowId_;
+    if (auto userData = userDataWithVideoPath(cur_->filePath, info ? info->userData : std::nullopt))
+        params["UserData"] = *userData;
+
+    std::weak_ptr<VODUploadClient> weak = weak_from_this();
+    createOrRefreshUploadVideoWithKeyId(
+        ossConfig_->accessKeyId.value_or(""), ossConfig_->accessKeySecret.value_or(""),
+        ossConfig_->secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur_->filePath, params,
+        [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
+            if (auto self = weak.lock()) self->onCreateAnswer(reply, error, false);
+        });
+}
+
+std::shared_ptr<foundation::HttpTask> VODUploadClient::createOrRefreshUploadVideoWithKeyId(
+    const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
+    const std::string& fileName, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler) {
+    auto entry = VODObjectCache::sharedCache().getObjectWithPath(fileName);
+    if (entry && !entry->videoId.empty()) {
+        curVideoId_ = entry->videoId;
+        return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, region_,
+                                              std::move(completionHandler));
+    }
+    return VODOpenApi::createUploadVideo(keyId, keySecret, token, title, fileName, region_, optionalParams,
+                                         std::move(completionHandler));
+}
+
+void VODUploadClient::createUploadImage() {
+    if (!cur_) return;
+    const auto info = cur_->vodInfo;
+    Value params = Value::object();
+    params["ImageExt"] = lowerCase(vodPathExtension(cur_->filePath));
+    if (info) {
+        putIfPresent(params, "Title", info->title);
+        putIfPresent(params, "Description", info->desc);
+        if (info->cateId) params["CateId"] = std::to_string(*info->cateId);
+        putIfPresent(params, "Tags", info->tags);
+        putIfPresent(params, "StorageLocation", info->storageLocation);
+    }
+    if (nonEmpty(appId_)) params["AppId"] = *appId_;
+    if (info) putIfPresent(params, "UserData", info->userData);
+    const std::string imageType = info ? info->imageType.value_or("") : std::string("cover");
+
+    std::weak_ptr<VODUploadClient> weak = weak_from_this();
+    VODOpenApi::createUploadImage(
+        ossConfig_->accessKeyId.value_or(""), ossConfig_->accessKeySecret.value_or(""),
+        ossConfig_->secretToken.value_or(""), imageType, region_, params,
+        [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
+            if (auto self = weak.lock()) self->onCreateAnswer(reply, error, true);
+        });
+}
+
+void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error,
+                                     bool image) {
+    if (!cur_) return;
+    if (error) {
+        auto serviceCode = foundation::stringAt(error->userInfo, "Code");
+        auto serviceMessage = foundation::stringAt(error->userInfo, "Message");
+        const std::string code = serviceCode ? *serviceCode : std::to_string(error->code);
+        const std::string message = serviceMessage ? *serviceMessage : error->description;
+        sendUploadEvent(20004, {{"code", code}, {"message", message}});
+        if (serviceCode && *serviceCode == VODOpenApiTokenExpired) {
+            transitionTo(VODClientState::Paused);
+            if (callback_ && callback_->expire) callback_->expire();
+        } else if (!image && serviceCode && *serviceCode == VODOpenApiVideoNotFound) {
+            // The remembered video is gone on the service side: register the file afresh.
+            VODObjectCache::sharedCache().clearObjectWithPath(cur_->filePath);
+            createUploadVideo();
+        } else {
+            failCurrentFile(code, message);  // the queue waits on the failed file
+        }
+        return;
+    }
+    const Value answer = reply ? *reply : Value::object();
+    const std::string address = foundation::stringAt(answer, "UploadAddress").value_or("");
+    const std::string auth = foundation::stringAt(answer, "UploadAuth").value_or("");
+    if (image) {
+        curImageURL_ = foundation::stringAt(answer, "ImageURL");
+    } else {
+        if (auto videoId = foundation::stringAt(answer, "VideoId")) curVideoId_ = videoId;
+        auto& cache = VODObjectCache::sharedCache();
+        auto entry = cache.getObjectWithPath(cur_->filePath);
+        if (entry && entry->videoId.empty()) {
+            entry->videoId = curVideoId_.value_or("");
+            cache.saveObject(entry, cur_->filePath);
+        }
+    }
+    continueWithIssuedAuth(address, auth);
+}
+
+// The service's answer carries the file's address and the credentials to upload it with.
+void VODUploadClient::continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth) {
+    const bool refreshing = openApiConfig_ != nullptr;  // new credentials for an upload under way
+    openApiConfig_ = std::make_shared<OSSConfig>();
+    parseUploadAddress(uploadAddress, cur_);
+    parseUploadAuth(uploadAuth, *openApiConfig_);
+    makeOSSClient();
+    if (refreshing)
+        resumableUpload();
+    else
+        initMultiUpload();
+}
+
+std::optional<std::string> VODUploadClient::userDataWithVideoPath(const std::string& videoPath,
+                                                                  const std::optional<std::string>& userData) {
+    Value dict = Value::object();
+    if (userData) {
+        auto parsed = foundation::parseJson(*userData);
+        if (parsed && parsed->is_object()) dict.update(*parsed);
+    }
+    const AVCVSize size = AVCVAssetInfo::AVCVNaturalSize(videoPath);
+    dict["Duration"] = fixed2(AVCVAssetInfo::AVCVDuration(videoPath));
+    dict["Bitrate"] = fixed2(AVCVAssetInfo::AVCVBitrate(videoPath) / 1024);
+    dict["Fps"] = fixed2(AVCVAssetInfo::AVCVFrameRate(videoPath));
+    dict["Width"] = numberText(size.width);
+    dict["Height"] = numberText(size.height);
+    try {
+        return dict.dump();
+    } catch (const std::exception&) {
+        return std::nullopt;  // text that is not UTF-8
+    }
+}
+
+void VODUploadClient::sendStartEvent() {
+    if (!cur_) return;
+    const AVCVSize size = AVCVAssetInfo::AVCVNaturalSize(cur_->filePath);
+    std::int64_t fileSize = 0;
+    std::string type, hash;
+    if (curInnerFileInfo_) {
+        std::from_chars(curInnerFileInfo_->fileSize.data(),
+                        curInnerFileInfo_->fileSize.data() + curInnerFileInfo_->fileSize.size(), fileSize);
+        type = curInnerFileInfo_->fileType;
+        hash = curInnerFileInfo_->fileHash;
+    }
+    sendUploadEvent(20002, {{"ft", type},
+                            {"fs", fileSize},
+                            {"fw", size.width},
+                            {"fh", size.height},
+                            {"fm", hash},
+                            {"ps", uploadPartSize_},
+                            {"bu", cur_->bucket.value_or("")},
+                            {"ok", cur_->object.value_or("")}});
+}
+
+}  // namespace quorvane

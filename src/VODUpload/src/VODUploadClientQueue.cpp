@@ -1,0 +1,214 @@
+// The file queue: adding, removing, cancelling and resuming entries, the run control (start, stop,
+// pause, resume), the step that picks the next file, and the classes of object-storage errors.
+#include "VODUpload/src/AVCVEventConstants.h"
+#include "VODUpload/src/AVCVEventManager.h"
+#include "VODUpload/src/VODLog.h"
+#include "VODUpload/src/VODObjectCache.h"
+#include "VODUpload/src/VODUploadClient.h"
+#include "foundation/value.h"
+
+namespace quorvane {
+namespace {
+
+constexpr const char* kNoExtensionMessage = "upload file path has no extension or extension type is not video/image";
+
+bool present(const std::string& text) { return !text.empty(); }
+
+bool inRange(int index, std::size_t size) { return index >= 0 && static_cast<std::size_t>(index) < size; }
+
+}  // namespace
+
+void VODUploadClient::sendUploadEvent(long long eventCode, const Value& params) {
+    if (!eventManager_) return;
+    static const Value common = {{AVCVEventProductKey, AVCVEventProductUpload},
+                                 {AVCVEventModuleKey, AVCVEventModuleUploader},
+                                 {AVCVEventSubModuleKey, AVCVEventSubModuleUpload},
+                                 {AVCVEventVersionKey, VODUploadSDKVersion}};
+    eventManager_->sendEvent(eventCode, params, common);
+}
+
+bool VODUploadClient::addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo) {
+    vodLogDebug(kLogSource, "addFile called." + filePath);
+    if (!present(filePath)) return false;
+    auto entry = std::make_shared<UploadFileInfo>();
+    entry->filePath = filePath;
+    entry->vodInfo = std::move(vodInfo);
+    uploadList_.push_back(std::move(entry));
+    return true;
+}
+
+bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
+                              std::string object) {
+    return addFile(filePath, std::move(endpoint), std::move(bucket), std::move(object), nullptr);
+}
+
+bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
+                              std::string object, std::shared_ptr<VodInfo> vodInfo) {
+    vodLogDebug(kLogSource, "addFile called." + filePath);
+    if (!present(filePath) || !present(endpoint) || !present(bucket) || !present(object)) return false;
+    auto entry = std::make_shared<UploadFileInfo>();
+    entry->filePath = filePath;
+    entry->endpoint = std::move(endpoint);
+    entry->bucket = std::move(bucket);
+    entry->object = std::move(object);
+    entry->vodInfo = std::move(vodInfo);
+    uploadList_.push_back(std::move(entry));
+    sendUploadEvent(20001, {{"ql", uploadList_.size()}});
+    return true;
+}
+
+// Cancels the request under way, if any; says so when it reports itself cancelled.
+void VODUploadClient::cancelUploadRequest(bool logWhenNone) {
+    if (!resumableUploadReq_) {
+        if (logWhenNone) vodLogDebug(kLogSource, "No runnning upload request.");
+        return;
+    }
+    resumableUploadReq_->cancel();
+    if (resumableUploadReq_->isCancelled()) vodLogDebug(kLogSource, "Cancel upload request.");
+}
+
+bool VODUploadClient::deleteFile(int index) {
+    vodLogDebug(kLogSource, "deleteFile called." + std::to_string(index));
+    if (!inRange(index, uploadList_.size())) return false;
+    if (uploadList_[index]->state == UploadFileState::Uploading) {
+        cancelUploadRequest(false);
+        next();  // the entry is not Ready, so it is not picked again
+    }
+    auto entry = uploadList_[index];
+    uploadList_.erase(uploadList_.begin() + index);
+    VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
+    return true;
+}
+
+bool VODUploadClient::clearFiles() {
+    vodLogDebug(kLogSource, "clearFiles called.");
+    for (const auto& entry : uploadList_) VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
+    uploadList_.clear();
+    // The state and the current file stay as they are; the cancelled request reports on its own.
+    if (cur_ && cur_->state == UploadFileState::Uploading) cancelUploadRequest(false);
+    return true;
+}
+
+bool VODUploadClient::cancelFile(int index) {
+    vodLogDebug(kLogSource, "cancelFile called." + std::to_string(index));
+    if (!inRange(index, uploadList_.size())) return false;
+    auto entry = uploadList_[index];
+    if (entry->state == UploadFileState::Canceled || entry->state == UploadFileState::Success ||
+        entry->state == UploadFileState::Failure)
+        return false;
+    entry->state = UploadFileState::Canceled;
+    // Tested after the entry was marked, so a running upload of it is left to finish: hosts rely on
+    // a cancelled current file still completing.
+    if (entry->state == UploadFileState::Uploading) {
+        cancelUploadRequest(false);
+        next();
+    }
+    return true;
+}
+
+bool VODUploadClient::resumeFile(int index) {
+    vodLogDebug(kLogSource, "resumeFile called." + std::to_string(index));
+    if (!inRange(index, uploadList_.size())) return false;
+    auto entry = uploadList_[index];
+    if (entry->state != UploadFileState::Canceled) return false;
+    entry->state = UploadFileState::Ready;
+    const int current = static_cast<int>(state_.load());
+    if (current == static_cast<int>(VODClientState::Finished) || current == 6) {
+        transitionTo(VODClientState::Started);
+        next();
+    }
+    return true;
+}
+
+bool VODUploadClient::start() {
+    vodLogDebug(kLogSource, "start called.");
+    if (state_ == VODClientState::Started) return false;
+    transitionTo(VODClientState::Started);
+    next();
+    return true;
+}
+
+bool VODUploadClient::stop() {
+    vodLogDebug(kLogSource, "stop called.");
+    if (state_ != VODClientState::Started && state_ != VODClientState::Paused) return false;
+    transitionTo(VODClientState::Stopped);
+    cancelUploadRequest(true);
+    resumableUploadReq_ = nullptr;
+    return true;
+}
+
+bool VODUploadClient::pause() {
+    vodLogDebug(kLogSource, "pause called.");
+    if (state_ != VODClientState::Started) return false;
+    transitionTo(VODClientState::Paused);
+    cancelUploadRequest(true);  // the request is kept: resume continues its upload id
+    return true;
+}
+
+bool VODUploadClient::resume() {
+    vodLogDebug(kLogSource, "resume called.");
+    if (state_ != VODClientState::Paused) return false;
+    transitionTo(VODClientState::Started);
+    if (uploadId_ && !uploadId_->empty())
+        resumableUpload();
+    else
+        next();
+    return true;
+}
+
+void VODUploadClient::next() {
+    uploadId_.reset();
+    cur_.reset();
+    curImageURL_.reset();
+    curVideoId_.reset();
+    openApiConfig_.reset();
+    curInnerFileInfo_.reset();
+    for (const auto& entry : uploadList_) {
+        if (entry->state == UploadFileState::Ready) {
+            cur_ = entry;
+            break;
+        }
+    }
+    if (!cur_) {
+        transitionTo(VODClientState::Finished);
+        return;
+    }
+    auto file = cur_;
+    if (callback_ && callback_->started) callback_->started(file);
+    curInnerFileInfo_ = std::make_shared<VODInnerFileInfo>(file->filePath);
+    sendUploadEvent(20001, {{"ql", uploadList_.size()}});
+    if (file->bucket && file->endpoint)
+        startOSSClientUpload();
+    else
+        requestUploadAuthAddress();
+}
+
+void VODUploadClient::requestUploadAuthAddress() {
+    const std::string type = curInnerFileInfo_ ? curInnerFileInfo_->fileType : "other";
+    if (type == "other") {
+        sendUploadEvent(20004, {{"code", "400"}, {"message", kNoExtensionMessage}});
+        if (callback_ && callback_->failure) callback_->failure(cur_, "400", kNoExtensionMessage);
+        if (cur_) cur_->state = UploadFileState::Failure;
+        return;  // the queue waits on this file until the caller moves it on
+    }
+    if (type == "img")
+        createUploadImage();
+    else
+        createUploadVideo();
+}
+
+int VODUploadClient::shouldRetry(const Error& error) const {
+    if (error.code == -403) {
+        auto code = foundation::stringAt(error.userInfo, "Code");
+        return code && (*code == "InvalidAccessKeyId" || *code == "SecurityTokenExpired") ? 2 : 0;
+    }
+    if (error.code == 6) return 1;
+    if (error.code == 5) {
+        const auto current = state_.load();
+        return current == VODClientState::Stopped || current == VODClientState::Paused ? 4 : 3;
+    }
+    if (error.code < -500) return 1;  // -500 itself is a failure
+    return 0;
+}
+
+}  // namespace quorvane
