@@ -122,5 +122,25 @@ TEST_F(OssTest, VirtualHostedAddressingUsesTheHostHeader) {
     EXPECT_EQ(xmlField(other->body, "Code"), "NoSuchBucket");
 }
 
+EmulatorOptions smallLimit() {
+    EmulatorOptions o;
+    o.maxObjectSize = 1000;
+    return o;
+}
+
+class SmallLimitTest : public CloudTest {
+protected:
+    SmallLimitTest() : CloudTest(smallLimit()) {}
+};
+
+TEST_F(SmallLimitTest, OversizedBodyGetsEntityTooLargeAndTheConnectionStaysUsable) {
+    auto res = put("big.bin", std::string(1001, 'x'), root);
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, 400);
+    EXPECT_EQ(xmlField(res->body, "Code"), "EntityTooLarge");
+    EXPECT_FALSE(cloud.object(bucket(), "big.bin"));
+    EXPECT_EQ(put("small.bin", std::string(1000, 'x'), root)->status, 200);
+}
+
 }  // namespace
 }  // namespace quorvane::emulator
