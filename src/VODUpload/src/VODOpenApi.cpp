@@ -90,13 +90,13 @@ void handleReply(foundation::HttpResult result, const VODOpenApiCompletionHandle
         handler(std::move(response), std::nullopt, std::move(error));
         return;
     }
-    Value reply;
-    try {
-        reply = Value::parse(response.body);  // any top-level fragment is accepted
-    } catch (const nlohmann::json::exception& e) {
-        handler(std::move(response), std::nullopt, Error(kVODJsonErrorDomain, e.id, e.what()));
+    std::optional<Error> parseError;
+    auto parsed = parseVodReply(response.body, parseError);
+    if (!parsed) {
+        handler(std::move(response), std::nullopt, std::move(parseError));
         return;
     }
+    Value reply = std::move(*parsed);
     if (response.status >= 300) {
         Error error(kVODOpenApiErrorDomain, response.status, defaultDescription(kVODOpenApiErrorDomain, response.status),
                     reply);
@@ -107,6 +107,15 @@ void handleReply(foundation::HttpResult result, const VODOpenApiCompletionHandle
 }
 
 }  // namespace
+
+std::optional<Value> parseVodReply(const std::string& body, std::optional<Error>& error) {
+    try {
+        return Value::parse(body);
+    } catch (const nlohmann::json::exception& e) {
+        error = Error(kVODJsonErrorDomain, e.id, e.what());
+        return std::nullopt;
+    }
+}
 
 std::string VODOpenApi::percentEncode(const Value& value) {
     static const char* hex = "0123456789ABCDEF";

@@ -23,6 +23,10 @@ inline constexpr const char* kVODEmptyDataErrorDomain = "Empty Data";   // code 
 inline constexpr long long kVODEmptyDataErrorCode = -10000;
 inline constexpr const char* kVODJsonErrorDomain = "JSONSerialization"; // code = the parser's error id
 
+// Parses a reply body (any top-level JSON fragment); nullopt with `error` set to a
+// kVODJsonErrorDomain error when it is not JSON.
+std::optional<Value> parseVodReply(const std::string& body, std::optional<Error>& error);
+
 // (HTTP response or absent, parsed reply or absent, error or absent).
 using VODOpenApiCompletionHandler = std::function<void(std::optional<foundation::HttpResponse> response,
                                                        std::optional<Value> reply, std::optional<Error> error)>;
