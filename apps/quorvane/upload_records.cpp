@@ -28,7 +28,7 @@ UploadCachePaths uploadCachePaths(bool embedded) {
 }
 
 bool prepareUploadCache(const UploadCachePaths& paths, std::string& error) {
-    for (const fs::path dir : {fs::path(paths.recordDir), fs::path(paths.defaultsFile).parent_path()}) {
+    for (const fs::path& dir : {fs::path(paths.recordDir), fs::path(paths.defaultsFile).parent_path()}) {
         std::error_code ec;
         fs::create_directories(dir, ec);
         if (ec) {

@@ -155,13 +155,19 @@ void UploadSession::onExpire() {
         if (client_->resumeWithToken(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration)) return;
     }
     view_.expire("the service refused the credentials (invalid or expired)");
-    std::lock_guard lock(mutex_);
-    fatal_ = true;
-    for (std::size_t i = 0; i < entries_.size(); ++i) {
-        if (outcomes_[i] || entries_[i]->state == UploadFileState::Success) continue;
-        outcomes_[i] = FileOutcome{plan_.jobs[i].display, false, std::nullopt, entries_[i]->bucket, entries_[i]->object,
-                                   0, "CredentialsRefused", "the service refused the credentials"};
+    std::vector<FileOutcome> refused;
+    {
+        std::lock_guard lock(mutex_);
+        fatal_ = true;
+        for (std::size_t i = 0; i < entries_.size(); ++i) {
+            if (outcomes_[i] || entries_[i]->state == UploadFileState::Success) continue;
+            outcomes_[i] = FileOutcome{plan_.jobs[i].display, false, std::nullopt, entries_[i]->bucket,
+                                       entries_[i]->object, 0, "CredentialsRefused",
+                                       "the service refused the credentials"};
+            refused.push_back(*outcomes_[i]);
+        }
     }
+    for (const auto& outcome : refused) view_.finished(outcome);
 }
 
 bool UploadSession::waitUntilDone() {

@@ -1,0 +1,203 @@
+// `quorvane upload` end to end: the built program against the local cloud it starts itself, and against
+// an emulator this test runs (interrupt and resume, refused credentials), checking the stored bytes.
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <random>
+#include <thread>
+
+#include "cli/cli_process.h"
+#include "emulator/cloud_emulator.h"
+#include "foundation/value.h"
+
+namespace quorvane {
+namespace {
+namespace fs = std::filesystem;
+using emulator::CloudEmulator;
+using emulator::Fault;
+using testing::CliProcess;
+using namespace std::chrono_literals;
+
+constexpr auto kGenerous = 180s;  // a loaded two-core machine: events may take long, never forever
+
+class CliUpload : public ::testing::Test {
+protected:
+    void SetUp() override {
+        root_ = fs::temp_directory_path() / ("quorvane-cli-" + std::to_string(::getpid()) + "-" +
+                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
+        fs::remove_all(root_);
+        fs::create_directories(root_ / "cache");
+    }
+    void TearDown() override { fs::remove_all(root_); }
+
+    std::string makeFile(const std::string& name, std::size_t size, unsigned seed) {
+        std::string bytes(size, '\0');
+        std::mt19937 random(seed);
+        for (auto& byte : bytes) byte = static_cast<char>(random() & 0xff);
+        auto path = root_ / name;
+        std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+        contents_[path.string()] = bytes;
+        return path.string();
+    }
+
+    std::unique_ptr<CliProcess> run(std::vector<std::string> args) {
+        args.insert(args.begin(), QUORVANE_CLI_PATH);
+        return std::make_unique<CliProcess>(std::move(args), std::vector<std::pair<std::string, std::string>>{
+                                                                 {"XDG_CACHE_HOME", (root_ / "cache").string()},
+                                                                 {"QUORVANE_LOG_SERVICE_ENDPOINT", ""}});
+    }
+
+    // The JSON events of the run with the given "event" name.
+    static std::vector<Value> events(const CliProcess& process, const std::string& name) {
+        std::vector<Value> found;
+        for (const auto& line : process.lines()) {
+            auto value = foundation::parseJson(line);
+            if (value && value->is_object() && value->value("event", "") == name) found.push_back(*value);
+        }
+        return found;
+    }
+
+    fs::path root_;
+    std::map<std::string, std::string> contents_;
+};
+
+TEST_F(CliUpload, EmbeddedCloudStoresTheExactBytesOfEachFile) {
+    auto data = makeFile("data.bin", 3 << 20, 1);
+    auto clip = makeFile("clip.mp4", 3 << 20, 2);
+    auto storage = (root_ / "cloud").string();
+    auto process = run({"upload", "--json", "--storage", storage, data, clip});
+    ASSERT_EQ(process->wait(kGenerous), 0) << process->errors();
+
+    auto successes = events(*process, "success");
+    ASSERT_EQ(successes.size(), 2u) << process->errors();
+    EXPECT_EQ(events(*process, "started").size(), 2u);
+    EXPECT_FALSE(events(*process, "progress").empty());
+    for (const auto& event : events(*process, "verified")) EXPECT_TRUE(event["ok"].get<bool>()) << event.dump();
+    auto summary = events(*process, "summary");
+    ASSERT_EQ(summary.size(), 1u);
+    EXPECT_EQ(summary[0]["uploaded"], 2);
+    EXPECT_EQ(summary[0]["failed"], 0);
+
+    // The stored objects, read back from the storage directory by a fresh emulator.
+    emulator::EmulatorOptions options;
+    options.storageDir = storage;
+    CloudEmulator cloud(options);
+    ASSERT_TRUE(cloud.start());
+    for (const auto& success : successes) {
+        std::string file = success["file"];
+        EXPECT_EQ(success["bytes"], 3 << 20);
+        auto bytes = cloud.objectBytes(success["bucket"], success["object"]);
+        ASSERT_TRUE(bytes) << success.dump();
+        EXPECT_TRUE(*bytes == contents_[file]) << file;
+        // Media files are registered with the video service, other files go straight to the bucket.
+        EXPECT_EQ(success["videoId"].is_string(), file == clip) << success.dump();
+    }
+}
+
+TEST_F(CliUpload, BadUsageAndUnusableFilesExitTwoBeforeUploading) {
+    auto file = makeFile("ok.bin", 1000, 3);
+    fs::create_directories(root_ / "folder");
+    struct Case {
+        std::vector<std::string> args;
+        std::string message;
+    };
+    std::vector<Case> cases = {
+        {{"upload"}, "no file given"},
+        {{"upload", "--no-such-option", file}, ""},
+        {{"upload", "--part-size", "5", file}, ""},
+        {{"upload", "--vod", "--oss", file}, ""},
+        {{"upload", (root_ / "missing.bin").string()}, "no such file"},
+        {{"upload", (root_ / "folder").string()}, "is a directory"},
+        {{"upload", "--vod", file}, "--vod takes video"},
+        {{"upload", "--endpoint", "ftp://x", "--bucket", "b", "--key-id", "k", "--secret", "s", file}, "bad endpoint"},
+        {{"upload", "--key-id", "k", file}, "--key-id and --secret"},
+    };
+    for (const auto& c : cases) {
+        auto process = run(c.args);
+        EXPECT_EQ(process->wait(kGenerous), 2) << c.args.back();
+        EXPECT_NE(process->errors().find(c.message), std::string::npos) << process->errors();
+    }
+    // Nothing reached a cloud: no storage was even made.
+    EXPECT_FALSE(fs::exists(root_ / "cache" / "quorvane" / "cloud"));
+}
+
+class CliUploadToService : public CliUpload {
+protected:
+    void SetUp() override {
+        CliUpload::SetUp();
+        ASSERT_TRUE(cloud_.start());
+        sts_ = cloud_.issueSts();
+    }
+    std::vector<std::string> serviceArgs(const std::string& file, const std::string& keyId) {
+        return {"upload", "--json", "--oss", "--endpoint", cloud_.endpoint(), "--bucket", cloud_.options().bucket,
+                "--key-id", keyId, "--secret", sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken,
+                "--expire", sts_.Expiration, "--part-size", std::to_string(kPart), "--retries", "2", file};
+    }
+    static constexpr std::size_t kPart = 256 * 1024;
+    CloudEmulator cloud_;
+    emulator::StsCredentials sts_;
+};
+
+TEST_F(CliUploadToService, InterruptPausesAndTheSameCommandResumesWithoutResendingStoredParts) {
+    const std::size_t size = 8 * kPart;
+    auto file = makeFile("big.bin", size, 4);
+    // The first parts go through at once, the later ones stall, so the interrupt lands mid-file.
+    for (int i = 0; i < 4; ++i) cloud_.addFault(Fault::delay("UploadPart", 0));
+    for (int i = 0; i < 12; ++i) cloud_.addFault(Fault::delay("UploadPart", 4000));
+
+    auto first = run(serviceArgs(file, sts_.AccessKeyId));
+    // More than three parts' bytes means at least one part is stored (three are in flight at most).
+    auto midway = first->readUntil(
+        [](const std::string& line) {
+            auto event = foundation::parseJson(line);
+            return event && event->value("event", "") == "progress" && event->value("uploaded", 0ULL) > 3 * kPart;
+        },
+        kGenerous);
+    ASSERT_TRUE(midway) << first->errors();
+    first->signal(SIGINT);
+    ASSERT_EQ(first->wait(kGenerous), 130) << first->errors();
+    ASSERT_EQ(events(*first, "interrupted").size(), 1u);
+    EXPECT_TRUE(events(*first, "success").empty());
+
+    // The stalled requests of the first run end on their own; only then does the byte count hold still.
+    auto settled = [this] { return cloud_.requests("UploadPart").size() >= cloud_.firedCount("UploadPart"); };
+    for (auto deadline = std::chrono::steady_clock::now() + kGenerous;
+         !settled() && std::chrono::steady_clock::now() < deadline;)
+        std::this_thread::sleep_for(50ms);
+    ASSERT_TRUE(settled());
+    cloud_.clearFaults();
+    const auto receivedBefore = cloud_.uploadPartBytesReceived();
+    auto second = run(serviceArgs(file, sts_.AccessKeyId));
+    ASSERT_EQ(second->wait(kGenerous), 0) << second->errors();
+    auto resuming = events(*second, "resuming");
+    ASSERT_EQ(resuming.size(), 1u);
+    const auto stored = resuming[0]["uploaded"].get<std::uint64_t>();
+    EXPECT_GE(stored, kPart);
+    EXPECT_EQ(resuming[0]["total"], size);
+    // Only the missing parts went up the second time.
+    EXPECT_EQ(cloud_.uploadPartBytesReceived() - receivedBefore, size - stored);
+    ASSERT_EQ(events(*second, "success").size(), 1u);
+    auto bytes = cloud_.objectBytes(cloud_.options().bucket, "big.bin");
+    ASSERT_TRUE(bytes);
+    EXPECT_TRUE(*bytes == contents_[file]);
+}
+
+TEST_F(CliUploadToService, RefusedCredentialsFailTheRunWithoutPrintingTheSecret) {
+    auto file = makeFile("small.bin", 200000, 5);
+    auto process = run(serviceArgs(file, "NoSuchKeyId"));
+    EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
+    auto failures = events(*process, "failure");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0]["file"], file);
+    EXPECT_FALSE(cloud_.object(cloud_.options().bucket, "small.bin"));
+    for (const auto& line : process->lines()) {
+        EXPECT_EQ(line.find(sts_.AccessKeySecret), std::string::npos) << line;
+        EXPECT_EQ(line.find(sts_.SecurityToken), std::string::npos) << line;
+    }
+    EXPECT_EQ(process->errors().find(sts_.AccessKeySecret), std::string::npos);
+}
+
+}  // namespace
+}  // namespace quorvane
