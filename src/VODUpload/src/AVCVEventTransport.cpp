@@ -9,8 +9,10 @@
 
 namespace quorvane {
 
+// Queue and counters. Completions hold this, never the HTTP client: a client released from one
+// of its own completions would have to join its own worker.
 struct AVCVEventTransport::State {
-    AVCVEventTransportOptions options;
+    AVCVEventTransportOptions options;  // `client` stays empty here; the transport holds it
     mutable std::mutex mutex;
     mutable std::condition_variable changed;
     std::deque<std::string> queue;
@@ -20,7 +22,7 @@ struct AVCVEventTransport::State {
     std::uint64_t completed = 0;
     std::thread sender;
 
-    void run(const std::shared_ptr<State>& self);
+    void run(const std::shared_ptr<State>& self, foundation::HttpClient& client);
     void finishOne();
 };
 
@@ -33,7 +35,7 @@ void AVCVEventTransport::State::finishOne() {
 
 // The sender's loop: waits for a URL and a free slot, then starts the request. Completions hold
 // the state, so they may end after the transport itself is gone.
-void AVCVEventTransport::State::run(const std::shared_ptr<State>& self) {
+void AVCVEventTransport::State::run(const std::shared_ptr<State>& self, foundation::HttpClient& client) {
     for (;;) {
         std::string url;
         {
@@ -48,16 +50,14 @@ void AVCVEventTransport::State::run(const std::shared_ptr<State>& self) {
         request.url = std::move(url);
         request.timeoutSeconds = options.timeoutSeconds;
         request.connectTimeoutSeconds = options.timeoutSeconds;
-        std::weak_ptr<State> weak = self;
-        options.client->send(std::move(request), [weak](foundation::HttpResult) {
-            if (auto state = weak.lock()) state->finishOne();
-        });
+        client.send(std::move(request), [self](foundation::HttpResult) { self->finishOne(); });
     }
 }
 
-AVCVEventTransport::AVCVEventTransport(AVCVEventTransportOptions options) : state_(std::make_shared<State>()) {
-    if (!options.client) options.client = foundation::HttpClient::shared();
+AVCVEventTransport::AVCVEventTransport(AVCVEventTransportOptions options)
+    : state_(std::make_shared<State>()), client_(options.client ? options.client : foundation::HttpClient::shared()) {
     if (options.maxInFlight < 1) options.maxInFlight = 1;
+    options.client = nullptr;
     state_->options = std::move(options);
 }
 
@@ -84,8 +84,7 @@ bool AVCVEventTransport::enqueue(std::string url) {
     }
     state_->queue.push_back(std::move(url));
     if (!state_->sender.joinable()) {
-        auto state = state_;
-        state_->sender = std::thread([state] { state->run(state); });
+        state_->sender = std::thread([state = state_, client = client_] { state->run(state, *client); });
     }
     state_->changed.notify_all();
     return true;

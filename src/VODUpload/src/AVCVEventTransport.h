@@ -46,6 +46,7 @@ public:
 
 private:
     std::shared_ptr<State> state_;
+    std::shared_ptr<foundation::HttpClient> client_;
 };
 
 }  // namespace quorvane
