@@ -1,6 +1,7 @@
 // `quorvane demo`: façade operations on the headless device, run on the main loop, one JSON line each.
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <memory>
@@ -74,7 +75,8 @@ int runDemo(const DemoOptions& options) {
         QuorvaneApiManager::GCDDelay(seconds, [seconds, finished] {
             bool onMain = foundation::isMainThread();
             foundation::dispatch::main().async([seconds, onMain, finished] {
-                printLine("GCDDelay", {{"seconds", seconds}, {"ranOnMainThread", onMain}});
+                // Printed as given, not as the nearest single-precision value.
+                printLine("GCDDelay", {{"seconds", std::round(seconds * 1e6) / 1e6}, {"ranOnMainThread", onMain}});
                 *finished = true;
             });
         });
