@@ -185,3 +185,31 @@ TEST_F(VODApiEmulator, ProgressReportsArriveSignedAndGetFindsTheReportedVideo) {
     EXPECT_TRUE(std::regex_match(all[2].fields.value("Timestamp", ""), std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\dZ)")));
     std::remove(path.c_str());
 }
+
+TEST(VODApiEmulatorTls, HttpsEndpointIsVerifiedAgainstTheGivenCaFile) {
+    quorvane::emulator::EmulatorOptions options;
+    options.https = true;
+    CloudEmulator cloud(options);
+    ASSERT_TRUE(cloud.start());
+    VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
+    auto sts = cloud.issueSts();
+    auto send = [&] {
+        auto recorder = makeRecorder();
+        VODOpenApi::refreshUploadVideo(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, "unknown",
+                                       cloud.options().region, recorder->handler());
+        EXPECT_TRUE(recorder->waitForCall());
+        return recorder;
+    };
+    // Without the emulator's CA the certificate is not trusted: no request reaches the service.
+    auto untrusted = send();
+    ASSERT_TRUE(untrusted->error);
+    EXPECT_EQ(untrusted->error->domain, quorvane::foundation::kHttpErrorDomain);
+
+    VODServiceEndpoint::setCaFile(cloud.caFile());
+    auto trusted = send();
+    VODServiceEndpoint::setCaFile("");
+    VODServiceEndpoint::setBaseUrl(std::nullopt);
+    ASSERT_TRUE(trusted->error);
+    EXPECT_EQ(trusted->error->domain, "vod");
+    EXPECT_EQ(replyText(trusted->reply, "Code"), quorvane::VODOpenApiVideoNotFound);
+}

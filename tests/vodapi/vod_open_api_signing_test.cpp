@@ -81,9 +81,9 @@ TEST(VODOpenApiSigning, PercentEncodingKeepsUnreservedAndEscapesTheRestInUpperHe
 }
 
 TEST(VODOpenApiSigning, ParamsStringSortsCaseInsensitivelyOnWholePairs) {
-    EXPECT_EQ(VODOpenApi::getParamsString({{"b", "1"}, {"A", "2"}, {"a", "0"}, {"C", "3"}}).substr(0, 3), "a=0");
-    EXPECT_EQ(VODOpenApi::getParamsString({{"beta", "1"}, {"Alpha", "2"}, {"gamma", "3"}}),
-              "Alpha=2&beta=1&gamma=3");
+    // A byte-order sort would put "Gamma" before "beta".
+    EXPECT_EQ(VODOpenApi::getParamsString({{"beta", "1"}, {"Gamma", "3"}, {"Alpha", "2"}, {"delta", "4 4"}}),
+              "Alpha=2&beta=1&delta=4%204&Gamma=3");
     EXPECT_EQ(VODOpenApi::getParamsString(Value::object()), "");
 }
 
