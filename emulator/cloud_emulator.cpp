@@ -96,7 +96,11 @@ bool CloudEmulator::start() {
     }
     impl.port = port;
     impl.server = std::move(server);
-    impl.thread = std::thread([s = impl.server.get()] { s->listen_after_bind(); });
+    impl.listenDone = false;
+    impl.thread = std::thread([s = impl.server.get(), &done = impl.listenDone] {
+        s->listen_after_bind();
+        done = true;
+    });
     for (int i = 0; i < 500 && !impl.server->is_running(); ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(10));
     return true;
@@ -106,6 +110,12 @@ void CloudEmulator::stop() {
     auto& impl = *impl_;
     if (!impl.server) return;
     impl.server->stop();
+    // The server waits for its workers, and a worker on an idle kept-alive connection waits for
+    // the next request: close those connections until the listener has returned.
+    while (!impl.listenDone.load()) {
+        dropServerConnections(impl.port);
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
     if (impl.thread.joinable()) impl.thread.join();
     impl.server.reset();
 }

@@ -23,6 +23,7 @@ struct CloudEmulator::Impl {
     EmulatorOptions options;
     std::unique_ptr<httplib::Server> server;
     std::thread thread;
+    std::atomic<bool> listenDone{true};
     std::atomic<int> port{0};
     std::string caFile;
     std::atomic<long long> skewSeconds{0};

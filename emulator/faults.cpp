@@ -102,6 +102,7 @@ int portOf(const sockaddr_storage& addr) {
     return -1;
 }
 
+// remotePort < 0 matches any peer.
 bool matches(int fd, int remotePort, int localPort) {
     struct stat st {};
     if (fstat(fd, &st) != 0 || !S_ISSOCK(st.st_mode)) return false;
@@ -109,7 +110,7 @@ bool matches(int fd, int remotePort, int localPort) {
     socklen_t localLen = sizeof local, peerLen = sizeof peer;
     if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLen) != 0) return false;
     if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLen) != 0) return false;
-    return portOf(local) == localPort && portOf(peer) == remotePort;
+    return portOf(local) == localPort && (remotePort < 0 || portOf(peer) == remotePort);
 }
 
 }  // namespace
@@ -127,6 +128,18 @@ bool dropConnection(const std::string& /*remoteAddr*/, int remotePort, int local
         return true;
     }
     return false;
+}
+
+int dropServerConnections(int localPort) {
+    int dropped = 0;
+    std::error_code ec;
+    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", ec)) {
+        int fd = std::atoi(entry.path().filename().c_str());
+        if (!matches(fd, -1, localPort)) continue;
+        ::shutdown(fd, SHUT_RDWR);
+        ++dropped;
+    }
+    return dropped;
 }
 
 }  // namespace quorvane::emulator
