@@ -10,6 +10,7 @@
 #include "api/QuorvaneErrors.h"
 #include "foundation/error.h"
 #include "foundation/value.h"
+#include "platform/image.h"
 #include "platform/presenter.h"
 
 namespace quorvane {
@@ -21,6 +22,8 @@ using FailCallback = std::function<void(const Value& failure)>;
 // The screen a request presents its user interface from.
 using Controller = std::shared_ptr<platform::Presenter>;
 using AlertCallback = std::function<void()>;
+// The share sheet's outcome: the chosen activity type (absent when dismissed) and whether it completed.
+using ShareCallback = std::function<void(const std::optional<std::string>& activityType, bool completed)>;
 
 // Media types of the multipart upload: the file part's content type.
 enum MediaType { MediaTypeImage = 0, MediaTypeVideo = 1, MediaTypeAudio = 2 };
@@ -38,13 +41,25 @@ public:
     // getVideoByCameraCompressed(compressed, maxDuration, controller, successCallback, failCallback): camera video.
     // getVideoByAlbumCompressed(compressed, count, maxDuration, controller, successCallback, failCallback): album videos.
     // startAudioRecord(maxSeconds, controller, successCallback, failCallback): voice note under a countdown.
-    // uploadFile(params, controller, successCallback, failCallback): multipart upload of a media file.
-    // OSSUploadFile(params, controller, successCallback, failCallback): images to OSS, video to VOD by ticket.
-    // shareUniversal(params, controller, callback): the system share sheet.
     // scanWithController(controller, successCallback, failCallback): QR scan screen.
-    // saveImage(imageUrl, withController): downloads an image into the photo library.
-    // getImageFromUrlStr(url): synchronous image download.
     // scaleToSize(image, size): redraws an image at a size.
+
+    // --- Upload, share and save commands ---
+    // Multipart POST of the "media" file named by "filePath" to "url" with "formData" and "header";
+    // success gets the server's JSON answer (the local file is then deleted), fail "FileNotExists"
+    // or "RequestFailed".
+    static void uploadFile(const Value& params, Controller controller, SuccessCallback successCallback,
+                           FailCallback failCallback);
+    // "type" "image": the files to object storage; "video": the first file to VOD by ticket; any
+    // other type: nothing. The controller is not used.
+    static void OSSUploadFile(const Value& params, Controller controller, SuccessCallback successCallback,
+                              FailCallback failCallback);
+    // The system share sheet with "title", the image at "logo" and the link "url".
+    static void shareUniversal(const Value& params, Controller controller, ShareCallback callback);
+    // Downloads the image and stores it in the photo library; the outcome is a 2-second HUD.
+    static void saveImage(const std::optional<std::string>& imageUrl, Controller withController);
+    // Synchronous download and decode on the calling thread; null on any failure.
+    static platform::ImagePtr getImageFromUrlStr(const std::optional<std::string>& url);
 
     // --- Vibration (system sound 4095, played back to back until stopped) ---
     static void vibrateWithDuration(float seconds);

@@ -1,17 +1,61 @@
 #pragma once
 // Takes the host's uploads to cloud storage: object-storage configuration, multi-image upload to
-// OSS, and ticket-based video upload through the upload engine.
+// OSS, and ticket-based video upload through the upload engine, under the upload overlay.
+//
+// Member definitions are split by concern:
+//   ApiOSSUploadTool.cpp          construction, the engine's listener, the enterprise API host
+//   ApiOSSUploadToolImages.cpp    configuration fetch and the multi-image upload
+//   ApiOSSUploadToolVideo.cpp     the ticket request and the video hand-off
+//   ApiOSSUploadToolRequests.cpp  the HTTP helpers
+#include <atomic>
+#include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
 #include "api/HttpSessionManager.h"
 #include "foundation/value.h"
+#include "oss/oss_client.h"
+#include "upload_bridge/UploadingView.h"
 
 namespace quorvane {
 
+class VODUploadClient;
+
 class ApiOSSUploadTool : public std::enable_shared_from_this<ApiOSSUploadTool> {
 public:
+    // One argument: an array of result dictionaries / a failure dictionary.
+    using ResultBlock = std::function<void(const Value&)>;
+
+    // A new tool (init): its upload engine, with the tool's listener installed. Always held by
+    // std::shared_ptr; the work it starts keeps it alive until that work has answered.
+    static std::shared_ptr<ApiOSSUploadTool> create();
+    ApiOSSUploadTool();
+    ~ApiOSSUploadTool();
+    ApiOSSUploadTool(const ApiOSSUploadTool&) = delete;
+    ApiOSSUploadTool& operator=(const ApiOSSUploadTool&) = delete;
+
+    // --- The enterprise API host (a deployment setting; the request paths are fixed) ---
+    static constexpr const char* kDefaultEnterpriseApiBaseUrl = "https://api.quorvane.com";
+    // Scheme and host (and port) the requests go to, e.g. "http://127.0.0.1:8080"; nullopt restores
+    // the default. Process-wide; any thread.
+    static void setEnterpriseApiBaseUrl(std::optional<std::string> baseUrl);
+    static std::string enterpriseApiBaseUrl();
+    // The host's name alone (the domain of signing errors).
+    static std::string enterpriseApiHostName();
+
+    // --- Uploads ---
+    // Fetches the object-storage configuration, then puts the "files" one at a time. Success gets
+    // one {"path", "videoId", "name", "size"} per stored file, in order; fail a {"code", "message"}.
+    // A cancel from the overlay silences it for good.
+    void simpleUploadMany(const Value& dict, ResultBlock successCallback, ResultBlock failCallback);
+    // Asks the enterprise server for a ticket and hands the first of "files" to the engine.
+    void VODUploadFile(const Value& dict, ResultBlock successCallback, ResultBlock failCallback);
+
+    // Temporary directory [/ middleDir] / fileName, without touching the disk.
+    static std::string getfilePathFromSandboxTmpWithMiddleDir(const std::string& middleDir, const std::string& fileName);
+
     // --- HTTP helpers for the enterprise server ---
     static std::shared_ptr<HttpSessionManager> pubManager();
     // JSON GET; parameters go into the query string. A failed request's body is not read.
@@ -20,6 +64,46 @@ public:
     // failed request's JSON body reaches the caller with "failure".
     static void postRequestWithUrl(const std::string& url, const Value& requestParam, const std::string& bodyFromData,
                                    bool needJsonContentType, const Value& header, ReponseData reponseData);
+
+    // --- Properties ---
+    std::shared_ptr<oss::OSSClient> client() const { return client_; }
+    std::shared_ptr<VODUploadClient> uploader() const { return uploader_; }
+    std::shared_ptr<UploadingView> uploadingView() const { return uploadingView_; }
+    const std::string& uploadAddress() const { return uploadAddress_; }
+    const std::string& uploadAuth() const { return uploadAuth_; }
+    const Value& vodUploadDict() const { return vodUploadDict_; }
+    int imageUploadCancelStatus() const { return imageUploadCancelStatus_; }
+    const ResultBlock& SuccessCallback() const { return SuccessCallback_; }
+    const ResultBlock& FailCallback() const { return FailCallback_; }
+
+private:
+    void init();
+    // Image path steps.
+    void onOssConfig(const Value& answer, ResultBlock successCallback, ResultBlock failCallback);
+    void makeClient(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& endpoint);
+    void uploadFiles(Value files, std::string bucket, std::string endpoint, ResultBlock successCallback,
+                     ResultBlock failCallback);
+    // Video path steps.
+    void onTicket(const Value& answer, const std::string& filePath, const std::string& fileName,
+                  unsigned long long fileSize);
+    void removeOverlayOnMain();
+    // A running video upload keeps the tool alive (the engine's listener holds it only weakly)
+    // until it answers or is cancelled; the reference is then dropped on the main thread.
+    void retainWhileUploading();
+    std::shared_ptr<ApiOSSUploadTool> releaseUploadRetain();
+
+    std::shared_ptr<oss::OSSClient> client_;
+    std::shared_ptr<VODUploadClient> uploader_;
+    std::shared_ptr<UploadingView> uploadingView_;
+    std::string uploadAddress_;
+    std::string uploadAuth_;
+    Value vodUploadDict_ = Value::object();
+    std::atomic<int> imageUploadCancelStatus_{0};
+    ResultBlock SuccessCallback_;
+    ResultBlock FailCallback_;
+
+    std::mutex retainMutex_;
+    std::shared_ptr<ApiOSSUploadTool> uploadRetain_;
 };
 
 }  // namespace quorvane

@@ -1,0 +1,113 @@
+// Still-image decoding over FFmpeg: the bytes are probed from memory by the image demuxers, then
+// the first picture is decoded to prove they hold one.
+#include "api/ImageDecoder.h"
+
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+#include <libavutil/mem.h>
+}
+
+#include <cstring>
+#include <memory>
+#include <string_view>
+
+namespace quorvane {
+namespace {
+
+struct MemoryReader {
+    const std::string* data;
+    std::size_t offset = 0;
+};
+
+int readPacket(void* opaque, uint8_t* buffer, int size) {
+    auto* reader = static_cast<MemoryReader*>(opaque);
+    std::size_t left = reader->data->size() - reader->offset;
+    if (left == 0) return AVERROR_EOF;
+    std::size_t n = std::min<std::size_t>(left, static_cast<std::size_t>(size));
+    std::memcpy(buffer, reader->data->data() + reader->offset, n);
+    reader->offset += n;
+    return static_cast<int>(n);
+}
+
+struct IoDeleter {
+    void operator()(AVIOContext* io) const {
+        av_freep(&io->buffer);
+        avio_context_free(&io);
+    }
+};
+struct FormatDeleter {
+    void operator()(AVFormatContext* f) const { avformat_close_input(&f); }
+};
+struct CodecDeleter {
+    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
+};
+struct PacketDeleter {
+    void operator()(AVPacket* p) const { av_packet_free(&p); }
+};
+struct FrameDeleter {
+    void operator()(AVFrame* f) const { av_frame_free(&f); }
+};
+
+// Image demuxers read a single picture: "jpeg_pipe", "png_pipe", "webp_pipe", ... and "gif".
+bool isStillImageFormat(const AVInputFormat* format) {
+    std::string_view name = format ? format->name : "";
+    return name == "gif" || (name.size() > 5 && name.substr(name.size() - 5) == "_pipe");
+}
+
+// Decodes the first picture of the stream into `image`'s size; true when one came out.
+bool decodeFirstPicture(AVFormatContext* format, const AVStream* stream, platform::Image& image) {
+    const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
+    if (!codec) return false;
+    std::unique_ptr<AVCodecContext, CodecDeleter> context(avcodec_alloc_context3(codec));
+    if (!context || avcodec_parameters_to_context(context.get(), stream->codecpar) < 0 ||
+        avcodec_open2(context.get(), codec, nullptr) < 0)
+        return false;
+    std::unique_ptr<AVPacket, PacketDeleter> packet(av_packet_alloc());
+    std::unique_ptr<AVFrame, FrameDeleter> frame(av_frame_alloc());
+    auto take = [&] {
+        image.width = frame->width;
+        image.height = frame->height;
+        return true;
+    };
+    while (av_read_frame(format, packet.get()) >= 0) {
+        bool ours = packet->stream_index == stream->index;
+        int sent = ours ? avcodec_send_packet(context.get(), packet.get()) : 0;
+        av_packet_unref(packet.get());
+        if (sent < 0) return false;
+        if (ours && avcodec_receive_frame(context.get(), frame.get()) == 0) return take();
+    }
+    avcodec_send_packet(context.get(), nullptr);  // drain a decoder that holds the picture back
+    return avcodec_receive_frame(context.get(), frame.get()) == 0 && take();
+}
+
+}  // namespace
+
+platform::ImagePtr imageWithData(const std::string& data) {
+    if (data.empty()) return nullptr;
+    constexpr int kBufferSize = 64 * 1024;
+    MemoryReader reader{&data};
+    auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferSize));
+    if (!buffer) return nullptr;
+    std::unique_ptr<AVIOContext, IoDeleter> io(avio_alloc_context(buffer, kBufferSize, 0, &reader, readPacket, nullptr, nullptr));
+    if (!io) {
+        av_free(buffer);
+        return nullptr;
+    }
+    AVFormatContext* raw = avformat_alloc_context();
+    if (!raw) return nullptr;
+    raw->pb = io.get();
+    raw->flags |= AVFMT_FLAG_CUSTOM_IO;
+    if (avformat_open_input(&raw, nullptr, nullptr, nullptr) < 0) return nullptr;  // frees `raw` on failure
+    std::unique_ptr<AVFormatContext, FormatDeleter> format(raw);
+    if (!isStillImageFormat(format->iformat) || format->nb_streams < 1) return nullptr;
+    const AVStream* stream = format->streams[0];
+    auto image = std::make_shared<platform::Image>();
+    if (stream->codecpar->codec_type != AVMEDIA_TYPE_VIDEO || !decodeFirstPicture(format.get(), stream, *image))
+        return nullptr;
+    image->format = avcodec_get_name(stream->codecpar->codec_id);
+    image->data = data;
+    return image;
+}
+
+}  // namespace quorvane
