@@ -77,7 +77,7 @@ TEST(VodInfo, PriorityOutsideOneToTenIsIgnored) {
 }
 
 TEST(VodInfo, TextThatIsNotUtf8GivesEmptyResult) {
-    VodInfo info;
-    info.title = std::string("\xff\xfe", 2);
+    VodInfo info = fullInfo();
+    info.tags = "\xff\xfe";
     EXPECT_EQ(info.toJson(), "");
 }
