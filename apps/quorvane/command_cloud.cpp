@@ -52,6 +52,8 @@ int runCloud(const CloudOptions& options) {
     if (options.https) std::cout << "ca-file " << cloud.caFile() << "\n";
     std::cout << "try: quorvane upload FILE --oss --endpoint " << cloud.endpoint() << " --bucket " << settings.bucket
               << " --key-id " << settings.accessKeyId << " --secret " << settings.accessKeySecret << "\n"
+              << "try: quorvane upload VIDEO.mp4 --vod --vod-endpoint " << cloud.endpoint() << "/ --key-id "
+              << settings.accessKeyId << " --secret " << settings.accessKeySecret << "\n"
               << "ready (Ctrl-C stops)" << std::endl;
     while (!stopFlag) usleep(100 * 1000);  // polling avoids the signal-before-pause race
     cloud.stop();

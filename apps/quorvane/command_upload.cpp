@@ -7,7 +7,12 @@
 #include <iostream>
 #include <memory>
 
+extern "C" {
+#include <libavutil/log.h>
+}
+
 #include "VODUpload/src/VODInnerFileInfo.h"
+#include "VODUpload/src/VODServiceEndpoint.h"
 #include "foundation/user_defaults.h"
 #include "oss/oss_log.h"
 #include "upload_commands.h"
@@ -22,14 +27,14 @@ struct UploadOptions {
     std::vector<std::string> files;
     std::string title;
     bool vod = false, oss = false, json = false, verbose = false;
-    std::string endpoint, bucket, keyId, secret, token, expire, storage;
+    std::string endpoint, bucket, keyId, secret, token, expire, storage, vodEndpoint;
     std::string region = "cn-shanghai";
     std::int32_t partSize = 1048576;
     std::int32_t retries = 5;
 
     bool namesService() const {
         return !endpoint.empty() || !bucket.empty() || !keyId.empty() || !secret.empty() || !token.empty() ||
-               !expire.empty();
+               !expire.empty() || !vodEndpoint.empty();
     }
 };
 
@@ -93,7 +98,8 @@ std::vector<UploadJob> planJobs(const UploadOptions& o, std::string& problem) {
         UploadJob job;
         job.display = file;
         job.path = fs::absolute(file).lexically_normal().string();
-        job.size = fs::file_size(job.path);
+        std::error_code ec;
+        job.size = fs::file_size(job.path, ec);
         job.vod = o.vod || (!o.oss && isMediaFile(file));
         if (o.vod && !isMediaFile(file)) {
             problem = file + ": --vod takes video, audio or image files (known by their extension)";
@@ -113,7 +119,10 @@ int runUpload(const UploadOptions& options) {
     std::string problem;
     auto jobs = planJobs(options, problem);
     if (!problem.empty()) return usageError(problem);
-    if (options.verbose) oss::OSSLog::enableLog();
+    if (options.verbose)
+        oss::OSSLog::enableLog();
+    else
+        av_log_set_level(AV_LOG_QUIET);  // reading media facts of a file FFmpeg cannot parse is not news
 
     const bool embedded = !options.namesService();
     auto paths = uploadCachePaths(embedded);
@@ -148,6 +157,7 @@ int runUpload(const UploadOptions& options) {
         view.note("local cloud at " + plan.endpoint + " (storage " +
                   (options.storage.empty() ? paths.cloudStorage : options.storage) + ")");
     } else {
+        if (!options.vodEndpoint.empty()) VODServiceEndpoint::setBaseUrl(options.vodEndpoint);
         plan.endpoint = options.endpoint;
         plan.bucket = options.bucket;
         plan.region = options.region;
@@ -183,6 +193,7 @@ Subcommand addUploadCommand(CLI::App& app) {
     cmd->add_option("--secret", o->secret, "Access key secret");
     cmd->add_option("--sts-token", o->token, "STS security token (temporary credentials)");
     cmd->add_option("--expire", o->expire, "Expiry of the STS credentials (ISO-8601)");
+    cmd->add_option("--vod-endpoint", o->vodEndpoint, "Video-service base URL (default: the region's)");
     cmd->add_option("--region", o->region, "Video-service region")->capture_default_str();
     cmd->add_option("--part-size", o->partSize, "Multipart part size in bytes")
         ->check(CLI::Range(102400, 2147483647))
