@@ -8,6 +8,7 @@ extern "C" {
 #include <libavutil/mem.h>
 }
 
+#include <cerrno>
 #include <cstring>
 #include <memory>
 #include <string_view>
@@ -28,6 +29,18 @@ int readPacket(void* opaque, uint8_t* buffer, int size) {
     std::memcpy(buffer, reader->data->data() + reader->offset, n);
     reader->offset += n;
     return static_cast<int>(n);
+}
+
+int64_t seekTo(void* opaque, int64_t offset, int whence) {
+    auto* reader = static_cast<MemoryReader*>(opaque);
+    const auto size = static_cast<int64_t>(reader->data->size());
+    if (whence & AVSEEK_SIZE) return size;
+    int64_t base = (whence & ~AVSEEK_FORCE) == SEEK_CUR ? static_cast<int64_t>(reader->offset)
+                   : (whence & ~AVSEEK_FORCE) == SEEK_END ? size : 0;
+    int64_t target = base + offset;
+    if (target < 0 || target > size) return AVERROR(EINVAL);
+    reader->offset = static_cast<std::size_t>(target);
+    return target;
 }
 
 struct IoDeleter {
@@ -89,7 +102,7 @@ platform::ImagePtr imageWithData(const std::string& data) {
     MemoryReader reader{&data};
     auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferSize));
     if (!buffer) return nullptr;
-    std::unique_ptr<AVIOContext, IoDeleter> io(avio_alloc_context(buffer, kBufferSize, 0, &reader, readPacket, nullptr, nullptr));
+    std::unique_ptr<AVIOContext, IoDeleter> io(avio_alloc_context(buffer, kBufferSize, 0, &reader, readPacket, nullptr, seekTo));
     if (!io) {
         av_free(buffer);
         return nullptr;

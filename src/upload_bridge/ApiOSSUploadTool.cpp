@@ -82,7 +82,7 @@ void ApiOSSUploadTool::init() {
     listener->progress = [weak](const std::shared_ptr<UploadFileInfo>& file, long uploadedSize, long totalSize) {
         foundation::logLine("upload progress callback: " + describe(file) + ", uploadedSize : " +
                             std::to_string(uploadedSize) + ", totalSize : " + std::to_string(totalSize));
-        int percentage = static_cast<int>(uploadedSize * 1.0 / totalSize * 100.0);
+        int percentage = totalSize > 0 ? static_cast<int>(uploadedSize * 1.0 / totalSize * 100.0) : 0;
         foundation::dispatch::main().async([weak, percentage] {
             auto self = weak.lock();
             if (self && self->uploadingView_) self->uploadingView_->uploadingViewUpdate(percentage);

@@ -79,7 +79,7 @@ public:
 private:
     void init();
     // Image path steps.
-    void onOssConfig(const Value& answer, ResultBlock successCallback, ResultBlock failCallback);
+    void onOssConfig(const Value& answer, const Value& files, ResultBlock successCallback, ResultBlock failCallback);
     void makeClient(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& endpoint);
     void uploadFiles(Value files, std::string bucket, std::string endpoint, ResultBlock successCallback,
                      ResultBlock failCallback);

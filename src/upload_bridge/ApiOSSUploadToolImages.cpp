@@ -41,6 +41,7 @@ unsigned long long fileSizeOf(const std::string& path) {
 
 // The overall figure scales the current file's own percentage by its place in the list.
 int overallPercent(std::int64_t sent, std::int64_t expected, std::size_t index, std::size_t count) {
+    if (expected <= 0) return 0;
     float filePercent = static_cast<float>(sent * 1.0 / (expected * 1.0) * 100.0);
     return static_cast<int>(filePercent * static_cast<float>(index + 1) / static_cast<float>(count));
 }
@@ -55,18 +56,17 @@ void ApiOSSUploadTool::simpleUploadMany(const Value& dict, ResultBlock successCa
     getRequestWithUrl(url, params,
                       [self = shared_from_this(), files, successCallback, failCallback](
                           const Value& data, const std::string&, const std::optional<Error>&) {
-                          Value answer = data;
-                          answer["files"] = files;
-                          self->onOssConfig(data.is_object() ? answer : Value(nullptr), successCallback, failCallback);
+                          self->onOssConfig(data, files, successCallback, failCallback);
                       });
 }
 
-void ApiOSSUploadTool::onOssConfig(const Value& answer, ResultBlock successCallback, ResultBlock failCallback) {
-    if (answer.is_null()) return failCallback(kNativeErrorRequestFailed.toValue());
+void ApiOSSUploadTool::onOssConfig(const Value& answer, const Value& files, ResultBlock successCallback,
+                                   ResultBlock failCallback) {
+    if (!answer.is_object()) return failCallback(kNativeErrorRequestFailed.toValue());
     if (answer.contains("code")) return failCallback(nativeError(textOf(answer["code"]), stringOr(answer, "msg")));
     std::string endpoint = stringOr(answer, "endpoint");
     makeClient(stringOr(answer, "accessKeyId"), stringOr(answer, "accessKeySecret"), endpoint);
-    uploadFiles(answer["files"], stringOr(answer, "bucket"), endpoint, std::move(successCallback),
+    uploadFiles(files, stringOr(answer, "bucket"), endpoint, std::move(successCallback),
                 std::move(failCallback));
 }
 
@@ -128,7 +128,8 @@ void ApiOSSUploadTool::uploadFiles(Value files, std::string bucket, std::string 
                 foundation::dispatch::main().async([tool, error, semaphore, i, count, element, results, lastErrorInfo,
                                                     successCallback, failCallback] {
                     if (!error) {
-                        foundation::logLine("upload object success! =dsw= " + element.dump());
+                        foundation::logLine("upload object success! =dsw= " +
+                                            element.dump(-1, ' ', false, Value::error_handler_t::replace));
                         results->push_back(element);
                     } else {
                         foundation::logLine("upload object failed, error: " + error->toString());

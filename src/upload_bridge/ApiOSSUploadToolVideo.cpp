@@ -47,7 +47,7 @@ void ApiOSSUploadTool::VODUploadFile(const Value& dict, ResultBlock successCallb
     Value body{{"file_name", textAt(entry, "objectKey") + ".mp4"}};
     std::string url = enterpriseApiBaseUrl() + "/enterprise-api/v2/" + textAt(dict, "enterpriseId") +
                       "/ticket?access_token=" + textAt(dict, "accessToken");
-    postRequestWithUrl(url, Value::object(), body.dump(), true, Value::object(),
+    postRequestWithUrl(url, Value::object(), body.dump(-1, ' ', false, Value::error_handler_t::replace), true, Value::object(),
                        [self = shared_from_this(), filePath, fileName, fileSize](
                            const Value& data, const std::string&, const std::optional<Error>&) {
                            self->onTicket(data, filePath, fileName, fileSize);
