@@ -31,6 +31,8 @@ enum MediaType { MediaTypeImage = 0, MediaTypeVideo = 1, MediaTypeAudio = 2 };
 inline constexpr const char* kMediaDirectory = "media";
 inline constexpr const char* kWeChatURL = "wechat:";
 
+class LocationTool;
+
 class QuorvaneApiManager {
 public:
     // --- Operations of the device, capture and upload services (declared with those services) ---
@@ -112,6 +114,18 @@ public:
     static void postRequestWithUrl(const std::string& url, const Value& requestParam, const std::string& data,
                                    const std::string& name, const std::string& fileName, int mediaType,
                                    const Value& header, ReponseData reponseData, ProgressCallback progress);
+
+    // --- The instance and its location service ---
+    // init: the façade owns one LocationTool.
+    QuorvaneApiManager();
+    const std::shared_ptr<LocationTool>& locationTool() const { return locationTool_; }
+    void setLocationTool(std::shared_ptr<LocationTool> locationTool) { locationTool_ = std::move(locationTool); }
+    // One position as the 11-key dictionary; without permission, the go-to-settings alert and
+    // "no location permission". Does nothing without a LocationTool.
+    void getLocationWithController(Controller controller, SuccessCallback successCallback, FailCallback failCallback);
+
+private:
+    std::shared_ptr<LocationTool> locationTool_;
 };
 
 }  // namespace quorvane
