@@ -44,10 +44,11 @@ void ApiOSSUploadTool::VODUploadFile(const Value& dict, ResultBlock successCallb
     if (error) fileSize = 0;
     if (fileSize > kMaxVideoBytes)
         return FailCallback_(Value{{"message", kNativeErrorFileTooLarge.message}, {"code", kNativeErrorFileTooLarge.code}});
-    Value body{{"file_name", textAt(entry, "objectKey") + ".mp4"}};
+    const Value body{{"file_name", textAt(entry, "objectKey") + ".mp4"}};
+    const std::string bodyText = body.dump(-1, ' ', false, Value::error_handler_t::replace);
     std::string url = enterpriseApiBaseUrl() + "/enterprise-api/v2/" + textAt(dict, "enterpriseId") +
                       "/ticket?access_token=" + textAt(dict, "accessToken");
-    postRequestWithUrl(url, Value::object(), body.dump(-1, ' ', false, Value::error_handler_t::replace), true, Value::object(),
+    postRequestWithUrl(url, Value::object(), bodyText, true, Value::object(),
                        [self = shared_from_this(), filePath, fileName, fileSize](
                            const Value& data, const std::string&, const std::optional<Error>&) {
                            self->onTicket(data, filePath, fileName, fileSize);
