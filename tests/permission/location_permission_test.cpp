@@ -1,0 +1,84 @@
+// The location permission: services switched off, the usage-description keys, the user's decision
+// through the location manager, and a replaced pending callback.
+#include "permission/LBXPermission.h"
+#include "permission/LBXPermissionLocation.h"
+#include "permission_test_support.h"
+
+namespace quorvane {
+namespace {
+
+using testing::PrivacyTest;
+using testing::waitFor;
+
+class LBXPermissionLocationTest : public PrivacyTest {
+protected:
+    void TearDown() override {
+        LBXPermissionLocation::sharedManager()->stopGps();
+        LBXPermissionLocation::setAssertionHandler(nullptr);
+        PrivacyTest::TearDown();
+    }
+};
+
+TEST_F(LBXPermissionLocationTest, ServicesOffAndUndeterminedAnswersNoWithoutPrompt) {
+    privacy.location->setServicesEnabled(false);
+    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
+    ASSERT_EQ(answers.size(), 1u);
+    EXPECT_TRUE(!answers[0].granted && !answers[0].firstTime);
+    EXPECT_TRUE(privacy.location->authorizationRequests().empty());
+    EXPECT_TRUE(privacy.location->managers().empty());
+}
+
+TEST_F(LBXPermissionLocationTest, AlwaysKeyWinsAndTheDecisionArrivesOnMain) {
+    privacy.appInfo->setInfoDictionary(
+        {{"NSLocationWhenInUseUsageDescription", "while in use"}, {"NSLocationAlwaysUsageDescription", "always"}});
+    privacy.location->scriptAuthorizationAnswer(platform::LocationStatusAuthorizedAlways);
+    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
+    ASSERT_TRUE(waitFor([&] { return answers.size() == 1; }));
+    EXPECT_TRUE(answers[0].granted && answers[0].firstTime && answers[0].onMain);
+    EXPECT_EQ(privacy.location->authorizationRequests(), std::vector<std::string>{"always"});
+    EXPECT_FALSE(LBXPermissionLocation::sharedManager()->locationManager());  // stopped and dropped
+    EXPECT_FALSE(LBXPermissionLocation::sharedManager()->permissionCompletion());
+}
+
+TEST_F(LBXPermissionLocationTest, WhenInUseKeyAndRefusal) {
+    privacy.appInfo->setInfoDictionary({{"NSLocationWhenInUseUsageDescription", "while in use"}});
+    privacy.location->scriptAuthorizationAnswer(platform::LocationStatusDenied);
+    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
+    ASSERT_TRUE(waitFor([&] { return answers.size() == 1; }));
+    EXPECT_TRUE(!answers[0].granted && answers[0].firstTime);
+    EXPECT_EQ(privacy.location->authorizationRequests(), std::vector<std::string>{"whenInUse"});
+    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());  // decided now: at once
+    ASSERT_EQ(answers.size(), 2u);
+    EXPECT_TRUE(!answers[1].granted && !answers[1].firstTime);
+}
+
+TEST_F(LBXPermissionLocationTest, MissingUsageDescriptionFailsTheAssertion) {
+    std::vector<std::string> failures;
+    LBXPermissionLocation::setAssertionHandler([&](const std::string& source, int line, const std::string& text) {
+        failures.push_back(source + ":" + std::to_string(line) + " " + text);
+    });
+    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0],
+              "LBXPermissionLocation:120 To use location services in iOS 8+, your Info.plist must provide a value for "
+              "either NSLocationWhenInUseUsageDescription or NSLocationAlwaysUsageDescription.");
+    EXPECT_TRUE(privacy.location->authorizationRequests().empty());
+}
+
+TEST_F(LBXPermissionLocationTest, NewRequestReplacesThePendingCallbackWithoutCallingIt) {
+    privacy.appInfo->setInfoDictionary({{"NSLocationWhenInUseUsageDescription", "x"}});
+    int first = 0;
+    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, [&](bool, bool) { ++first; });
+    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
+    testing::settle();  // the "not determined" events while the question is up decide nothing
+    EXPECT_TRUE(answers.empty());
+    privacy.location->changeAuthorization(platform::LocationStatusAuthorizedWhenInUse);
+    ASSERT_TRUE(waitFor([&] { return answers.size() == 1; }));
+    testing::settle();
+    EXPECT_EQ(first, 0);
+    EXPECT_EQ(answers.size(), 1u);
+    EXPECT_TRUE(answers[0].granted && answers[0].firstTime);
+}
+
+}  // namespace
+}  // namespace quorvane

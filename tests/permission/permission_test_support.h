@@ -1,0 +1,66 @@
+#pragma once
+// A fresh headless device, privacy set and key window for each permission or alert test.
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+#include <vector>
+
+#include "foundation/dispatch.h"
+#include "platform/headless/headless_containers.h"
+#include "platform/headless/headless_permissions.h"
+#include "platform/headless/headless_platform.h"
+
+namespace quorvane::testing {
+
+inline bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
+    return foundation::MainLoop::instance().runUntil(done, timeout);
+}
+
+// Turns the main loop for a while, so a callback that should not come would show.
+inline void settle() {
+    foundation::MainLoop::instance().runUntil([] { return false; }, std::chrono::milliseconds(150));
+}
+
+// One answer of a permission callback, with where it arrived.
+struct Answer {
+    bool granted = false;
+    bool firstTime = false;
+    bool onMain = false;
+};
+
+class PrivacyTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        device = platform::headless::installHeadlessDevice();
+        privacy = platform::headless::installHeadlessPrivacy();
+        window = std::make_shared<platform::ControllerWindow>();
+        platform::ApplicationWindows::setKeyWindow(window);
+        platform::ApplicationWindows::setDelegateWindow(window);
+        root = platform::headless::HeadlessScreen::create();
+        window->setRootViewController(root);
+    }
+    void TearDown() override { settle(); }
+
+    // A callback that records each answer.
+    std::function<void(bool, bool)> recorder() {
+        return [this](bool granted, bool firstTime) { answers.push_back({granted, firstTime, foundation::isMainThread()}); };
+    }
+    void useSystemVersion(const std::string& version) {
+        auto facts = device.device->facts();
+        facts.systemVersion = version;
+        device.device->setFacts(facts);
+    }
+    std::shared_ptr<platform::AlertController> presentedAlert() const {
+        return std::dynamic_pointer_cast<platform::AlertController>(root->presentedViewController());
+    }
+
+    platform::headless::HeadlessDevice device;
+    platform::headless::HeadlessPrivacy privacy;
+    std::shared_ptr<platform::ControllerWindow> window;
+    std::shared_ptr<platform::headless::HeadlessScreen> root;
+    std::vector<Answer> answers;
+};
+
+}  // namespace quorvane::testing

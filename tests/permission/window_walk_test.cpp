@@ -1,0 +1,61 @@
+// Where alerts are presented: the key window's walk through presented and navigation controllers,
+// and the settings helper's walk that also enters the selected tab.
+#include "permission/LBXAlertCategories.h"
+#include "permission/LBXPermissionSetting.h"
+#include "permission_test_support.h"
+
+namespace quorvane {
+namespace {
+
+using platform::headless::HeadlessNavigationController;
+using platform::headless::HeadlessScreen;
+using platform::headless::HeadlessTabBarController;
+using testing::PrivacyTest;
+
+using WindowWalk = PrivacyTest;
+
+TEST_F(WindowWalk, FollowsPresentedControllersThenNavigationTops) {
+    auto navigation = HeadlessNavigationController::create();
+    auto inner = HeadlessScreen::create();
+    navigation->pushViewController(HeadlessScreen::create());
+    navigation->pushViewController(inner);
+    root->present(navigation, false, nullptr);
+    EXPECT_EQ(UIWindow_LBXHierarchy::topMostController(*window), navigation);
+    EXPECT_EQ(UIWindow_LBXHierarchy::currentViewController(*window), inner);
+
+    auto modal = HeadlessScreen::create();
+    navigation->present(modal, false, nullptr);
+    EXPECT_EQ(UIWindow_LBXHierarchy::currentViewController(*window), modal);
+    // An alert on top cannot present: the walk stops at the last controller that can.
+    modal->present(std::make_shared<platform::AlertController>("t", "m", platform::AlertControllerStyle::Alert), false,
+                   nullptr);
+    EXPECT_EQ(UIWindow_LBXHierarchy::currentViewController(*window), modal);
+}
+
+TEST_F(WindowWalk, SettingsWalkStartsAtTheDelegateWindowAndEntersTheSelectedTab) {
+    auto tabs = HeadlessTabBarController::create();
+    auto navigation = HeadlessNavigationController::create();
+    auto top = HeadlessScreen::create();
+    navigation->pushViewController(top);
+    tabs->setViewControllers({HeadlessScreen::create(), navigation});
+    tabs->setSelectedIndex(1);
+    auto appWindow = std::make_shared<platform::ControllerWindow>();
+    appWindow->setRootViewController(tabs);
+    platform::ApplicationWindows::setDelegateWindow(appWindow);
+
+    EXPECT_EQ(LBXPermissionSetting::currentTopViewController(), top);
+    EXPECT_EQ(LBXPermissionSetting::getTopViewController(), root);  // the key window's walk
+}
+
+TEST_F(WindowWalk, SettingsAlertButtonsCallTheCompletion) {
+    int completions = 0;
+    LBXPermissionSetting::showAlertToDislayPrivacySettingWithTitle("t", "m", "no", "go", [&] { ++completions; });
+    auto alert = presentedAlert();
+    ASSERT_TRUE(alert);
+    alert->tap("no");
+    EXPECT_EQ(completions, 1);
+    EXPECT_TRUE(device.urlOpener->opened().empty());
+}
+
+}  // namespace
+}  // namespace quorvane
