@@ -4,7 +4,7 @@
 #      same cloud, for 64 MiB and 1 GiB files, as a ratio;
 #   2. the engine's peak resident memory (/usr/bin/time -v, Debian package "time");
 #   3. the cost of a resume: bytes sent again after the upload was killed (SIGKILL) at about half way.
-# Builds Release in its own build directory. Not run by CI: its figures depend on the machine and its load.
+# Builds Release in its own build directory (or uses QUORVANE_BENCH_PREBUILT=<build dir>). Not run by CI: its figures depend on the machine and its load.
 set -euo pipefail
 
 root=$(cd "$(dirname "$0")/.." && pwd)
@@ -21,10 +21,16 @@ trap cleanup EXIT
 
 [ -x /usr/bin/time ] || { echo "bench: /usr/bin/time is missing (apt-get install time)" >&2; exit 1; }
 
-echo "== build (Release, $build)"
-cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUORVANE_BUILD_BENCH=ON \
-      -DQUORVANE_BUILD_TESTS=OFF >/dev/null
-cmake --build "$build" -j2 --target quorvane quorvane-cloud >/dev/null
+if [ -n "${QUORVANE_BENCH_PREBUILT:-}" ]; then
+    # An existing build directory whose quorvane and quorvane-cloud are up to date (saves a full build).
+    build=$QUORVANE_BENCH_PREBUILT
+    echo "== prebuilt binaries of $build ($(awk -F= '/^CMAKE_BUILD_TYPE/ { print $2 }' "$build/CMakeCache.txt"))"
+else
+    echo "== build (Release, $build)"
+    cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUORVANE_BUILD_BENCH=ON \
+          -DQUORVANE_BUILD_TESTS=OFF >/dev/null
+    cmake --build "$build" -j2 --target quorvane quorvane-cloud >/dev/null
+fi
 cli=$build/apps/quorvane/quorvane
 cloud=$build/emulator/quorvane-cloud
 

@@ -176,8 +176,9 @@ TEST_F(CliUploadToService, InterruptPausesAndTheSameCommandResumesWithoutResendi
     const auto stored = resuming[0]["uploaded"].get<std::uint64_t>();
     EXPECT_GE(stored, kPart);
     EXPECT_EQ(resuming[0]["total"], size);
-    // Only the missing parts went up the second time.
-    EXPECT_EQ(cloud_.uploadPartBytesReceived() - receivedBefore, size - stored);
+    // At most the missing parts went up the second time (parts the service stored after the interrupt
+    // are found by listing them and not sent either).
+    EXPECT_LE(cloud_.uploadPartBytesReceived() - receivedBefore, size - stored);
     ASSERT_EQ(events(*second, "success").size(), 1u);
     auto bytes = cloud_.objectBytes(cloud_.options().bucket, "big.bin");
     ASSERT_TRUE(bytes);
