@@ -83,16 +83,16 @@ run_resume >"$work/first.jsonl" &
 first_pid=$!
 sent=0
 while kill -0 "$first_pid" 2>/dev/null; do
-    sent=$(grep '"event":"progress"' "$work/first.jsonl" | tail -1 | sed 's/.*"uploaded":\([0-9]*\).*/\1/')
+    sent=$(grep '"event":"progress"' "$work/first.jsonl" | tail -1 | sed 's/.*"uploaded":\([0-9]*\).*/\1/' || true)
     sent=${sent:-0}
     [ "$sent" -ge $((total / 2)) ] && break
     sleep 0.05
 done
 kill -KILL "$first_pid" 2>/dev/null || true
 wait "$first_pid" 2>/dev/null || true
-sent=$(grep '"event":"progress"' "$work/first.jsonl" | tail -1 | sed 's/.*"uploaded":\([0-9]*\).*/\1/')
+sent=$(grep '"event":"progress"' "$work/first.jsonl" | tail -1 | sed 's/.*"uploaded":\([0-9]*\).*/\1/' || true)
 run_resume >"$work/second.jsonl"
-stored=$(grep '"event":"resuming"' "$work/second.jsonl" | sed 's/.*"uploaded":\([0-9]*\).*/\1/')
+stored=$(grep '"event":"resuming"' "$work/second.jsonl" | sed 's/.*"uploaded":\([0-9]*\).*/\1/' || true)
 stored=${stored:-0}
 grep -q '"failed":0' "$work/second.jsonl" || { echo "bench: resumed upload failed" >&2; exit 1; }
 awk -v s="$sent" -v k="$stored" -v t="$total" 'BEGIN {
