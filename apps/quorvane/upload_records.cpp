@@ -39,7 +39,8 @@ bool prepareUploadCache(const UploadCachePaths& paths, std::string& error) {
     return true;
 }
 
-std::optional<std::uint64_t> recordedUploadBytes(const std::string& recordDir, const std::string& filePath) {
+std::optional<std::uint64_t> recordedUploadBytes(const std::string& recordDir, const std::string& filePath,
+                                                 std::int64_t partSize) {
     Error error;
     auto file = oss::inspectLocalFile(filePath, &error);
     std::error_code ec;
@@ -50,7 +51,7 @@ std::optional<std::uint64_t> recordedUploadBytes(const std::string& recordDir, c
         auto text = foundation::readFile(entry.path().string());
         auto record = text ? oss::parseCheckpoint(*text) : std::nullopt;
         if (!record || record->filePath != file->path || record->fileSize != file->size ||
-            record->fileMtimeNs != file->mtimeNs || record->parts.empty())
+            record->fileMtimeNs != file->mtimeNs || record->partSize != partSize || record->parts.empty())
             continue;
         std::uint64_t stored = 0;
         for (const auto& [number, part] : record->parts) stored += static_cast<std::uint64_t>(part.size);

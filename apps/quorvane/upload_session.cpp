@@ -1,5 +1,6 @@
 #include "upload_session.h"
 
+#include <algorithm>
 #include <atomic>
 #include <csignal>
 #include <filesystem>
@@ -85,7 +86,9 @@ bool UploadSession::queueFiles() {
             return false;
         }
         entries_.push_back(client_->listFiles().back());
-        recorded_.push_back(recordedUploadBytes(plan_.recordDir, job.path));
+        // The engine enlarges parts so that a file never needs more than 4999 of them.
+        auto partSize = std::max<std::int64_t>(plan_.partSize, static_cast<std::int64_t>(job.size / 4999));
+        recorded_.push_back(recordedUploadBytes(plan_.recordDir, job.path, partSize));
     }
     return true;
 }
