@@ -1,0 +1,200 @@
+#pragma once
+// The engine against the in-process cloud emulator: a running emulator per test with the video
+// service and the log service pointed at it, a listener that records what the engine reports, and
+// test files.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VODUpload/src/AVCVEventManager.h"
+#include "VODUpload/src/AVCVEventTransport.h"
+#include "VODUpload/src/VODServiceEndpoint.h"
+#include "VODUpload/src/VODUploadClient.h"
+#include "device/reachability_test_support.h"
+#include "emulator/cloud_emulator.h"
+#include "engine_test_support.h"
+#include "foundation/dispatch.h"
+
+namespace quorvane {
+
+// Engine internals the upload tests steer: parts one at a time make fault scripts deterministic.
+struct VODUploadEngineTestAccess {
+    static void setMaxConcurrentParts(VODUploadClient& c, int n) { c.conf_.maxConcurrentParts = n; }
+    static std::string uploadId(const VODUploadClient& c) { return c.uploadId_.value_or(""); }
+};
+
+namespace test {
+
+using namespace std::chrono_literals;
+
+// Waits on the main loop (class-3 outcomes are delivered there) until `done` holds.
+inline bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = 60s) {
+    return foundation::MainLoop::instance().runUntil(done, timeout);
+}
+
+// Every listener call, in order, as "started", "progress", "success", "finish", "failure",
+// "expire", "retry", "retryResume". Callbacks arrive on worker threads.
+class RecordingListener {
+public:
+    std::shared_ptr<VODUploadListener> make() {
+        auto l = std::make_shared<VODUploadListener>();
+        l->started = [this](const auto& f) { add("started", f); };
+        l->success = [this](const auto& f) { add("success", f); };
+        l->finish = [this](const auto& f, const VodUploadResult& r) {
+            std::lock_guard lock(mutex_);
+            results_.push_back(r);
+            addLocked("finish", f);
+        };
+        l->failure = [this](const auto& f, const std::string& code, const std::string& message) {
+            std::lock_guard lock(mutex_);
+            failures_.push_back({code, message});
+            addLocked("failure", f);
+        };
+        l->progress = [this](const auto& f, long sent, long total) {
+            std::lock_guard lock(mutex_);
+            lastProgress_ = {sent, total};
+            addLocked("progress", f);
+        };
+        l->expire = [this] { add("expire", nullptr); };
+        l->retry = [this] { add("retry", nullptr); };
+        l->retryResume = [this] { add("retryResume", nullptr); };
+        return l;
+    }
+
+    std::vector<std::string> events() const {
+        std::lock_guard lock(mutex_);
+        return events_;
+    }
+    // The events with consecutive "progress" entries folded into one.
+    std::vector<std::string> folded() const {
+        std::vector<std::string> out;
+        for (const auto& e : events())
+            if (out.empty() || e != "progress" || out.back() != "progress") out.push_back(e);
+        return out;
+    }
+    int count(const std::string& name) const {
+        std::lock_guard lock(mutex_);
+        return static_cast<int>(std::count(events_.begin(), events_.end(), name));
+    }
+    bool waitFor(const std::string& name, int times = 1, std::chrono::milliseconds timeout = 90s) const {
+        return waitUntil([&] { return count(name) >= times; }, timeout);
+    }
+    std::vector<VodUploadResult> results() const {
+        std::lock_guard lock(mutex_);
+        return results_;
+    }
+    std::vector<std::pair<std::string, std::string>> failures() const {
+        std::lock_guard lock(mutex_);
+        return failures_;
+    }
+    std::vector<std::string> files() const {
+        std::lock_guard lock(mutex_);
+        return files_;
+    }
+
+private:
+    void add(const char* name, const std::shared_ptr<UploadFileInfo>& f) {
+        std::lock_guard lock(mutex_);
+        addLocked(name, f);
+    }
+    void addLocked(const char* name, const std::shared_ptr<UploadFileInfo>& f) {
+        events_.push_back(name);
+        files_.push_back(f ? f->filePath : "");
+    }
+    mutable std::mutex mutex_;
+    std::vector<std::string> events_;
+    std::vector<std::string> files_;
+    std::vector<VodUploadResult> results_;
+    std::vector<std::pair<std::string, std::string>> failures_;
+    std::pair<long, long> lastProgress_{0, 0};
+};
+
+// Deterministic bytes, different per seed.
+inline std::string randomBytes(std::size_t size, unsigned seed) {
+    std::mt19937 engine(seed);
+    std::string bytes(size, '\0');
+    for (auto& b : bytes) b = static_cast<char>(engine() & 0xFF);
+    return bytes;
+}
+
+// A started emulator with the video service and the log service pointed at it.
+class EngineCloudTest : public ::testing::Test {
+protected:
+    explicit EngineCloudTest(emulator::EmulatorOptions options = {}) : cloud(std::move(options)) {}
+
+    void SetUp() override {
+        ASSERT_TRUE(cloud.start());
+        VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
+        AVCVEventManager::setLogServiceEndpoint(cloud.endpoint());
+        sts = cloud.issueSts();
+        client = VODUploadClient::create();
+        client->setRecordDirectoryPath(dir.file("records"));
+        client->setRetrySleeper([](std::chrono::milliseconds) { std::this_thread::sleep_for(20ms); });
+    }
+
+    void TearDown() override {
+        if (client) client->stop();
+        client.reset();
+        AVCVEventTransport::shared()->waitUntilIdle(10s);
+        AVCVEventManager::setLogServiceEndpoint("");
+        VODServiceEndpoint::setBaseUrl(std::nullopt);
+    }
+
+    bool initSts(const std::shared_ptr<VODUploadClient>& c) {
+        return c->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, listener.make());
+    }
+
+    // A file named after the running test, so resume-cache identities never collide between tests.
+    std::string makeFile(const std::string& suffix, const std::string& bytes) {
+        std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        std::string path = dir.file(name + "-" + suffix);
+        writeFile(path, bytes);
+        return path;
+    }
+
+    std::string bucket() const { return cloud.options().bucket; }
+
+    // UploadPart requests the service stored, by part number.
+    std::map<int, int> storedParts(const std::string& uploadId = "") const {
+        std::map<int, int> counts;
+        for (const auto& r : cloud.requests("UploadPart")) {
+            if (r.status != 200) continue;
+            if (!uploadId.empty() && r.query.find("uploadId=" + uploadId) == std::string::npos) continue;
+            auto at = r.query.find("partNumber=");
+            if (at != std::string::npos) ++counts[std::stoi(r.query.substr(at + 11))];
+        }
+        return counts;
+    }
+
+    // The log-service events of one code, once the telemetry queue has drained.
+    std::vector<Value> eventsWithCode(const std::string& code) {
+        AVCVEventTransport::shared()->waitUntilIdle(20s);
+        std::vector<Value> out;
+        for (const auto& e : cloud.logEvents())
+            if (e.params.value("e", "") == code) out.push_back(e.params);
+        return out;
+    }
+
+    // The cancelled run has reported (event 20008), so a later start is not mistaken for it.
+    bool waitForCancelledRun(std::size_t runs = 1) {
+        return waitUntil([&] { return eventsWithCode("20008").size() >= runs; });
+    }
+
+    TempDir dir;
+    ScriptedReachability reachability;
+    emulator::CloudEmulator cloud;
+    emulator::StsCredentials sts;
+    RecordingListener listener;
+    std::shared_ptr<VODUploadClient> client;
+};
+
+}  // namespace test
+}  // namespace quorvane

@@ -1,0 +1,235 @@
+// Create-upload requests end to end: a real clip registered with the video service, uploaded with the
+// credentials it issued; refresh after an interruption; images; expiry and service errors.
+extern "C" {
+#include <libavcodec/avcodec.h>
+#include <libavformat/avformat.h>
+}
+
+#include "VODUpload/src/VODObjectCache.h"
+#include "VODUpload/src/VodInfo.h"
+#include "engine_cloud_support.h"
+#include "foundation/temp_files.h"
+
+using namespace quorvane;
+using namespace quorvane::test;
+using emulator::Fault;
+
+namespace {
+
+// A short MPEG-4 part 2 clip, 320x240 at 25 fps; false when an FFmpeg step fails.
+bool writeClip(const std::string& path, int frames) {
+    const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
+    AVFormatContext* format = nullptr;
+    if (!codec || avformat_alloc_output_context2(&format, nullptr, "mp4", path.c_str()) < 0) return false;
+    AVStream* stream = avformat_new_stream(format, nullptr);
+    AVCodecContext* encoder = avcodec_alloc_context3(codec);
+    AVFrame* frame = av_frame_alloc();
+    AVPacket* packet = av_packet_alloc();
+    bool ok = stream && encoder && frame && packet;
+    if (ok) {
+        encoder->width = 320;
+        encoder->height = 240;
+        encoder->pix_fmt = AV_PIX_FMT_YUV420P;
+        encoder->time_base = AVRational{1, 25};
+        encoder->framerate = AVRational{25, 1};
+        encoder->bit_rate = 2000000;
+        if (format->oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
+        ok = avcodec_open2(encoder, codec, nullptr) >= 0 &&
+             avcodec_parameters_from_context(stream->codecpar, encoder) >= 0;
+        stream->time_base = encoder->time_base;
+        stream->avg_frame_rate = encoder->framerate;
+    }
+    ok = ok && avio_open(&format->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0 && avformat_write_header(format, nullptr) >= 0;
+    frame->format = AV_PIX_FMT_YUV420P;
+    frame->width = 320;
+    frame->height = 240;
+    ok = ok && av_frame_get_buffer(frame, 0) >= 0;
+    auto drain = [&](AVFrame* input) {
+        if (avcodec_send_frame(encoder, input) < 0) return false;
+        while (avcodec_receive_packet(encoder, packet) >= 0) {
+            av_packet_rescale_ts(packet, encoder->time_base, stream->time_base);
+            packet->stream_index = stream->index;
+            if (av_interleaved_write_frame(format, packet) < 0) return false;
+        }
+        return true;
+    };
+    std::mt19937 noise(5);
+    for (int i = 0; ok && i < frames; ++i) {
+        ok = av_frame_make_writable(frame) >= 0;
+        for (int plane = 0; ok && plane < 3; ++plane) {
+            const int w = plane ? 160 : 320, h = plane ? 120 : 240;
+            for (int y = 0; y < h; ++y)
+                for (int x = 0; x < w; ++x) frame->data[plane][y * frame->linesize[plane] + x] = noise() & 0xFF;
+        }
+        frame->pts = i;
+        ok = ok && drain(frame);
+    }
+    ok = ok && drain(nullptr) && av_write_trailer(format) >= 0;
+    if (format && format->pb) avio_closep(&format->pb);
+    av_packet_free(&packet);
+    av_frame_free(&frame);
+    avcodec_free_context(&encoder);
+    avformat_free_context(format);
+    return ok;
+}
+
+std::string fileBytes(const std::string& path) { return foundation::readFile(path).value_or(""); }
+
+}  // namespace
+
+class CreateUpload : public EngineCloudTest {
+protected:
+    void SetUp() override {
+        EngineCloudTest::SetUp();
+        ASSERT_TRUE(initSts(client));
+        clip = makeFile("clip.mp4", "");
+        ASSERT_TRUE(writeClip(clip, 25));
+        info = std::make_shared<VodInfo>();
+        info->title = "a clip";
+        info->userData = R"({"a":"1"})";
+    }
+    void TearDown() override {
+        VODObjectCache::sharedCache().clearObjectWithPath(clip);
+        EngineCloudTest::TearDown();
+    }
+    std::string clip;
+    std::shared_ptr<VodInfo> info;
+};
+
+TEST_F(CreateUpload, ClipIsRegisteredThenUploadedWithTheIssuedCredentials) {
+    client->setTranscode(false);
+    client->setAppId(std::string("app-7"));
+    ASSERT_TRUE(client->addFile(clip, info));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("finish"));
+    ASSERT_TRUE(waitUntil([&] { return client->state() == VODClientState::Finished; }));
+
+    const auto videos = cloud.videos();
+    ASSERT_EQ(videos.size(), 1u);
+    const auto& video = videos[0];
+    EXPECT_EQ(listener.results().at(0).videoId, video.videoId);
+    EXPECT_EQ(cloud.objectBytes(video.bucket, video.objectKey), fileBytes(clip));
+    EXPECT_EQ(client->listFiles()[0]->object, video.objectKey);
+    EXPECT_EQ(video.title, "a clip");
+    EXPECT_EQ(video.fileName, clip);
+    EXPECT_EQ(video.params.value("FileSize", ""), std::to_string(fileBytes(clip).size()));
+    EXPECT_EQ(video.params.value("TranscodeMode", ""), "NoTranscode");
+    EXPECT_EQ(video.params.value("AppId", ""), "app-7");
+    auto userData = foundation::parseJson(video.params.value("UserData", ""));
+    ASSERT_TRUE(userData);
+    EXPECT_EQ(userData->value("a", ""), "1");
+    EXPECT_EQ(userData->value("Width", ""), "320");
+    EXPECT_EQ(userData->value("Height", ""), "240");
+    EXPECT_EQ(userData->value("Fps", ""), "25.00");
+    EXPECT_EQ(userData->size(), 6u);
+    // The caller's own credentials signed only the VOD request; the upload used the issued ones.
+    for (const auto& r : cloud.requests("UploadPart"))
+        EXPECT_NE(r.header("x-oss-security-token"), sts.SecurityToken);
+    EXPECT_TRUE(VODObjectCache::sharedCache().getObjectWithPath(clip)->videoId.empty());  // cleared on success
+}
+
+TEST_F(CreateUpload, SecondRunAfterAnInterruptionRefreshesAndKeepsTheObject) {
+    cloud.addFault(Fault::error("UploadPart", 403, "SecurityTokenExpired"));
+    ASSERT_TRUE(client->addFile(clip, info));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("expire"));
+    EXPECT_EQ(client->state(), VODClientState::Paused);
+    client.reset();  // the process goes away
+
+    RecordingListener again;
+    auto next = VODUploadClient::create();
+    next->setRecordDirectoryPath(dir.file("records"));
+    auto fresh = cloud.issueSts();
+    ASSERT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration,
+                           again.make()));
+    ASSERT_TRUE(next->addFile(clip, info));
+    ASSERT_TRUE(next->start());
+    ASSERT_TRUE(again.waitFor("finish"));
+
+    EXPECT_EQ(cloud.requests("CreateUploadVideo").size(), 1u);
+    EXPECT_EQ(cloud.requests("RefreshUploadVideo").size(), 1u);
+    const auto videos = cloud.videos();
+    ASSERT_EQ(videos.size(), 1u);
+    EXPECT_EQ(videos[0].refreshCount, 1);
+    EXPECT_EQ(again.results().at(0).videoId, videos[0].videoId);
+    EXPECT_EQ(cloud.objectBytes(videos[0].bucket, videos[0].objectKey), fileBytes(clip));
+    next->stop();
+}
+
+TEST_F(CreateUpload, VideoIdTheServiceNoLongerKnowsLeadsToAFreshCreate) {
+    auto stale = std::make_shared<VODObject>();
+    stale->videoId = "0123456789abcdef0123456789abcdef";
+    stale->object = "sv/gone/gone.mp4";
+    VODObjectCache::sharedCache().saveObject(stale, clip);
+    ASSERT_TRUE(client->addFile(clip, info));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("finish"));
+
+    auto vod = cloud.requests();
+    std::vector<std::string> actions;
+    for (const auto& r : vod)
+        if (r.service == "vod" && r.method == "GET") actions.push_back(r.operation);
+    EXPECT_EQ(actions, (std::vector<std::string>{"RefreshUploadVideo", "CreateUploadVideo"}));
+    const auto videos = cloud.videos();
+    ASSERT_EQ(videos.size(), 1u);
+    EXPECT_EQ(listener.results().at(0).videoId, videos[0].videoId);
+    EXPECT_EQ(cloud.objectBytes(videos[0].bucket, videos[0].objectKey), fileBytes(clip));
+}
+
+TEST_F(CreateUpload, ImageIsRegisteredWithItsLowerCaseExtensionAndFinishesWithItsUrl) {
+    auto photo = makeFile("PHOTO.JPG", randomBytes(120 << 10, 9));
+    ASSERT_TRUE(client->addFile(photo, info));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("finish"));
+
+    const auto images = cloud.images();
+    ASSERT_EQ(images.size(), 1u);
+    EXPECT_EQ(images[0].params.value("ImageExt", ""), "jpg");
+    EXPECT_EQ(images[0].params.value("ImageType", ""), "cover");
+    EXPECT_EQ(images[0].params.value("UserData", ""), R"({"a":"1"})");  // no media facts for images
+    EXPECT_EQ(listener.results().at(0).imageUrl, images[0].imageURL);
+    EXPECT_FALSE(listener.results().at(0).videoId);
+    EXPECT_EQ(cloud.objectBytes(images[0].bucket, images[0].objectKey), randomBytes(120 << 10, 9));
+}
+
+TEST_F(CreateUpload, ExpiredCallerTokenPausesUntilANewOneArrives) {
+    cloud.expireToken(sts.SecurityToken);
+    ASSERT_TRUE(client->addFile(clip, info));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("expire"));
+    EXPECT_EQ(client->state(), VODClientState::Paused);
+    EXPECT_EQ(listener.count("failure"), 0);
+    EXPECT_EQ(eventsWithCode("20004").at(0).value("args", ""),
+              "code=InvalidSecurityToken.Expired&message=Specified SecurityToken is expired.");
+
+    auto fresh = cloud.issueSts();
+    ASSERT_TRUE(client->resumeWithToken(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken,
+                                        fresh.Expiration));
+    ASSERT_TRUE(listener.waitFor("finish"));
+    EXPECT_EQ(listener.folded(), (std::vector<std::string>{"started", "expire", "started", "progress", "success",
+                                                           "finish"}));
+}
+
+TEST_F(CreateUpload, ServiceErrorFailsTheFileWithTheServiceCode) {
+    cloud.addFault(Fault::error("CreateUploadVideo", 400, "InvalidParameter", "The Title is not valid."));
+    ASSERT_TRUE(client->addFile(clip, info));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("failure"));
+    EXPECT_EQ(listener.failures().at(0), std::make_pair(std::string("InvalidParameter"),
+                                                        std::string("The Title is not valid.")));
+    EXPECT_EQ(client->listFiles()[0]->state, UploadFileState::Failure);
+    EXPECT_EQ(client->state(), VODClientState::Started);
+    EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());
+}
+
+TEST_F(CreateUpload, UserDataKeepsOnlyAJsonObjectBesideTheMediaFacts) {
+    auto withObject = foundation::parseJson(client->userDataWithVideoPath(clip, R"({"k":"v"})").value_or(""));
+    ASSERT_TRUE(withObject);
+    EXPECT_EQ(withObject->value("k", ""), "v");
+    EXPECT_EQ(withObject->size(), 6u);
+    auto notJson = foundation::parseJson(client->userDataWithVideoPath(clip, "not json").value_or(""));
+    ASSERT_TRUE(notJson);
+    EXPECT_EQ(notJson->size(), 5u);
+    for (const char* key : {"Duration", "Bitrate", "Fps", "Width", "Height"}) EXPECT_TRUE(notJson->contains(key));
+    EXPECT_NE(notJson->value("Duration", "0.00"), "0.00");
+}
