@@ -217,7 +217,8 @@ TEST_F(CreateUpload, ServiceErrorFailsTheFileWithTheServiceCode) {
     ASSERT_TRUE(listener.waitFor("failure"));
     EXPECT_EQ(listener.failures().at(0), std::make_pair(std::string("InvalidParameter"),
                                                         std::string("The Title is not valid.")));
-    EXPECT_EQ(client->listFiles()[0]->state, UploadFileState::Failure);
+    // The file is marked after the listener heard of it.
+    EXPECT_TRUE(waitUntil([&] { return client->listFiles()[0]->state == UploadFileState::Failure; }));
     EXPECT_EQ(client->state(), VODClientState::Started);
     EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());
 }

@@ -123,7 +123,7 @@ TEST_F(MultipartUpload, NetworkThatStaysDownEndsInFailureAfterMaxRetryCount) {
     EXPECT_EQ(listener.count("retryResume"), 0);
     EXPECT_EQ(listener.failures().at(0).first, "6");
     EXPECT_EQ(client->retryNotify(), 0);
-    EXPECT_EQ(client->listFiles()[0]->state, UploadFileState::Failure);
+    EXPECT_TRUE(waitUntil([&] { return client->listFiles()[0]->state == UploadFileState::Failure; }));
     EXPECT_EQ(client->state(), VODClientState::Started);  // halted on the failed file
 }
 

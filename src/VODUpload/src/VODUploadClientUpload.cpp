@@ -259,7 +259,7 @@ void VODUploadClient::retryUploadStep(const Error& error, UploadStep step) {
         vodLogDebug(kLogSource, "initMultiUpload Retry after 2 second....");
     else
         vodLogDebug(kLogSource, "resumableUpload Retry after 2 second...." +
-                                    std::to_string(cur_ ? static_cast<long>(cur_->state) : 0L));
+                                    std::to_string(cur_ ? static_cast<long>(cur_->state.load()) : 0L));
     if (static_cast<std::uint32_t>(retryNotify_.load()) >= static_cast<std::uint32_t>(maxRetryCount_)) {
         failCurrentFile(error);
         retryNotify_ = 0;

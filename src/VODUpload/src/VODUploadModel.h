@@ -1,5 +1,6 @@
 #pragma once
 // Plain records the upload engine and its callers exchange.
+#include <atomic>
 #include <memory>
 #include <optional>
 #include <string>
@@ -41,13 +42,14 @@ enum class VODClientState : int {
     Finished = 5,
 };
 
-// One entry of the client's queue; shared because listFiles hands out the live entries.
+// One entry of the client's queue; shared because listFiles hands out the live entries. The state is
+// atomic: the engine's worker threads change it while the caller may read or cancel the entry.
 struct UploadFileInfo {
     std::string filePath;
     std::optional<std::string> endpoint;
     std::optional<std::string> bucket;
     std::optional<std::string> object;
-    UploadFileState state = UploadFileState::Ready;
+    std::atomic<UploadFileState> state{UploadFileState::Ready};
     std::shared_ptr<VodInfo> vodInfo;
 };
 
