@@ -1,0 +1,143 @@
+#pragma once
+// Uploads one short video with its cover image as one job, with the caller's temporary credentials:
+// an image slot from the video service, the cover upload, a video slot naming the cover's URL, the
+// video upload. Drives its own VODUploadClient and reports to a delegate.
+//
+// Member definitions are split by concern:
+//   VODUploadSVideoClient.cpp          set-up, settings, the engine listener
+//   VODUploadSVideoClientControl.cpp   start, pause, resume, cancel, credential refresh
+//   VODUploadSVideoClientSlots.cpp     the service requests and the two engine runs
+//
+// Step and status are guarded by one mutex; the delegate and the engine are never called with it held.
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadSVideoClientDelegate.h"
+#include "VODUpload/src/VodSVideoInfo.h"
+#include "foundation/http_client.h"
+
+namespace quorvane {
+
+class VODUploadSVideoClient : public std::enable_shared_from_this<VODUploadSVideoClient> {
+public:
+    // Status: 0 idle, 1 uploading, 2 paused.
+    static constexpr std::int32_t kStatusIdle = 0;
+    static constexpr std::int32_t kStatusUploading = 1;
+    static constexpr std::int32_t kStatusPaused = 2;
+
+    // Always held by std::shared_ptr: the engine listener holds the client weakly. create() runs init().
+    VODUploadSVideoClient();
+    static std::shared_ptr<VODUploadSVideoClient> create();
+    VODUploadSVideoClient(const VODUploadSVideoClient&) = delete;
+    VODUploadSVideoClient& operator=(const VODUploadSVideoClient&) = delete;
+
+    // Runs setup: the listener, the engine with the "svideo" log store, the defaults.
+    bool init();
+
+    // True when the job was started; refused while a job runs or without a title.
+    bool uploadWithVideoPath(const std::string& videoPath, const std::optional<std::string>& imagePath,
+                             std::shared_ptr<VodSVideoInfo> svideoInfo, const std::string& accessKeyId,
+                             const std::string& accessKeySecret, const std::string& accessToken);
+    void pause();
+    void resume();
+    void cancel();
+    // New credentials after uploadTokenExpired; continues from where the job was parked.
+    void refreshWithAccessKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+                                const std::string& accessToken, const std::string& expireTime);
+    void setRequestId(const std::string& requestId);
+    // The caller's user data (a JSON object text) with the video's media facts and "Source".
+    std::optional<std::string> userDataWithCreateUploadVideoUserData(const std::optional<std::string>& userData);
+
+    // --- Settings; those the engine shares are forwarded to it ---
+    bool transcode() const { return transcode_; }
+    void setTranscode(bool on);
+    bool recordUploadProgress() const { return recordUploadProgress_; }
+    void setRecordUploadProgress(bool on);
+    bool reportEnabled() const { return reportEnabled_; }
+    void setReportEnabled(bool on);
+    std::uint32_t maxRetryCount() const { return maxRetryCount_; }
+    void setMaxRetryCount(std::uint32_t count);
+    double timeoutIntervalForRequest() const { return timeoutIntervalForRequest_; }
+    void setTimeoutIntervalForRequest(double seconds);
+    std::int32_t uploadPartSize() const { return uploadPartSize_; }
+    void setUploadPartSize(std::int32_t bytes);
+    const std::optional<std::string>& recordDirectoryPath() const { return recordDirectoryPath_; }
+    void setRecordDirectoryPath(std::optional<std::string> path);
+    const std::string& region() const { return region_; }
+    void setRegion(std::string region);
+    const std::optional<std::string>& appId() const { return appId_; }
+    void setAppId(std::optional<std::string> appId) { appId_ = std::move(appId); }
+    const std::optional<std::string>& workflowId() const { return workflowId_; }
+    void setWorkflowId(std::optional<std::string> workflowId) { workflowId_ = std::move(workflowId); }
+    std::shared_ptr<VODUploadSVideoClientDelegate> delegate() const { return delegate_.lock(); }
+    void setDelegate(std::weak_ptr<VODUploadSVideoClientDelegate> delegate) { delegate_ = std::move(delegate); }
+
+    // --- Run state, for callers that show it ---
+    std::int32_t status() const;
+    std::int32_t step() const;
+    std::shared_ptr<VODUploadClient> client() const { return client_; }
+
+    static constexpr const char* kLogSource = "VODUpload/src/VODUploadSVideoClient";
+
+private:
+    friend struct VODUploadSVideoClientTestAccess;
+
+    void setup();
+    std::shared_ptr<VODUploadListener> makeListener();
+    void onEngineFinish(const VodUploadResult& result);
+    void onEngineFailure(const std::string& code, const std::string& message);
+    void onEngineProgress(long uploaded, long total);
+    void onEngineStarted(const std::shared_ptr<UploadFileInfo>& file);
+
+    void createUploadImage();
+    void createUploadVideo();
+    void refreshUploadVideo();
+    void uploadImage();
+    void uploadVideo();
+    void onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error);
+    void onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error);
+    void onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error);
+    void storeSlot(const Value& reply);
+    // Hands one file to the engine as its only queue entry and starts it.
+    void runEngine(const std::string& path, std::shared_ptr<VodInfo> info);
+    void continueFromParkedStep();
+
+    // Step and status transitions, under the lock.
+    void setStep(std::int32_t step);
+    void setStatus(std::int32_t status);
+    void setStepAndStatus(std::int32_t step, std::int32_t status);
+    void setCurTask(std::shared_ptr<foundation::HttpTask> task);
+
+    bool transcode_ = true;
+    bool recordUploadProgress_ = true;
+    bool reportEnabled_ = true;
+    std::uint32_t maxRetryCount_ = 2147483647u;
+    double timeoutIntervalForRequest_ = 30.0;
+    std::int32_t uploadPartSize_ = 0;
+    std::optional<std::string> recordDirectoryPath_;
+    std::string region_ = "cn-shanghai";
+    std::optional<std::string> appId_;
+    std::optional<std::string> workflowId_;
+    std::weak_ptr<VODUploadSVideoClientDelegate> delegate_;
+
+    std::int32_t status_ = kStatusIdle;
+    std::int32_t step_ = 0;
+    std::shared_ptr<VODUploadClient> client_;
+    std::string accessKeyId_, accessKeySecret_, accessToken_, expiredTime_;
+    std::string videoPath_;
+    std::optional<std::string> imagePath_;
+    std::shared_ptr<VodSVideoInfo> svideoInfo_;
+    std::optional<std::string> curAddress_, curAuth_, curRequestId_, curImageURL_, curVideoId_;
+    std::shared_ptr<foundation::HttpTask> curTask_;
+    std::int64_t videoFileSize_ = 0;
+    std::int64_t imageFileSize_ = 0;
+    // The engine waits on a failed file until it is stopped; the next job stops it first.
+    bool engineHalted_ = false;
+    mutable std::mutex lock_;
+};
+
+}  // namespace quorvane
