@@ -42,7 +42,7 @@ public:
     // getImageByAlbumCompressed(compressed, count, controller, successCallback, failCallback): album photos.
     // getVideoByCameraCompressed(compressed, maxDuration, controller, successCallback, failCallback): camera video.
     // getVideoByAlbumCompressed(compressed, count, maxDuration, controller, successCallback, failCallback): album videos.
-    // startAudioRecord(maxSeconds, controller, successCallback, failCallback): voice note under a countdown.
+    static void startAudioRecord(int maxSeconds, Controller controller, SuccessCallback successCallback, FailCallback failCallback);
     // scanWithController(controller, successCallback, failCallback): QR scan screen.
     // scaleToSize(image, size): redraws an image at a size.
 

@@ -1,0 +1,216 @@
+// The recorder driver on the headless microphone: events, files in their real formats, the limit
+// watch, interruptions, and the guards around start and stop.
+#include <filesystem>
+#include <fstream>
+
+#include "audio_test_support.h"
+#include "device/AudioRecordTool.h"
+
+namespace quorvane {
+namespace {
+
+using testing::decodeAudioFile;
+
+struct Event {
+    std::string name, data;
+};
+
+class AudioRecordToolTest : public testing::AudioTest {
+protected:
+    void start(const Value& param) {
+        tool->audioRecordStartWithParam(param, [this](const std::string& name, const std::string& data) {
+            events.push_back({name, data});
+        });
+    }
+    std::vector<std::string> namesOf(const std::vector<Event>& list) const {
+        std::vector<std::string> names;
+        for (const auto& event : list) names.push_back(event.name);
+        return names;
+    }
+    std::shared_ptr<AudioRecordTool> tool = std::make_shared<AudioRecordTool>();
+    std::vector<Event> events;
+};
+
+using Names = std::vector<std::string>;
+
+TEST_F(AudioRecordToolTest, StopOnRequestCompletesAnAacFileAndReleasesTheSession) {
+    foundation::LogCapture log;
+    start(Value{{"duration", "10"}});
+    EXPECT_TRUE(tool->judgeStatus());
+    EXPECT_EQ(session->category(), "AVAudioSessionCategoryRecord");
+    microphone->advance(4);
+    tool->audioRecordStop();
+
+    EXPECT_EQ(namesOf(events), (Names{"onStart", "onStop"}));
+    EXPECT_EQ(events[0].data, "ok");
+    EXPECT_EQ(events[1].data, tool->filePath());
+    EXPECT_FALSE(tool->judgeStatus());
+    EXPECT_EQ(tool->timer(), nullptr);
+    EXPECT_EQ(microphone->liveTimers(), 0);
+    auto activations = session->activations();
+    ASSERT_EQ(activations.size(), 2u);
+    EXPECT_TRUE(activations[0].active);
+    EXPECT_FALSE(activations[1].active);
+    EXPECT_EQ(activations[1].options, 1);
+    EXPECT_TRUE(log.contains("结束录音"));
+    EXPECT_TRUE(log.contains("录音完成"));
+
+    // Default format: AAC in an ".aac" file with a unique name under "media".
+    std::filesystem::path path = tool->filePath();
+    EXPECT_EQ(path.parent_path(), mediaDirectory());
+    EXPECT_EQ(path.extension(), ".aac");
+    auto audio = decodeAudioFile(path);
+    ASSERT_TRUE(audio.opened);
+    EXPECT_EQ(audio.codec, "aac");
+    EXPECT_EQ(audio.sampleRate, 8000);
+    EXPECT_EQ(audio.channels, 2);
+    // All the audio, plus at most the encoder's priming frame and the padded last frame.
+    EXPECT_GE(audio.seconds(), 4.0);
+    EXPECT_LE(audio.seconds(), 4.0 + 2 * 1024 / 8000.0);
+    EXPECT_GT(audio.rms, 0.1);               // the tone, not silence
+}
+
+TEST_F(AudioRecordToolTest, FormatTextChoosesEncodingAndSuffix) {
+    struct Case {
+        Value format;
+        std::string codec, extension;
+    };
+    const std::vector<Case> cases = {{"mp3", "mp3float", ".mp3"}, {"aac", "aac", ".aac"}, {"acc", "pcm_s16le", ".acc"},
+                                     {"wav", "pcm_s16le", ".wav"}, {nullptr, "aac", ".aac"}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.format.dump());
+        auto fresh = std::make_shared<AudioRecordTool>();
+        Value param{{"duration", "5"}};
+        if (!c.format.is_null()) param["format"] = c.format;
+        fresh->audioRecordStartWithParam(param, nullptr);
+        microphone->advance(1);
+        fresh->audioRecordStop();
+        EXPECT_EQ(std::filesystem::path(fresh->filePath()).extension(), c.extension);
+        auto audio = decodeAudioFile(fresh->filePath());
+        ASSERT_TRUE(audio.opened);
+        EXPECT_EQ(audio.codec.substr(0, 3), c.codec.substr(0, 3));
+        EXPECT_GE(audio.seconds(), 1.0 - 0.01);
+        EXPECT_LE(audio.seconds(), 1.0 + 2 * 1152 / 8000.0);
+    }
+}
+
+TEST_F(AudioRecordToolTest, NumbersAndTextsReadAlike) {
+    start(Value{{"duration", 5}, {"sampleRate", 16000}, {"numberOfChannels", "1"}, {"format", "lpcm"}});
+    microphone->advance(2);
+    tool->audioRecordStop();
+    auto audio = decodeAudioFile(tool->filePath());
+    EXPECT_EQ(audio.sampleRate, 16000);
+    EXPECT_EQ(audio.channels, 1);
+    EXPECT_NEAR(audio.seconds(), 2.0, 0.01);
+}
+
+TEST_F(AudioRecordToolTest, LimitWatchStopsAtTheLimitAndKeepsTheSessionActive) {
+    start(Value{{"duration", "3"}, {"format", "wav"}});
+    microphone->advance(5);
+
+    EXPECT_EQ(namesOf(events), (Names{"onStart", "onStop"}));
+    EXPECT_FALSE(tool->judgeStatus());
+    EXPECT_EQ(microphone->liveTimers(), 0);
+    EXPECT_TRUE(session->isActive());
+    EXPECT_EQ(session->activations().size(), 1u);
+    EXPECT_NEAR(decodeAudioFile(tool->filePath()).seconds(), 3.0, 0.01);
+
+    // A stop after the limit did the work is a stop while not recording: nothing at all.
+    foundation::LogCapture log;
+    tool->audioRecordStop();
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(events.size(), 2u);
+}
+
+TEST_F(AudioRecordToolTest, NoLimitRecordsIntoAutoAudioReplacingTheEarlierFile) {
+    std::filesystem::create_directories(mediaDirectory());
+    std::string earlier = mediaDirectory() + "/AutoAudio.wav";
+    std::ofstream(earlier) << "an earlier note that is not audio";
+    start(Value{{"duration", "0"}, {"format", "wav"}});
+    EXPECT_EQ(tool->filePath(), earlier);
+    EXPECT_EQ(tool->timer(), nullptr);
+    microphone->advance(70);  // beyond any default limit
+    EXPECT_TRUE(tool->judgeStatus());
+    tool->audioRecordStop();
+    auto audio = decodeAudioFile(earlier);
+    ASSERT_TRUE(audio.opened);
+    EXPECT_NEAR(audio.seconds(), 70.0, 0.01);
+}
+
+TEST_F(AudioRecordToolTest, InterruptionPausesAndItsEndResumes) {
+    start(Value{{"duration", "30"}, {"format", "wav"}});
+    microphone->advance(2);
+    session->interrupt(1);
+    EXPECT_FALSE(tool->judgeStatus());
+    microphone->advance(3);
+    tool->audioRecordStop();  // not recording while interrupted: ignored
+    EXPECT_EQ(namesOf(events), (Names{"onStart"}));
+    session->interrupt(7);  // unknown types change nothing
+    EXPECT_FALSE(tool->judgeStatus());
+    session->interrupt(0);
+    EXPECT_TRUE(tool->judgeStatus());
+    microphone->advance(1.5);
+    tool->audioRecordStop();
+
+    EXPECT_EQ(namesOf(events), (Names{"onStart", "onStop"}));
+    EXPECT_NEAR(decodeAudioFile(tool->filePath()).seconds(), 3.5, 0.01);
+}
+
+TEST_F(AudioRecordToolTest, StartWhileRecordingIsIgnoredAndKeepsTheFirstListener) {
+    start(Value{{"duration", "10"}, {"format", "wav"}});
+    std::string first = tool->filePath();
+    std::vector<Event> second;
+    tool->audioRecordStartWithParam(Value{{"format", "mp3"}}, [&](const std::string& name, const std::string& data) {
+        second.push_back({name, data});
+    });
+    EXPECT_EQ(tool->filePath(), first);
+    microphone->advance(1);
+    tool->audioRecordStop();
+    EXPECT_TRUE(second.empty());
+    EXPECT_EQ(namesOf(events), (Names{"onStart", "onStop"}));
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(mediaDirectory()), {}), 1);
+}
+
+TEST_F(AudioRecordToolTest, RecorderThatCannotBeMadeReportsInitFailure) {
+    for (const Value& param : {Value{{"sampleRate", "0"}}, Value{{"numberOfChannels", "0"}},
+                               Value{{"format", "mp3"}, {"sampleRate", "7000"}}}) {
+        SCOPED_TRACE(param.dump());
+        foundation::LogCapture log;
+        events.clear();
+        auto fresh = std::make_shared<AudioRecordTool>();
+        fresh->audioRecordStartWithParam(param, [this](const std::string& name, const std::string& data) {
+            events.push_back({name, data});
+        });
+        ASSERT_EQ(events.size(), 1u);
+        EXPECT_EQ(events[0].name, "onError");
+        EXPECT_EQ(events[0].data, "初始化失败");
+        EXPECT_TRUE(log.contains("音频格式和文件存储格式不匹配,无法初始化Recorder"));
+        EXPECT_FALSE(fresh->judgeStatus());
+    }
+    microphone->setUnavailable(true);
+    events.clear();
+    start(Value::object());
+    EXPECT_EQ(namesOf(events), (Names{"onError"}));
+}
+
+TEST_F(AudioRecordToolTest, StopWithoutRecordingDoesNothing) {
+    foundation::LogCapture log;
+    tool->audioRecordStop();
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(session->activations().empty());
+}
+
+TEST_F(AudioRecordToolTest, SandboxPathHelpers) {
+    std::string unique = AudioRecordTool::getPathFromSandboxTempWithMiddleDir("media", "", "acc");
+    EXPECT_NE(unique, AudioRecordTool::getPathFromSandboxTempWithMiddleDir("media", "", "acc"));
+    EXPECT_TRUE(std::filesystem::is_directory(mediaDirectory()));
+    EXPECT_EQ(AudioRecordTool::getPathFromSandboxTempWithMiddleDir("", "note", "mp3"),
+              foundation::temporaryDirectory() + "note.mp3");
+    std::ofstream(unique) << "x";
+    AudioRecordTool::deleteSandboxFile("file://" + unique);
+    EXPECT_FALSE(std::filesystem::exists(unique));
+    AudioRecordTool::deleteSandboxFile("file://" + unique);  // already gone: ignored
+}
+
+}  // namespace
+}  // namespace quorvane
