@@ -43,7 +43,7 @@ public:
     // getVideoByCameraCompressed(compressed, maxDuration, controller, successCallback, failCallback): camera video.
     // getVideoByAlbumCompressed(compressed, count, maxDuration, controller, successCallback, failCallback): album videos.
     static void startAudioRecord(int maxSeconds, Controller controller, SuccessCallback successCallback, FailCallback failCallback);
-    // scanWithController(controller, successCallback, failCallback): QR scan screen.
+    static void scanWithController(Controller controller, SuccessCallback successCallback, FailCallback failCallback);
     // scaleToSize(image, size): redraws an image at a size.
 
     // --- Upload, share and save commands ---

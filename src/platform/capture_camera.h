@@ -1,0 +1,42 @@
+#pragma once
+// The video-capture camera (an AVCaptureSession with a video data output): while running it hands
+// each frame's luminance plane to one consumer on the main thread. Headless by default
+// (headless/headless_capture_camera.h), where a test supplies the frames.
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+namespace quorvane::platform {
+
+// One frame's luminance (the Y plane of the camera's output), 8 bits per pixel, row by row.
+struct VideoFrame {
+    int width = 0;
+    int height = 0;
+    int stride = 0;  // bytes from one row to the next (>= width)
+    std::shared_ptr<const std::vector<std::uint8_t>> luma;
+
+    bool valid() const;
+    // A frame over a copy of `pixels` (stride = width).
+    static VideoFrame gray(int width, int height, std::vector<std::uint8_t> pixels);
+};
+
+class CaptureCamera {
+public:
+    using FrameHandler = std::function<void(const VideoFrame& frame)>;
+    virtual ~CaptureCamera() = default;
+    // Whether the device has a camera that can capture video.
+    virtual bool isAvailable() const = 0;
+    // Starts capturing: `started` (may be empty) once running, then every frame to `onFrame`, both on
+    // the main thread. Replaces an earlier consumer. False, with nothing called, when unavailable.
+    virtual bool startRunning(FrameHandler onFrame, std::function<void()> started) = 0;
+    // No frame reaches the consumer after this returns (on the main thread).
+    virtual void stopRunning() = 0;
+    virtual bool isRunning() const = 0;
+
+    // The installed camera (a headless one unless replaced). Safe from any thread.
+    static std::shared_ptr<CaptureCamera> current();
+    static void setCurrent(std::shared_ptr<CaptureCamera> camera);
+};
+
+}  // namespace quorvane::platform
