@@ -104,6 +104,21 @@ TEST_F(AudioRecordToolTest, NumbersAndTextsReadAlike) {
     EXPECT_NEAR(audio.seconds(), 2.0, 0.01);
 }
 
+TEST_F(AudioRecordToolTest, QueuedPcmIsRecordedBeforeTheTone) {
+    microphone->queuePcm(std::vector<std::int16_t>(44100 * 2, 0));  // two seconds of silence
+    start(Value{{"duration", "5"}, {"format", "wav"}});
+    microphone->advance(2);
+    tool->audioRecordStop();
+    auto silent = decodeAudioFile(tool->filePath());
+    EXPECT_NEAR(silent.seconds(), 2.0, 0.01);
+    EXPECT_LT(silent.rms, 1e-4);
+
+    start(Value{{"duration", "5"}, {"format", "wav"}});
+    microphone->advance(2);
+    tool->audioRecordStop();
+    EXPECT_GT(decodeAudioFile(tool->filePath()).rms, 0.1);
+}
+
 TEST_F(AudioRecordToolTest, LimitWatchStopsAtTheLimitAndKeepsTheSessionActive) {
     start(Value{{"duration", "3"}, {"format", "wav"}});
     microphone->advance(5);
