@@ -1,6 +1,9 @@
 #include "permission/LBXAlertCategories.h"
 
 namespace quorvane {
+
+const char ActionTag = 0;
+
 namespace {
 
 char kAlertViewBlockKey;
@@ -90,6 +93,24 @@ std::shared_ptr<platform::Presenter> UIWindow_LBXHierarchy::currentViewControlle
 
 int UIAlertController_supportedInterfaceOrientations::supportedInterfaceOrientations(const platform::AlertController&) {
     return 2;
+}
+
+}  // namespace quorvane
+
+namespace quorvane {
+
+void UIButton_Block::addAction(platform::Button& button, ActionBlock block) {
+    addAction(button, std::move(block), platform::UIControlEventTouchUpInside);
+}
+
+void UIButton_Block::addAction(platform::Button& button, ActionBlock block, unsigned long controlEvents) {
+    // Copied, not retained by reference: the block is the button's own from now on.
+    storeBlock(button, &ActionTag, std::move(block));
+    button.addTarget(&button, &UIButton_Block::action, controlEvents);
+}
+
+void UIButton_Block::action(platform::Button& sender) {
+    if (auto block = storedBlock<ActionBlock>(sender, &ActionTag)) block(sender);
 }
 
 }  // namespace quorvane

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "platform/legacy_alerts.h"
+#include "platform/view.h"
 #include "platform/window_hierarchy.h"
 
 namespace quorvane {
@@ -28,6 +29,20 @@ struct UIActionSheet_LBXAlertAction {
     static void setBlock(platform::ActionSheet& sheet, Block block);
     // Keeps `block`, answers the sheet's taps itself and shows it in `view`. A cancelled sheet drops it.
     static void showInView(platform::ActionSheet& sheet, std::shared_ptr<platform::Presenter> view, Block block);
+};
+
+// UIButton(Block)
+// The key the button's callback is kept under.
+extern const char ActionTag;
+
+struct UIButton_Block {
+    using ActionBlock = std::function<void(platform::Button& sender)>;
+    // Keeps `block` on the button and has `action` answer touch-up-inside.
+    static void addAction(platform::Button& button, ActionBlock block);
+    // The same for the events in `controlEvents`.
+    static void addAction(platform::Button& button, ActionBlock block, unsigned long controlEvents);
+    // The registered target operation: runs the block kept on `sender`, if any.
+    static void action(platform::Button& sender);
 };
 
 // UIWindow(LBXHierarchy)

@@ -84,19 +84,38 @@ void Button::setTitle(std::string title) {
     title_ = std::move(title);
 }
 
-void Button::setAction(std::function<void(Button&)> action) {
+void Button::addTarget(const void* target, Action action, unsigned long controlEvents) {
     std::lock_guard lock(mutex_);
-    action_ = std::move(action);
+    for (auto& entry : targets_) {
+        if (entry.target == target) {
+            entry.action = std::move(action);
+            entry.controlEvents |= controlEvents;
+            return;
+        }
+    }
+    targets_.push_back({target, std::move(action), controlEvents});
+}
+
+void Button::sendActionsForControlEvents(unsigned long controlEvents) {
+    std::vector<Action> actions;
+    {
+        std::lock_guard lock(mutex_);
+        for (const auto& entry : targets_)
+            if ((entry.controlEvents & controlEvents) != 0 && entry.action) actions.push_back(entry.action);
+    }
+    auto keep = shared_from_this();  // an action may remove the button's overlay
+    for (auto& action : actions) action(*this);
+}
+
+void Button::setAction(Action action) {
+    std::lock_guard lock(mutex_);
+    targets_.clear();
+    targets_.push_back({nullptr, std::move(action), UIControlEventTouchUpInside});
 }
 
 void Button::tap() {
-    std::function<void(Button&)> action;
-    {
-        std::lock_guard lock(mutex_);
-        action = action_;
-    }
-    auto keep = shared_from_this();  // the action may remove the button's overlay
-    if (action) action(*this);
+    sendActionsForControlEvents(UIControlEventTouchDown);
+    sendActionsForControlEvents(UIControlEventTouchUpInside);
 }
 
 namespace {

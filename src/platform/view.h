@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/associated_objects.h"
+
 namespace quorvane::platform {
 
 struct Rect {
@@ -50,16 +52,33 @@ private:
     std::string text_;
 };
 
-class Button : public View {
+// Control events of a button (UIControlEvents bits).
+inline constexpr unsigned long UIControlEventTouchDown = 1UL << 0;
+inline constexpr unsigned long UIControlEventTouchUpInside = 1UL << 6;
+
+class Button : public View, public AssociatedObjects {
 public:
+    using Action = std::function<void(Button& sender)>;
     std::string title() const;
     void setTitle(std::string title);
-    // The touch-up-inside action; a tap runs it with this button.
-    void setAction(std::function<void(Button&)> action);
+    // Registers `action` of `target` for the events in `controlEvents`. A target registers one action: a
+    // second registration by the same target replaces the action and adds the events, as target-action
+    // pairs are not repeated.
+    void addTarget(const void* target, Action action, unsigned long controlEvents);
+    // Runs, in registration order, every action registered for one of `controlEvents`.
+    void sendActionsForControlEvents(unsigned long controlEvents);
+    // Replaces all targets by one touch-up-inside action.
+    void setAction(Action action);
+    // A tap: touch down, then touch up inside.
     void tap();
 private:
+    struct Target {
+        const void* target;
+        Action action;
+        unsigned long controlEvents;
+    };
     std::string title_;
-    std::function<void(Button&)> action_;
+    std::vector<Target> targets_;
 };
 
 class Window : public View {
