@@ -22,12 +22,7 @@ struct DemoOptions {
     float delaySeconds = 0.2f;
 };
 
-void printLine(const std::string& op, Value fields) {
-    Value line = Value::object();
-    line["op"] = op;
-    for (auto& item : fields.items()) line[item.key()] = item.value();
-    std::cout << line.dump() << std::endl;
-}
+void printLine(const std::string& op, const Value& fields) { printDemoLine(op, fields); }
 
 Value alertValue(const platform::AlertController& alert) {
     Value buttons = Value::array();
@@ -89,13 +84,24 @@ int runDemo(const DemoOptions& options) {
 
 }  // namespace
 
+void printDemoLine(const std::string& op, const Value& fields) {
+    Value line = Value::object();
+    line["op"] = op;
+    for (const auto& item : fields.items()) line[item.key()] = item.value();
+    std::cout << line.dump() << std::endl;
+}
+
 Subcommand addDemoCommand(CLI::App& app) {
     auto options = std::make_shared<DemoOptions>();
     CLI::App* demo = app.add_subcommand("demo", "Run façade operations on the headless device, printing JSON lines");
     demo->add_option("--tmpdir", options->tmpdir, "Temporary directory for the media files");
     demo->add_flag("--keep-files", options->keepFiles, "Keep the media file the demo writes");
     demo->add_option("--delay", options->delaySeconds, "Seconds for the GCDDelay step")->check(CLI::Range(0.0, 10.0));
-    return {demo, [options] { return runDemo(*options); }};
+    auto location = addDemoLocationCommand(*demo);
+    return {demo, [options, location] {
+                if (location.command->parsed()) return location.run();
+                return runDemo(*options);
+            }};
 }
 
 }  // namespace quorvane::app

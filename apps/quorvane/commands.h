@@ -4,6 +4,9 @@
 #include <CLI/CLI.hpp>
 
 #include <functional>
+#include <string>
+
+#include "foundation/value.h"
 
 namespace quorvane::app {
 
@@ -14,5 +17,9 @@ struct Subcommand {
 
 // Runs a few façade operations on the headless device and prints one JSON line per result.
 Subcommand addDemoCommand(CLI::App& app);
+// `demo location`, a subcommand of the demo.
+Subcommand addDemoLocationCommand(CLI::App& demo);
+// One JSON line {"op": op, ...fields} on standard output.
+void printDemoLine(const std::string& op, const Value& fields);
 
 }  // namespace quorvane::app
