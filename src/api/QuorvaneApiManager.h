@@ -38,13 +38,32 @@ public:
     // --- Operations of the device, capture and upload services (declared with those services) ---
     // init: creates the instance's LocationTool (locationTool).
     // getLocationWithController(controller, successCallback, failCallback): one location fix, 11-key dictionary.
-    // getImageByCameraCompressed(compressed, controller, successCallback, failCallback): camera photo.
-    // getImageByAlbumCompressed(compressed, count, controller, successCallback, failCallback): album photos.
-    // getVideoByCameraCompressed(compressed, maxDuration, controller, successCallback, failCallback): camera video.
-    // getVideoByAlbumCompressed(compressed, count, maxDuration, controller, successCallback, failCallback): album videos.
+    // Media capture: files under "media" with their size and dimensions. `compressed` exactly 1 asks
+    // for compression. Fail: "NoCameraPermission" / "NoAlbumPermission" when refused again, "Cancel".
+    // A picture or movie that cannot be read is logged and left out of the array.
+    // Camera photo: an array holding one 5-key image dictionary (JPEG 0.8 when compressed, else 1.0).
+    static void getImageByCameraCompressed(int compressed, Controller controller, SuccessCallback successCallback,
+                                           FailCallback failCallback);
+    // Album photos, at most `count`: image dictionaries in selection order (also an empty array).
+    static void getImageByAlbumCompressed(int compressed, int count, Controller controller,
+                                          SuccessCallback successCallback, FailCallback failCallback);
+    // Camera video of at most `maxDuration` seconds: an array holding one 6-key video dictionary.
+    static void getVideoByCameraCompressed(int compressed, int maxDuration, Controller controller,
+                                           SuccessCallback successCallback, FailCallback failCallback);
+    // Album videos, at most `count`, none longer than `maxDuration` (refused when selected): exported
+    // one at a time on the serial queue "com.brenlow.platform". No callback when every export fails.
+    static void getVideoByAlbumCompressed(int compressed, int count, int maxDuration, Controller controller,
+                                          SuccessCallback successCallback, FailCallback failCallback);
     static void startAudioRecord(int maxSeconds, Controller controller, SuccessCallback successCallback, FailCallback failCallback);
     static void scanWithController(Controller controller, SuccessCallback successCallback, FailCallback failCallback);
-    // scaleToSize(image, size): redraws an image at a size.
+    // A size in points (CGSize).
+    struct Size {
+        double width = 0;
+        double height = 0;
+    };
+    // The image redrawn at exactly `size` (one pixel per point, fractions rounded up); null when it
+    // cannot be decoded.
+    static platform::ImagePtr scaleToSize(const platform::ImagePtr& image, Size size);
 
     // --- Upload, share and save commands ---
     // Multipart POST of the "media" file named by "filePath" to "url" with "formData" and "header";
