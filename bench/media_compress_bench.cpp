@@ -3,7 +3,7 @@
 //   media_compress_bench generate <file>   writes a 7744 × 5164 JPEG (streamed, not held)
 //   media_compress_bench compress <file>   compresses it and prints the peak RSS of this process
 // Run each step in its own process so the figure is the compression's alone.
-// Bound: the compression stays under 160 MiB peak RSS, the encoded input bytes included (the
+// Bound: the compression stays under 128 MiB peak RSS, the encoded input bytes included (the
 // JPEG is shrunk while it is decoded; full-size pixels, 120 MB as RGB, never exist at once).
 #include <sys/resource.h>
 
