@@ -144,9 +144,20 @@ void VODUploadSVideoClient::setStepAndStatus(std::int32_t step, std::int32_t sta
     status_ = status;
 }
 
-void VODUploadSVideoClient::setCurTask(std::shared_ptr<foundation::HttpTask> task) {
+void VODUploadSVideoClient::setCurTask(std::shared_ptr<foundation::HttpTask> task, std::uint64_t generation) {
+    {
+        std::lock_guard guard(lock_);
+        if (generation == generation_) {
+            curTask_ = std::move(task);
+            return;
+        }
+    }
+    if (task) task->cancel();
+}
+
+std::uint64_t VODUploadSVideoClient::generation() const {
     std::lock_guard guard(lock_);
-    curTask_ = std::move(task);
+    return generation_;
 }
 
 void VODUploadSVideoClient::setRequestId(const std::string& requestId) { client_->setRequestId(requestId); }

@@ -98,8 +98,8 @@ private:
     void refreshUploadVideo();
     void uploadImage();
     void uploadVideo();
-    void onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error);
-    void onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error);
+    void onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t generation);
+    void onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t generation);
     void onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error);
     void storeSlot(const Value& reply);
     // Hands one file to the engine as its only queue entry and starts it.
@@ -110,7 +110,9 @@ private:
     void setStep(std::int32_t step);
     void setStatus(std::int32_t status);
     void setStepAndStatus(std::int32_t step, std::int32_t status);
-    void setCurTask(std::shared_ptr<foundation::HttpTask> task);
+    // Keeps the request in flight; one issued after a cancel that raced it is cancelled at once.
+    void setCurTask(std::shared_ptr<foundation::HttpTask> task, std::uint64_t generation);
+    std::uint64_t generation() const;
 
     bool transcode_ = true;
     bool recordUploadProgress_ = true;
@@ -137,6 +139,8 @@ private:
     std::int64_t imageFileSize_ = 0;
     // The engine waits on a failed file until it is stopped; the next job stops it first.
     bool engineHalted_ = false;
+    // Counts cancels, so work begun before one does not carry on after it.
+    std::uint64_t generation_ = 0;
     mutable std::mutex lock_;
 };
 

@@ -78,6 +78,7 @@ void VODUploadSVideoClient::cancel() {
     {
         std::lock_guard guard(lock_);
         task = curTask_;
+        ++generation_;
         status_ = kStatusIdle;
         step_ = 0;
     }

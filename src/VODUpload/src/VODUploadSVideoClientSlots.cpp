@@ -58,15 +58,18 @@ void VODUploadSVideoClient::createUploadImage() {
     if (nonEmpty(appId_)) params["AppId"] = *appId_;
     if (svideoInfo_) putIfPresent(params, "UserData", svideoInfo_->userData);
     setStep(1);
+    const std::uint64_t issued = generation();
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
-    setCurTask(VODOpenApi::createUploadImage(
-        accessKeyId_, accessKeySecret_, accessToken_, "cover", region_, params,
-        [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
-            if (auto self = weak.lock()) self->onImageSlot(reply, error);
-        }));
+    setCurTask(VODOpenApi::createUploadImage(accessKeyId_, accessKeySecret_, accessToken_, "cover", region_, params,
+                                             [weak, issued](std::optional<foundation::HttpResponse>,
+                                                            std::optional<Value> reply, std::optional<Error> error) {
+                                                 if (auto self = weak.lock()) self->onImageSlot(reply, error, issued);
+                                             }),
+               issued);
 }
 
-void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error) {
+void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error,
+                                        std::uint64_t issued) {
     setStep(2);
     if (error) {
         setStepAndStatus(0, kStatusIdle);
@@ -84,7 +87,7 @@ void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const
     storeSlot(answer);
     curImageURL_ = foundation::stringAt(answer, "ImageURL");
     vodLogDebug(kLogSource, "svideo client createUploadImage success imageurl:" + curImageURL_.value_or(""));
-    if (status() != kStatusPaused) uploadImage();
+    if (status() != kStatusPaused && generation() == issued) uploadImage();
 }
 
 void VODUploadSVideoClient::storeSlot(const Value& reply) {
@@ -115,6 +118,7 @@ void VODUploadSVideoClient::runEngine(const std::string& path, std::shared_ptr<V
 
 void VODUploadSVideoClient::createUploadVideo() {
     setStep(5);
+    const std::uint64_t issued = generation();  // before the media probe, which takes a while
     if (!svideoInfo_ || !svideoInfo_->title) {
         vodLogDebug(kLogSource, "title must not be nil!");
         return;
@@ -134,23 +138,26 @@ void VODUploadSVideoClient::createUploadVideo() {
     if (auto userData = userDataWithCreateUploadVideoUserData(info.userData)) params["UserData"] = *userData;
 
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
-    auto handler = [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
-                          std::optional<Error> error) {
-        if (auto self = weak.lock()) self->onVideoSlot(reply, error);
+    auto handler = [weak, issued](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
+                                  std::optional<Error> error) {
+        if (auto self = weak.lock()) self->onVideoSlot(reply, error, issued);
     };
     // The whole local path goes as the file name.
     auto record = VODObjectCache::sharedCache().getObjectWithPath(videoPath_);
     if (record && !record->videoId.empty()) {
         curVideoId_ = record->videoId;
         setCurTask(VODOpenApi::refreshUploadVideo(accessKeyId_, accessKeySecret_, accessToken_, record->videoId,
-                                                  region_, handler));
+                                                  region_, handler),
+                   issued);
     } else {
         setCurTask(VODOpenApi::createUploadVideo(accessKeyId_, accessKeySecret_, accessToken_, *info.title,
-                                                 videoPath_, region_, params, handler));
+                                                 videoPath_, region_, params, handler),
+                   issued);
     }
 }
 
-void VODUploadSVideoClient::onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error) {
+void VODUploadSVideoClient::onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error,
+                                        std::uint64_t issued) {
     setStep(6);
     if (error) {
         setStepAndStatus(0, kStatusIdle);
@@ -178,7 +185,7 @@ void VODUploadSVideoClient::onVideoSlot(const std::optional<Value>& reply, const
         record->videoId = curVideoId_.value_or("");
         cache.saveObject(record, videoPath_);
     }
-    if (status() != kStatusPaused) uploadVideo();
+    if (status() != kStatusPaused && generation() == issued) uploadVideo();
 }
 
 void VODUploadSVideoClient::uploadVideo() {
@@ -200,12 +207,15 @@ void VODUploadSVideoClient::uploadVideo() {
 
 void VODUploadSVideoClient::refreshUploadVideo() {
     setStep(7);
+    const std::uint64_t issued = generation();
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
     setCurTask(VODOpenApi::refreshUploadVideo(
-        accessKeyId_, accessKeySecret_, accessToken_, curVideoId_.value_or(""), region_,
-        [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
-            if (auto self = weak.lock()) self->onRefreshedSlot(reply, error);
-        }));
+                   accessKeyId_, accessKeySecret_, accessToken_, curVideoId_.value_or(""), region_,
+                   [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
+                          std::optional<Error> error) {
+                       if (auto self = weak.lock()) self->onRefreshedSlot(reply, error);
+                   }),
+               issued);
 }
 
 void VODUploadSVideoClient::onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error) {

@@ -1,0 +1,146 @@
+// Pause, resume and credential expiry with refresh, in the middle of each step of the job.
+#include "svideo_test_support.h"
+
+using namespace quorvane;
+using namespace quorvane::test;
+using emulator::Fault;
+
+using SVideoControl = SVideoCloudTest;
+
+namespace {
+
+constexpr const char* kExpired = "InvalidSecurityToken.Expired";
+
+}  // namespace
+
+TEST_F(SVideoControl, PauseAndResumeInEachUploadContinueTheSameMultipartUpload) {
+    // Slow parts, so each pause lands well inside its upload even on a loaded machine.
+    for (int i = 0; i < 40; ++i) cloud.addFault(Fault::delay("UploadPart", 500));
+    ASSERT_TRUE(start());
+
+    // In the cover upload.
+    ASSERT_TRUE(waitUntil([&] { return storedParts("image/") >= 1; }));
+    client->pause();
+    EXPECT_EQ(client->step(), 3);
+    EXPECT_EQ(client->status(), VODUploadSVideoClient::kStatusPaused);
+    ASSERT_TRUE(waitForCancelledRun());
+    const std::string coverUpload = VODUploadEngineTestAccess::uploadId(*client->client());
+    client->resume();
+    EXPECT_EQ(client->status(), VODUploadSVideoClient::kStatusUploading);
+
+    // In the clip upload.
+    ASSERT_TRUE(waitUntil([&] { return client->step() == 7 && storedParts("sv/") >= 1; }));
+    client->pause();
+    EXPECT_EQ(client->status(), VODUploadSVideoClient::kStatusPaused);
+    const std::string clipUpload = VODUploadEngineTestAccess::uploadId(*client->client());
+    ASSERT_TRUE(waitForCancelledRun(2));
+    cloud.clearFaults();
+    client->resume();
+
+    ASSERT_TRUE(delegate->waitFor("result"));
+    EXPECT_EQ(delegate->count("failed"), 0);
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 2u);  // one per file, none after a pause
+    EXPECT_EQ(cloud.upload(coverUpload)->state, emulator::UploadState::Completed);
+    EXPECT_EQ(cloud.upload(clipUpload)->state, emulator::UploadState::Completed);
+    const auto video = cloud.videos().at(0);
+    EXPECT_EQ(cloud.objectBytes(video.bucket, video.objectKey), bytesOf(clip));
+    EXPECT_EQ(video.params.value("CoverURL", ""), cloud.images().at(0).imageURL);
+}
+
+TEST_F(SVideoControl, PauseDuringASlotRequestStoresTheReplyAndParksTheJob) {
+    cloud.addFault(Fault::delay("CreateUploadImage", 1500));
+    ASSERT_TRUE(start());
+    client->pause();  // the image slot is still on its way
+    ASSERT_TRUE(waitUntil([&] { return client->step() == 2; }));
+    EXPECT_EQ(client->status(), VODUploadSVideoClient::kStatusPaused);
+    client->resume();  // step 2 is not among those resume continues from
+    EXPECT_EQ(client->status(), VODUploadSVideoClient::kStatusUploading);
+    EXPECT_EQ(client->step(), 2);
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 0u);
+    client->cancel();
+    EXPECT_TRUE(idle());
+
+    cloud.addFault(Fault::delay("CreateUploadVideo", 1500));
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(waitUntil([&] { return client->step() == 5; }));
+    client->pause();
+    ASSERT_TRUE(waitUntil([&] { return client->step() == 6; }));
+    EXPECT_EQ(client->status(), VODUploadSVideoClient::kStatusPaused);
+    client->resume();
+    EXPECT_EQ(client->step(), 6);
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);  // the cover's only
+    EXPECT_EQ(cloud.videos().size(), 1u);
+    EXPECT_EQ(delegate->count("result"), 0);
+}
+
+TEST_F(SVideoControl, ExpiredImageSlotWaitsForNewCredentials) {
+    cloud.addFault(Fault::error("CreateUploadImage", 403, kExpired, "Specified SecurityToken is expired."));
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(delegate->waitFor("expired"));
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(delegate->count("failed"), 0);
+    refresh();
+    ASSERT_TRUE(delegate->waitFor("result"));
+    EXPECT_EQ(delegate->count("expired"), 1);
+    EXPECT_EQ(cloud.images().size(), 1u);
+    EXPECT_EQ(cloud.videos().size(), 1u);
+}
+
+TEST_F(SVideoControl, ExpiredVideoSlotParksAtStepFourUntilRefreshed) {
+    cloud.addFault(Fault::error("CreateUploadVideo", 403, kExpired));
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(delegate->waitFor("expired"));
+    EXPECT_EQ(client->step(), 4);
+    EXPECT_EQ(client->status(), VODUploadSVideoClient::kStatusIdle);
+    refresh();
+    ASSERT_TRUE(delegate->waitFor("result"));
+    EXPECT_EQ(cloud.requests("CreateUploadImage").size(), 1u);  // the cover is not sent again
+    EXPECT_EQ(cloud.requests("CreateUploadVideo").size(), 2u);
+    EXPECT_EQ(delegate->count("failed"), 0);
+}
+
+TEST_F(SVideoControl, ResumingFromStepFourAsksForTheVideoSlot) {
+    cloud.addFault(Fault::error("CreateUploadVideo", 403, kExpired));
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(delegate->waitFor("expired"));
+    client->pause();
+    client->resume();
+    ASSERT_TRUE(delegate->waitFor("result"));
+    EXPECT_EQ(cloud.requests("CreateUploadVideo").size(), 2u);
+    EXPECT_EQ(cloud.objectBytes(cloud.videos().at(0).bucket, cloud.videos().at(0).objectKey), bytesOf(clip));
+}
+
+TEST_F(SVideoControl, ExpiryDuringClipUploadRefreshesTheSlotAndContinuesTheUpload) {
+    // The cover's parts and the clip's first part pass; the next part meets an expired token.
+    std::vector<Fault> script(coverParts() + 1, Fault::delay("UploadPart", 0));
+    script.push_back(Fault::error("UploadPart", 403, "SecurityTokenExpired", "The security token has expired."));
+    cloud.addFaults(script);
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(delegate->waitFor("expired"));
+    EXPECT_EQ(client->step(), 7);
+    const std::string clipUpload = VODUploadEngineTestAccess::uploadId(*client->client());
+    refresh();
+    ASSERT_TRUE(delegate->waitFor("result"));
+    EXPECT_EQ(delegate->count("expired"), 1);
+    EXPECT_EQ(delegate->count("failed"), 0);
+    EXPECT_EQ(cloud.videos().at(0).refreshCount, 1);
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 2u);
+    EXPECT_EQ(cloud.upload(clipUpload)->state, emulator::UploadState::Completed);
+    EXPECT_EQ(cloud.objectBytes(cloud.videos().at(0).bucket, cloud.videos().at(0).objectKey), bytesOf(clip));
+}
+
+TEST_F(SVideoControl, ExpiryDuringCoverUploadRefreshesAVideoSlotThatDoesNotExistYet) {
+    // A refresh after the cover's expiry asks for the video slot by an id the job does not have yet;
+    // the service refuses it and the job ends in one failure.
+    cloud.addFaults({Fault::delay("UploadPart", 0),
+                     Fault::error("UploadPart", 403, "SecurityTokenExpired", "The security token has expired.")});
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(delegate->waitFor("expired"));
+    EXPECT_EQ(client->step(), 3);
+    refresh();
+    ASSERT_TRUE(delegate->waitFor("failed"));
+    EXPECT_EQ(delegate->failures().at(0).first, "MissingParameter");
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(cloud.videos().size(), 0u);
+}

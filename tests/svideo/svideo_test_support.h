@@ -1,0 +1,217 @@
+#pragma once
+// The short-video client against the in-process cloud emulator: a running emulator per test with the
+// video service and the log service pointed at it, a delegate that records every call, and a real
+// cover JPEG and MP4 clip.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "VODUpload/src/AVCVEventManager.h"
+#include "VODUpload/src/AVCVEventTransport.h"
+#include "VODUpload/src/VODObjectCache.h"
+#include "VODUpload/src/VODServiceEndpoint.h"
+#include "VODUpload/src/VODUploadSVideoClient.h"
+#include "emulator/cloud_emulator.h"
+#include "foundation/dispatch.h"
+#include "foundation/temp_files.h"
+#include "svideo_media.h"
+
+namespace quorvane {
+
+// Engine internals the tests steer: one part at a time makes fault scripts and pauses deterministic.
+struct VODUploadEngineTestAccess {
+    static void setMaxConcurrentParts(VODUploadClient& c, int n) { c.conf_.maxConcurrentParts = n; }
+    static std::string uploadId(const VODUploadClient& c) { return c.uploadId_.value_or(""); }
+};
+
+namespace test {
+
+using namespace std::chrono_literals;
+
+// Waits on the main loop (the engine moves on after a cancel there) until `done` holds.
+inline bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = 90s) {
+    return foundation::MainLoop::instance().runUntil(done, timeout);
+}
+
+// Every delegate call in order: "vid", "result", "failed", "progress", "expired", "retry", "retryResume".
+class RecordingDelegate : public VODUploadSVideoClientDelegate {
+public:
+    struct Success {
+        std::optional<std::string> vid, imageUrl;
+    };
+
+    void uploadSuccessWithVid(const std::optional<std::string>& vid, const std::optional<std::string>& url) override {
+        std::lock_guard lock(mutex_);
+        successes_.push_back({vid, url});
+        events_.push_back("vid");
+    }
+    void uploadSuccessWithResult(const VodSVideoUploadResult& result) override {
+        std::lock_guard lock(mutex_);
+        results_.push_back(result);
+        events_.push_back("result");
+    }
+    void uploadFailedWithCode(const std::string& code, const std::string& message) override {
+        std::lock_guard lock(mutex_);
+        failures_.push_back({code, message});
+        events_.push_back("failed");
+    }
+    void uploadProgressWithUploadedSize(std::int64_t uploaded, std::int64_t total) override {
+        std::lock_guard lock(mutex_);
+        progress_.push_back({uploaded, total});
+        events_.push_back("progress");
+    }
+    void uploadTokenExpired() override { add("expired"); }
+    void uploadRetry() override { add("retry"); }
+    void uploadRetryResume() override { add("retryResume"); }
+
+    int count(const std::string& name) const {
+        std::lock_guard lock(mutex_);
+        return static_cast<int>(std::count(events_.begin(), events_.end(), name));
+    }
+    bool waitFor(const std::string& name, int times = 1) const {
+        return waitUntil([&] { return count(name) >= times; });
+    }
+    std::vector<Success> successes() const {
+        std::lock_guard lock(mutex_);
+        return successes_;
+    }
+    std::vector<VodSVideoUploadResult> results() const {
+        std::lock_guard lock(mutex_);
+        return results_;
+    }
+    std::vector<std::pair<std::string, std::string>> failures() const {
+        std::lock_guard lock(mutex_);
+        return failures_;
+    }
+    std::vector<std::pair<std::int64_t, std::int64_t>> progress() const {
+        std::lock_guard lock(mutex_);
+        return progress_;
+    }
+
+private:
+    void add(const char* name) {
+        std::lock_guard lock(mutex_);
+        events_.push_back(name);
+    }
+    mutable std::mutex mutex_;
+    std::vector<std::string> events_;
+    std::vector<Success> successes_;
+    std::vector<VodSVideoUploadResult> results_;
+    std::vector<std::pair<std::string, std::string>> failures_;
+    std::vector<std::pair<std::int64_t, std::int64_t>> progress_;
+};
+
+// A fresh directory, removed with its contents at the end of the scope.
+class ScratchDir {
+public:
+    ScratchDir() {
+        std::string pattern = (std::filesystem::temp_directory_path() / "quorvane-svideo-XXXXXX").string();
+        path_ = ::mkdtemp(pattern.data());
+    }
+    ~ScratchDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(path_, ec);
+    }
+    ScratchDir(const ScratchDir&) = delete;
+    ScratchDir& operator=(const ScratchDir&) = delete;
+    std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    std::string path_;
+};
+
+inline constexpr std::int32_t kPartSize = 100 * 1024;  // the smallest part the service takes
+
+// A started emulator, a client pointed at it, a cover (several parts) and a clip (many parts).
+class SVideoCloudTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ASSERT_TRUE(cloud.start());
+        VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
+        AVCVEventManager::setLogServiceEndpoint(cloud.endpoint());
+        sts = cloud.issueSts();
+        // Named after the test, so resume-cache identities never collide between tests.
+        std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
+        std::replace(name.begin(), name.end(), '/', '-');
+        cover = dir.file(name + "-cover.jpg");
+        clip = dir.file(name + "-clip.mp4");
+        ASSERT_TRUE(writeJpeg(cover, 640, 480));
+        ASSERT_TRUE(writeClip(clip, 12));
+        ASSERT_GT(coverSize(), 2 * kPartSize);
+        ASSERT_GT(clipSize(), 4 * kPartSize);
+        client = VODUploadSVideoClient::create();
+        client->setDelegate(delegate);
+        client->setUploadPartSize(kPartSize);
+        client->setRecordDirectoryPath(dir.file("records"));
+        client->setRegion(cloud.options().region);
+        client->client()->setRetrySleeper([](std::chrono::milliseconds) { std::this_thread::sleep_for(20ms); });
+        VODUploadEngineTestAccess::setMaxConcurrentParts(*client->client(), 1);
+        info = std::make_shared<VodSVideoInfo>();
+        info->title = "short clip";
+        info->tags = "a,b";
+        info->desc = "with a cover";
+        info->cateId = 17;
+        info->userData = R"({"app":"x"})";
+    }
+
+    void TearDown() override {
+        if (client) client->cancel();
+        waitUntil([&] { return !client || client->client()->state() != VODClientState::Started; }, 10s);
+        client.reset();
+        VODObjectCache::sharedCache().clearObjectWithPath(clip);
+        AVCVEventTransport::shared()->waitUntilIdle(10s);
+        AVCVEventManager::setLogServiceEndpoint("");
+        VODServiceEndpoint::setBaseUrl(std::nullopt);
+    }
+
+    bool start() {
+        return client->uploadWithVideoPath(clip, cover, info, sts.AccessKeyId, sts.AccessKeySecret,
+                                           sts.SecurityToken);
+    }
+    void refresh() {
+        auto fresh = cloud.issueSts();
+        client->refreshWithAccessKeyId(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken,
+                                       fresh.Expiration);
+    }
+
+    std::int64_t coverSize() const { return static_cast<std::int64_t>(std::filesystem::file_size(cover)); }
+    std::int64_t clipSize() const { return static_cast<std::int64_t>(std::filesystem::file_size(clip)); }
+    int coverParts() const { return static_cast<int>((coverSize() + kPartSize - 1) / kPartSize); }
+    std::string bytesOf(const std::string& path) const { return foundation::readFile(path).value_or(""); }
+
+    // UploadPart requests the service stored; with a prefix, only those of objects below it ("sv/"
+    // holds the clips, "image/" the covers).
+    std::size_t storedParts(const std::string& prefix = "") const {
+        auto all = cloud.requests("UploadPart");
+        return std::count_if(all.begin(), all.end(), [&](const auto& r) {
+            return r.status == 200 && r.path.find("/" + prefix) != std::string::npos;
+        });
+    }
+    // A cancelled or paused multipart run has reported (event 20008).
+    bool waitForCancelledRun(int runs = 1) {
+        return waitUntil([&] {
+            int seen = 0;
+            for (const auto& e : cloud.logEvents()) seen += e.params.value("e", "") == "20008";
+            return seen >= runs;
+        });
+    }
+    bool idle() const { return client->step() == 0 && client->status() == VODUploadSVideoClient::kStatusIdle; }
+
+    ScratchDir dir;
+    emulator::CloudEmulator cloud;
+    emulator::StsCredentials sts;
+    std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+    std::shared_ptr<VODUploadSVideoClient> client;
+    std::shared_ptr<VodSVideoInfo> info;
+    std::string cover, clip;
+};
+
+}  // namespace test
+}  // namespace quorvane
