@@ -164,7 +164,11 @@ private:
 
     std::optional<Error> saveRecord(bool force) {
         if (recordPath_.empty()) return std::nullopt;
-        std::lock_guard lock(recordMutex_);
+        // A periodic save never waits for another thread's: that one writes the newer parts too,
+        // and a part sender held up behind a file sync is a slot with nothing on the wire.
+        std::unique_lock lock(recordMutex_, std::defer_lock);
+        if (force) lock.lock();
+        else if (!lock.try_lock()) return std::nullopt;
         auto now = std::chrono::steady_clock::now();
         if (!force && now - lastSave_ < kCheckpointInterval) return std::nullopt;
         OSSUploadCheckpoint record{r_.bucketName, r_.objectKey, file_.path, uploadId_, file_.size,
