@@ -1,5 +1,7 @@
 #include "VODUpload/src/VODInnerFileInfo.h"
 
+#include <cstdio>
+
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -15,11 +17,11 @@ foundation::SystemTime fromTimespec(std::int64_t sec, std::uint32_t nsec) {
         std::chrono::seconds(sec) + std::chrono::nanoseconds(nsec)));
 }
 
-// Closes the descriptor on every path out.
-struct Fd {
-    int fd;
-    ~Fd() {
-        if (fd >= 0) ::close(fd);
+// Closes the stream on every path out.
+struct Stream {
+    std::FILE* file;
+    ~Stream() {
+        if (file) std::fclose(file);
     }
 };
 
@@ -66,17 +68,21 @@ void VODInnerFileInfo::setup() {
 
 std::optional<std::string> VODInnerFileInfo::md5WithPath(const std::string& path, std::uint64_t maxHashSize) {
     if (path.empty()) return std::nullopt;
-    Fd file{::open(path.c_str(), O_RDONLY | O_CLOEXEC)};
-    if (file.fd < 0) return std::nullopt;
+    // A buffered stream: the 256-byte reads below cost 16 system calls per mebibyte, not 4096.
+    // (The buffer is declared first so that it outlives the stream.)
+    char streamBuffer[64 * 1024];
+    Stream file{std::fopen(path.c_str(), "rbe")};
+    if (!file.file) return std::nullopt;
+    std::setvbuf(file.file, streamBuffer, _IOFBF, sizeof streamBuffer);
     foundation::Md5Stream md5;
     char buffer[256];
     // The counter moves by a whole buffer per read whatever the read delivered: a short read
     // mid-file shortens the hashed range, and identities already stored by the service depend on it.
     for (std::uint64_t counted = 0; counted < maxHashSize; counted += sizeof buffer) {
-        ssize_t n = ::read(file.fd, buffer, sizeof buffer);
+        std::size_t n = std::fread(buffer, 1, sizeof buffer, file.file);
+        if (std::ferror(file.file)) return std::nullopt;
         if (n == 0) break;
-        if (n < 0) return std::nullopt;
-        md5.update(buffer, static_cast<std::size_t>(n));
+        md5.update(buffer, n);
     }
     return foundation::hexLower(md5.finishRaw());
 }

@@ -146,8 +146,9 @@ void VODUploadClient::resumableUpload() {
         auto self = context->client.lock();
         if (!self) return;
         auto& c = *context;
-        vodLogDebug(kLogSource, std::to_string(bytesSent) + ", " + std::to_string(totalSent) + ", " +
-                                    std::to_string(totalExpected));
+        if (vodLogEnabled())  // called for every step of every part: no text built for nobody
+            vodLogDebug(kLogSource, std::to_string(bytesSent) + ", " + std::to_string(totalSent) + ", " +
+                                        std::to_string(totalExpected));
         const int partNumber = c.partSize != 0 ? static_cast<int>(totalSent / c.partSize) : 0;
         const bool retrying = self->retryNotify_ != 0;
         if ((totalSent >= totalExpected || partNumber != c.lastPartNumber) && bytesSent != 0 && !retrying)
