@@ -178,3 +178,38 @@ TEST_F(MultipartUpload, PauseAndResumeContinueTheSameUploadId) {
     for (const auto& [part, times] : beforeResume) EXPECT_EQ(after.at(part), 1) << "part " << part;
     EXPECT_EQ(cloud.objectBytes(bucket(), "up/pause.bin"), randomBytes(kFileSize, 50));
 }
+
+// The object storage served over TLS by a CA of its own: verification stays on, so the engine
+// refuses the service until it is given that CA.
+class TlsMultipartUpload : public EngineCloudTest {
+protected:
+    TlsMultipartUpload() : EngineCloudTest(httpsOptions()) {}
+    static emulator::EmulatorOptions httpsOptions() {
+        emulator::EmulatorOptions options;
+        options.https = true;
+        return options;
+    }
+};
+
+TEST_F(TlsMultipartUpload, ObjectStorageTrustsTheGivenCaFile) {
+    const auto bytes = randomBytes(150 << 10, 60);
+    client->setMaxRetryCount(1);
+    ASSERT_TRUE(initSts(client));
+    ASSERT_TRUE(client->addFile(makeFile("untrusted.bin", bytes), cloud.endpoint(), bucket(), "up/untrusted.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("failure"));
+    EXPECT_FALSE(cloud.object(bucket(), "up/untrusted.bin"));
+    EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());  // no request got through the handshake
+
+    RecordingListener trusting;
+    auto second = VODUploadClient::create();
+    second->setRecordDirectoryPath(dir.file("records-ca"));
+    second->setCaFile(cloud.caFile());
+    ASSERT_TRUE(second->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, trusting.make()));
+    ASSERT_TRUE(second->addFile(makeFile("trusted.bin", bytes), cloud.endpoint(), bucket(), "up/trusted.bin"));
+    ASSERT_TRUE(second->start());
+    ASSERT_TRUE(trusting.waitFor("finish"));
+    EXPECT_EQ(trusting.count("failure"), 0);
+    EXPECT_EQ(cloud.objectBytes(bucket(), "up/trusted.bin"), bytes);
+    second->stop();
+}

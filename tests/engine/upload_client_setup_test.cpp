@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <thread>
+
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "engine_test_support.h"
@@ -107,6 +110,41 @@ TEST(VODUploadClient, CredentialProviderFollowsTheRecordInUse) {
     VODUploadClientTestAccess::setOpenApiConfig(*client, nullptr);
     openApi.reset();
     EXPECT_EQ(federation->getToken(&error), nullptr);
+}
+
+// New credentials are stored on the caller's thread while upload workers fetch tokens: a fetch
+// must see one whole set, never the id of one and the secret of another (ThreadSanitizer also
+// reports the unguarded access itself).
+TEST(VODUploadClient, TokenFetchesSeeWholeCredentialSetsWhileTheyChange) {
+    auto client = VODUploadClient::create();
+    ASSERT_TRUE(client->init("id-0", "secret-0", "token-0", "exp-0", nullptr));
+    auto provider = std::dynamic_pointer_cast<oss::OSSFederationCredentialProvider>(client->getCredentialProvider());
+    ASSERT_TRUE(provider);
+    std::atomic<bool> done{false};
+    std::thread renewer([&] {
+        for (int i = 1; i <= 3000; ++i) {
+            const std::string n = std::to_string(i);
+            client->init("id-" + n, "secret-" + n, "token-" + n, "exp-" + n, nullptr);
+        }
+        done = true;
+    });
+    std::string torn;  // the first fetch that mixed two sets
+    for (int fetches = 0; torn.empty() && (!done || fetches == 0); ++fetches) {
+        Error error;
+        auto token = provider->getToken(&error);
+        if (!token) {
+            torn = "no token";
+            break;
+        }
+        const std::string n = token->tAccessKey.substr(3);
+        if (token->tSecretKey != "secret-" + n || token->tToken != "token-" + n ||
+            token->expirationTimeInGMTFormat != "exp-" + n)
+            torn = token->tAccessKey + " " + token->tSecretKey + " " + token->tToken;
+    }
+    renewer.join();
+    EXPECT_EQ(torn, "");
+    Error error;
+    EXPECT_EQ(provider->getToken(&error)->tAccessKey, "id-3000");
 }
 
 TEST(VODUploadClient, ResumeWithTokenOnlyWhilePaused) {

@@ -10,13 +10,15 @@
 //   VODUploadClientUpload.cpp    the resumable multipart upload, progress and retries
 //   VODUploadClientCreate.cpp    create-upload requests to the video service, start event
 //
-// The engine has no locks: public operations run on the caller's thread, upload completions on the
-// object-storage client's worker threads.
+// Public operations run on the caller's thread, upload completions on the object-storage client's
+// worker threads. The one lock guards the credential records, which a worker reads at every token
+// fetch while the caller may be storing new ones (resumeWithToken).
 #include <atomic>
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -127,6 +129,9 @@ public:
     void setMaxRetryCount(std::int32_t v) { maxRetryCount_ = v; }
     double timeoutIntervalForRequest() const { return timeoutIntervalForRequest_; }
     void setTimeoutIntervalForRequest(double seconds);
+    // An extra CA bundle (a private or test CA) for the object-storage clients made from now on;
+    // the system store stays trusted and verification stays on. Empty: the system store alone.
+    void setCaFile(std::string path) { conf_.caFile = std::move(path); }
     const std::string& recordDirectoryPath() const { return recordDirectoryPath_; }
     void setRecordDirectoryPath(std::string path) { recordDirectoryPath_ = std::move(path); }
     bool recordUploadProgress() const { return recordUploadProgress_; }
@@ -193,6 +198,8 @@ private:
     void adoptRecordedUpload(oss::OSSResumableUploadRequest& request);
     void onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error, bool image);
     void continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth);
+    // A copy of a credential record taken under the credentials lock (empty for nullptr).
+    OSSConfig credentialsOf(const std::shared_ptr<OSSConfig>& config) const;
 
     // Fields in their order of declaration. The state and the retry counter are read by worker
     // threads while the caller's thread changes them, hence atomic; nothing else is guarded.
@@ -224,6 +231,9 @@ private:
     std::atomic<std::int32_t> retryNotify_{0};
     double timeoutIntervalForRequest_ = 30.0;
     RetrySleeper retrySleeper_;
+    // Guards the fields of ossConfig_ and openApiConfig_ and which record openApiConfig_ is. Shared
+    // with the credential providers, which may outlive the client.
+    std::shared_ptr<std::mutex> credentialsMutex_ = std::make_shared<std::mutex>();
 };
 
 }  // namespace quorvane

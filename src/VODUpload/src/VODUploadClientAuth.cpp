@@ -20,6 +20,7 @@ bool nonEmpty(const std::optional<std::string>& v) { return v && !v->empty(); }
 
 void VODUploadClient::setCredentials(std::optional<std::string> keyId, std::optional<std::string> secret,
                                      std::optional<std::string> token, std::optional<std::string> expire) {
+    std::lock_guard lock(*credentialsMutex_);
     ossConfig_->accessKeyId = std::move(keyId);
     ossConfig_->accessKeySecret = std::move(secret);
     ossConfig_->secretToken = std::move(token);
@@ -73,6 +74,7 @@ bool VODUploadClient::parseUploadAuth(const std::string& uploadAuth, OSSConfig& 
         return false;
     }
     const UploadAuth& auth = *parsed.value;
+    std::lock_guard lock(*credentialsMutex_);
     config.accessKeyId = auth.accessKeyId;
     config.accessKeySecret = auth.accessKeySecret;
     config.secretToken = auth.securityToken;
@@ -112,18 +114,31 @@ bool VODUploadClient::parseUploadAddress(const std::string& uploadAddress,
     return true;
 }
 
+OSSConfig VODUploadClient::credentialsOf(const std::shared_ptr<OSSConfig>& config) const {
+    std::lock_guard lock(*credentialsMutex_);
+    return config ? *config : OSSConfig{};
+}
+
 std::shared_ptr<oss::OSSCredentialProvider> VODUploadClient::getCredentialProvider() {
-    std::shared_ptr<OSSConfig> config = openApiConfig_ ? openApiConfig_ : ossConfig_;
-    if (!config) return nullptr;
-    if (!nonEmpty(config->accessKeyId) || !nonEmpty(config->accessKeySecret)) return nullptr;
-    if (nonEmpty(config->secretToken)) {
-        // Read at every token fetch, so credentials stored by resumeWithToken reach a running client.
+    std::shared_ptr<OSSConfig> config;
+    OSSConfig now;
+    {
+        std::lock_guard lock(*credentialsMutex_);
+        config = openApiConfig_ ? openApiConfig_ : ossConfig_;
+        if (!config) return nullptr;
+        now = *config;
+    }
+    if (!nonEmpty(now.accessKeyId) || !nonEmpty(now.accessKeySecret)) return nullptr;
+    if (nonEmpty(now.secretToken)) {
+        // Read at every token fetch, so credentials stored by resumeWithToken reach a running client;
+        // under the lock, so a fetch never sees half of a new set.
         std::weak_ptr<OSSConfig> weakConfig = config;
         return std::make_shared<oss::OSSFederationCredentialProvider>(
-            [weakConfig]() -> std::shared_ptr<oss::OSSFederationToken> {
+            [weakConfig, mutex = credentialsMutex_]() -> std::shared_ptr<oss::OSSFederationToken> {
                 auto record = weakConfig.lock();
                 if (!record) return nullptr;
                 auto token = std::make_shared<oss::OSSFederationToken>();
+                std::lock_guard lock(*mutex);
                 token->tAccessKey = record->accessKeyId.value_or("");
                 token->tSecretKey = record->accessKeySecret.value_or("");
                 token->tToken = record->secretToken.value_or("");
@@ -131,8 +146,7 @@ std::shared_ptr<oss::OSSCredentialProvider> VODUploadClient::getCredentialProvid
                 return token;
             });
     }
-    return std::make_shared<oss::OSSPlainTextAKSKPairCredentialProvider>(*config->accessKeyId,
-                                                                          *config->accessKeySecret);
+    return std::make_shared<oss::OSSPlainTextAKSKPairCredentialProvider>(*now.accessKeyId, *now.accessKeySecret);
 }
 
 bool VODUploadClient::resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,

@@ -7,7 +7,12 @@ void VODUploadClient::continueAfterNewCredentials() {
     if (uploadId_ && !uploadId_->empty()) {
         // The expiry struck during the multipart upload. Credentials the service issued for the file
         // are asked for again (a refresh); the caller's own continue the same upload directly.
-        if (openApiConfig_)
+        bool issued;
+        {
+            std::lock_guard lock(*credentialsMutex_);
+            issued = openApiConfig_ != nullptr;
+        }
+        if (issued)
             requestUploadAuthAddress();
         else
             resumableUpload();

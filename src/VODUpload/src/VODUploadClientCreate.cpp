@@ -60,9 +60,10 @@ void VODUploadClient::createUploadVideo() {
         params["UserData"] = *userData;
 
     std::weak_ptr<VODUploadClient> weak = weak_from_this();
+    const OSSConfig credentials = credentialsOf(ossConfig_);
     createOrRefreshUploadVideoWithKeyId(
-        ossConfig_->accessKeyId.value_or(""), ossConfig_->accessKeySecret.value_or(""),
-        ossConfig_->secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur_->filePath, params,
+        credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
+        credentials.secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur_->filePath, params,
         [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
             if (auto self = weak.lock()) self->onCreateAnswer(reply, error, false);
         });
@@ -98,9 +99,10 @@ void VODUploadClient::createUploadImage() {
     const std::string imageType = info ? info->imageType.value_or("") : std::string("cover");
 
     std::weak_ptr<VODUploadClient> weak = weak_from_this();
+    const OSSConfig credentials = credentialsOf(ossConfig_);
     VODOpenApi::createUploadImage(
-        ossConfig_->accessKeyId.value_or(""), ossConfig_->accessKeySecret.value_or(""),
-        ossConfig_->secretToken.value_or(""), imageType, region_, params,
+        credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
+        credentials.secretToken.value_or(""), imageType, region_, params,
         [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
             if (auto self = weak.lock()) self->onCreateAnswer(reply, error, true);
         });
@@ -146,10 +148,15 @@ void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const st
 
 // The service's answer carries the file's address and the credentials to upload it with.
 void VODUploadClient::continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth) {
-    const bool refreshing = openApiConfig_ != nullptr;  // new credentials for an upload under way
-    openApiConfig_ = std::make_shared<OSSConfig>();
+    auto issued = std::make_shared<OSSConfig>();
+    bool refreshing;
+    {
+        std::lock_guard lock(*credentialsMutex_);
+        refreshing = openApiConfig_ != nullptr;  // new credentials for an upload under way
+        openApiConfig_ = issued;
+    }
     parseUploadAddress(uploadAddress, cur_);
-    parseUploadAuth(uploadAuth, *openApiConfig_);
+    parseUploadAuth(uploadAuth, *issued);
     makeOSSClient();
     if (refreshing)
         resumableUpload();

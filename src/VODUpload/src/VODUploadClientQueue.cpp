@@ -161,7 +161,10 @@ void VODUploadClient::next() {
     cur_.reset();
     curImageURL_.reset();
     curVideoId_.reset();
-    openApiConfig_.reset();
+    {
+        std::lock_guard lock(*credentialsMutex_);
+        openApiConfig_.reset();
+    }
     curInnerFileInfo_.reset();
     for (const auto& entry : uploadList_) {
         if (entry->state == UploadFileState::Ready) {
