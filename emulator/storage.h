@@ -49,6 +49,7 @@ private:
     bool failed_ = false;
     bool committed_ = false;
     bool digests_ = true;
+    bool copyInKernel(const Blob& blob);
 };
 
 struct StoredUpload {
