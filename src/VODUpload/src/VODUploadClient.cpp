@@ -27,7 +27,17 @@ VODUploadClient::VODUploadClient()
 }
 
 void VODUploadClient::transitionTo(VODClientState next) {
-    state_ = next;
+    {
+        // Stored under the mutex so a waiter cannot miss the change between its test and its wait.
+        std::lock_guard lock(stateMutex_);
+        state_ = next;
+    }
+    stateChanged_.notify_all();
+}
+
+bool VODUploadClient::waitUntilSettled(std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(stateMutex_);
+    return stateChanged_.wait_for(lock, timeout, [this] { return state_.load() != VODClientState::Started; });
 }
 
 void VODUploadClient::setTimeoutIntervalForRequest(double seconds) {

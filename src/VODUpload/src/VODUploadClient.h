@@ -12,9 +12,11 @@
 //
 // Public operations run on the caller's thread, upload completions on the object-storage client's
 // worker threads. The one lock guards the credential records, which a worker reads at every token
-// fetch while the caller may be storing new ones (resumeWithToken).
+// fetch while the caller may be storing new ones (resumeWithToken). The current file and the running
+// request are atomic shared pointers: each function loads them once and works on that copy.
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -123,6 +125,12 @@ public:
     void setRetrySleeper(RetrySleeper sleeper);
     static constexpr std::chrono::milliseconds kRetryWait{2000};
 
+    // Blocks until the client state is anything but Started, or the timeout passed (false then).
+    // A finished file is reported before its worker moves the queue on; once this returns true that
+    // worker is done with the queue (Finished is its last step). Never call it from a listener
+    // callback: the worker that would settle the queue is the one waiting.
+    bool waitUntilSettled(std::chrono::milliseconds timeout) const;
+
     // --- Properties ---
     VODClientState state() const { return state_; }
     std::int32_t maxRetryCount() const { return maxRetryCount_; }
@@ -210,9 +218,9 @@ private:
     std::optional<std::string> uploadId_;
     std::optional<std::string> curUploadAddress_;
     std::vector<std::shared_ptr<UploadFileInfo>> uploadList_;
-    std::shared_ptr<UploadFileInfo> cur_;
+    std::atomic<std::shared_ptr<UploadFileInfo>> cur_;
     std::shared_ptr<VODInnerFileInfo> curInnerFileInfo_;
-    std::shared_ptr<oss::OSSResumableUploadRequest> resumableUploadReq_;
+    std::atomic<std::shared_ptr<oss::OSSResumableUploadRequest>> resumableUploadReq_;
     std::shared_ptr<VODUploadListener> callback_;
     std::shared_ptr<AVCVEventManager> eventManager_;
     std::optional<std::string> curImageURL_;
@@ -231,6 +239,9 @@ private:
     std::atomic<std::int32_t> retryNotify_{0};
     double timeoutIntervalForRequest_ = 30.0;
     RetrySleeper retrySleeper_;
+    // Wakes waitUntilSettled at every state change; guards nothing else.
+    mutable std::mutex stateMutex_;
+    mutable std::condition_variable stateChanged_;
     // Guards the fields of ossConfig_ and openApiConfig_ and which record openApiConfig_ is. Shared
     // with the credential providers, which may outlive the client.
     std::shared_ptr<std::mutex> credentialsMutex_ = std::make_shared<std::mutex>();

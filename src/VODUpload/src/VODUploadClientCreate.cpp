@@ -41,8 +41,9 @@ void putIfPresent(Value& params, const char* key, const std::optional<std::strin
 }  // namespace
 
 void VODUploadClient::createUploadVideo() {
-    if (!cur_) return;
-    const auto info = cur_->vodInfo;
+    const auto cur = cur_.load();
+    if (!cur) return;
+    const auto info = cur->vodInfo;
     Value params = Value::object();
     if (info) putIfPresent(params, "CoverURL", info->coverUrl);
     params["FileSize"] = curInnerFileInfo_ ? curInnerFileInfo_->fileSize : std::string("0");
@@ -56,14 +57,14 @@ void VODUploadClient::createUploadVideo() {
     if (!transcode_ && !(info && nonEmpty(info->templateGroupId))) params["TranscodeMode"] = "NoTranscode";
     if (nonEmpty(appId_)) params["AppId"] = *appId_;
     if (nonEmpty(workflowId_)) params["WorkflowId"] = *workflowId_;
-    if (auto userData = userDataWithVideoPath(cur_->filePath, info ? info->userData : std::nullopt))
+    if (auto userData = userDataWithVideoPath(cur->filePath, info ? info->userData : std::nullopt))
         params["UserData"] = *userData;
 
     std::weak_ptr<VODUploadClient> weak = weak_from_this();
     const OSSConfig credentials = credentialsOf(ossConfig_);
     createOrRefreshUploadVideoWithKeyId(
         credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
-        credentials.secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur_->filePath, params,
+        credentials.secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur->filePath, params,
         [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
             if (auto self = weak.lock()) self->onCreateAnswer(reply, error, false);
         });
@@ -83,10 +84,11 @@ std::shared_ptr<foundation::HttpTask> VODUploadClient::createOrRefreshUploadVide
 }
 
 void VODUploadClient::createUploadImage() {
-    if (!cur_) return;
-    const auto info = cur_->vodInfo;
+    const auto cur = cur_.load();
+    if (!cur) return;
+    const auto info = cur->vodInfo;
     Value params = Value::object();
-    params["ImageExt"] = lowerCase(vodPathExtension(cur_->filePath));
+    params["ImageExt"] = lowerCase(vodPathExtension(cur->filePath));
     if (info) {
         putIfPresent(params, "Title", info->title);
         putIfPresent(params, "Description", info->desc);
@@ -110,7 +112,8 @@ void VODUploadClient::createUploadImage() {
 
 void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error,
                                      bool image) {
-    if (!cur_) return;
+    const auto cur = cur_.load();
+    if (!cur) return;
     if (error) {
         auto serviceCode = foundation::stringAt(error->userInfo, "Code");
         auto serviceMessage = foundation::stringAt(error->userInfo, "Message");
@@ -122,7 +125,7 @@ void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const st
             if (callback_ && callback_->expire) callback_->expire();
         } else if (!image && serviceCode && *serviceCode == VODOpenApiVideoNotFound) {
             // The remembered video is gone on the service side: register the file afresh.
-            VODObjectCache::sharedCache().clearObjectWithPath(cur_->filePath);
+            VODObjectCache::sharedCache().clearObjectWithPath(cur->filePath);
             createUploadVideo();
         } else {
             failCurrentFile(code, message);  // the queue waits on the failed file
@@ -137,10 +140,10 @@ void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const st
     } else {
         if (auto videoId = foundation::stringAt(answer, "VideoId")) curVideoId_ = videoId;
         auto& cache = VODObjectCache::sharedCache();
-        auto entry = cache.getObjectWithPath(cur_->filePath);
+        auto entry = cache.getObjectWithPath(cur->filePath);
         if (entry && entry->videoId.empty()) {
             entry->videoId = curVideoId_.value_or("");
-            cache.saveObject(entry, cur_->filePath);
+            cache.saveObject(entry, cur->filePath);
         }
     }
     continueWithIssuedAuth(address, auth);
@@ -148,6 +151,7 @@ void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const st
 
 // The service's answer carries the file's address and the credentials to upload it with.
 void VODUploadClient::continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth) {
+    const auto cur = cur_.load();
     auto issued = std::make_shared<OSSConfig>();
     bool refreshing;
     {
@@ -155,7 +159,7 @@ void VODUploadClient::continueWithIssuedAuth(const std::string& uploadAddress, c
         refreshing = openApiConfig_ != nullptr;  // new credentials for an upload under way
         openApiConfig_ = issued;
     }
-    parseUploadAddress(uploadAddress, cur_);
+    parseUploadAddress(uploadAddress, cur);
     parseUploadAuth(uploadAuth, *issued);
     makeOSSClient();
     if (refreshing)
@@ -185,8 +189,9 @@ std::optional<std::string> VODUploadClient::userDataWithVideoPath(const std::str
 }
 
 void VODUploadClient::sendStartEvent() {
-    if (!cur_) return;
-    const AVCVSize size = AVCVAssetInfo::AVCVNaturalSize(cur_->filePath);
+    const auto cur = cur_.load();
+    if (!cur) return;
+    const AVCVSize size = AVCVAssetInfo::AVCVNaturalSize(cur->filePath);
     std::int64_t fileSize = 0;
     std::string type, hash;
     if (curInnerFileInfo_) {
@@ -201,8 +206,8 @@ void VODUploadClient::sendStartEvent() {
                             {"fh", size.height},
                             {"fm", hash},
                             {"ps", uploadPartSize_},
-                            {"bu", cur_->bucket.value_or("")},
-                            {"ok", cur_->object.value_or("")}});
+                            {"bu", cur->bucket.value_or("")},
+                            {"ok", cur->object.value_or("")}});
 }
 
 }  // namespace quorvane

@@ -59,12 +59,13 @@ bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint,
 
 // Cancels the request under way, if any; says so when it reports itself cancelled.
 void VODUploadClient::cancelUploadRequest(bool logWhenNone) {
-    if (!resumableUploadReq_) {
+    const auto request = resumableUploadReq_.load();
+    if (!request) {
         if (logWhenNone) vodLogDebug(kLogSource, "No runnning upload request.");
         return;
     }
-    resumableUploadReq_->cancel();
-    if (resumableUploadReq_->isCancelled()) vodLogDebug(kLogSource, "Cancel upload request.");
+    request->cancel();
+    if (request->isCancelled()) vodLogDebug(kLogSource, "Cancel upload request.");
 }
 
 bool VODUploadClient::deleteFile(int index) {
@@ -85,7 +86,8 @@ bool VODUploadClient::clearFiles() {
     for (const auto& entry : uploadList_) VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
     uploadList_.clear();
     // The state and the current file stay as they are; the cancelled request reports on its own.
-    if (cur_ && cur_->state == UploadFileState::Uploading) cancelUploadRequest(false);
+    const auto cur = cur_.load();
+    if (cur && cur->state == UploadFileState::Uploading) cancelUploadRequest(false);
     return true;
 }
 
@@ -133,7 +135,7 @@ bool VODUploadClient::stop() {
     if (state_ != VODClientState::Started && state_ != VODClientState::Paused) return false;
     transitionTo(VODClientState::Stopped);
     cancelUploadRequest(true);
-    resumableUploadReq_ = nullptr;
+    resumableUploadReq_.store(nullptr);
     return true;
 }
 
@@ -158,7 +160,7 @@ bool VODUploadClient::resume() {
 
 void VODUploadClient::next() {
     uploadId_.reset();
-    cur_.reset();
+    cur_.store(nullptr);
     curImageURL_.reset();
     curVideoId_.reset();
     {
@@ -166,17 +168,18 @@ void VODUploadClient::next() {
         openApiConfig_.reset();
     }
     curInnerFileInfo_.reset();
+    std::shared_ptr<UploadFileInfo> file;
     for (const auto& entry : uploadList_) {
         if (entry->state == UploadFileState::Ready) {
-            cur_ = entry;
+            file = entry;
             break;
         }
     }
-    if (!cur_) {
+    cur_.store(file);
+    if (!file) {
         transitionTo(VODClientState::Finished);
         return;
     }
-    auto file = cur_;
     if (callback_ && callback_->started) callback_->started(file);
     curInnerFileInfo_ = std::make_shared<VODInnerFileInfo>(file->filePath);
     sendUploadEvent(20001, {{"ql", uploadList_.size()}});
@@ -187,11 +190,12 @@ void VODUploadClient::next() {
 }
 
 void VODUploadClient::requestUploadAuthAddress() {
+    const auto cur = cur_.load();
     const std::string type = curInnerFileInfo_ ? curInnerFileInfo_->fileType : "other";
     if (type == "other") {
         sendUploadEvent(20004, {{"code", "400"}, {"message", kNoExtensionMessage}});
-        if (callback_ && callback_->failure) callback_->failure(cur_, "400", kNoExtensionMessage);
-        if (cur_) cur_->state = UploadFileState::Failure;
+        if (callback_ && callback_->failure) callback_->failure(cur, "400", kNoExtensionMessage);
+        if (cur) cur->state = UploadFileState::Failure;
         return;  // the queue waits on this file until the caller moves it on
     }
     if (type == "img")

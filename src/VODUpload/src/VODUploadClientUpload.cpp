@@ -43,7 +43,8 @@ struct ProgressContext {
 void VODUploadClient::setRetrySleeper(RetrySleeper sleeper) { retrySleeper_ = std::move(sleeper); }
 
 bool VODUploadClient::makeOSSClient() {
-    client_ = std::make_shared<oss::OSSClient>(cur_ && cur_->endpoint ? *cur_->endpoint : std::string(),
+    const auto cur = cur_.load();
+    client_ = std::make_shared<oss::OSSClient>(cur && cur->endpoint ? *cur->endpoint : std::string(),
                                                getCredentialProvider(), conf_);
     const bool created = client_->isValid();
     // The tags are the other way round from the messages; log readers match them as they are.
@@ -60,11 +61,12 @@ void VODUploadClient::startOSSClientUpload() {
 }
 
 void VODUploadClient::initMultiUpload() {
+    const auto cur = cur_.load();
     vodLogDebug(kLogSource, "send initMultiUpload request.....");
-    if (!cur_ || !client_) return;
+    if (!cur || !client_) return;
     auto request = std::make_shared<oss::OSSInitMultipartUploadRequest>();
-    request->bucketName = cur_->bucket.value_or("");
-    request->objectKey = cur_->object.value_or("");
+    request->bucketName = cur->bucket.value_or("");
+    request->objectKey = cur->object.value_or("");
     auto task = client_->multipartUploadInit(request);
     sendStartEvent();
     std::weak_ptr<VODUploadClient> weak = weak_from_this();
@@ -74,6 +76,7 @@ void VODUploadClient::initMultiUpload() {
 }
 
 void VODUploadClient::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task) {
+    const auto cur = cur_.load();
     if (auto error = task.error()) {
         vodLogDebug(kLogSource, "init uploadid failed, error: " + error->toString());
         sendUploadEvent(20004, {{"code", error->code}, {"message", error->description}});
@@ -84,8 +87,8 @@ void VODUploadClient::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipart
     if (retryNotify_ != 0) retryNotify_ = 0;
     uploadId_ = task.result()->uploadId;
     vodLogDebug(kLogSource, "init uploadid success. uploadId:" + *uploadId_);
-    if (!cur_) return;
-    cur_->state = UploadFileState::Uploading;
+    if (!cur) return;
+    cur->state = UploadFileState::Uploading;
     resumableUpload();
 }
 
@@ -112,26 +115,27 @@ void VODUploadClient::adoptRecordedUpload(oss::OSSResumableUploadRequest& reques
 }
 
 void VODUploadClient::resumableUpload() {
+    const auto cur = cur_.load();
     vodLogDebug(kLogSource, "send resumableUpload request.....");
-    if (!cur_ || !client_) return;
+    if (!cur || !client_) return;
     client_->setCredentialProvider(getCredentialProvider());
-    const std::int64_t size = fileSizeOf(cur_->filePath);
+    const std::int64_t size = fileSizeOf(cur->filePath);
     auto request = std::make_shared<oss::OSSResumableUploadRequest>();
     request->recordDirectoryPath = recordDirectoryPath_;
-    request->bucketName = cur_->bucket.value_or("");
-    request->objectKey = cur_->object.value_or("");
+    request->bucketName = cur->bucket.value_or("");
+    request->objectKey = cur->object.value_or("");
     request->uploadId = uploadId_.value_or("");
     request->partSize = std::max<std::int64_t>(uploadPartSize_, size / 4999);
     request->deleteUploadIdOnCancelling = !recordUploadProgress_;
-    if (cur_->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur_->vodInfo->toJson();
-    request->uploadingFileURL = cur_->filePath;
+    if (cur->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur->vodInfo->toJson();
+    request->uploadingFileURL = cur->filePath;
     adoptRecordedUpload(*request);
 
     auto context = std::make_shared<ProgressContext>();
     context->client = weak_from_this();
     context->events = eventManager_;
     context->fileInfo = curInnerFileInfo_;
-    context->file = cur_;
+    context->file = cur;
     context->uploadId = uploadId_.value_or("");
     context->videoId = curVideoId_.value_or("");
     context->uploadAddress = curUploadAddress_.value_or("");
@@ -170,7 +174,7 @@ void VODUploadClient::resumableUpload() {
         if (c.progress) c.progress(c.file, static_cast<long>(totalSent), static_cast<long>(totalExpected));
     };
 
-    resumableUploadReq_ = request;
+    resumableUploadReq_.store(request);
     auto task = client_->resumableUpload(request);
     std::weak_ptr<VODUploadClient> weak = weak_from_this();
     task->continueWithBlock([weak](const auto& done) {
@@ -196,7 +200,7 @@ void VODUploadClient::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
         retryNotify_ = 0;
     }
     vodLogDebug(kLogSource, "Upload file success");
-    auto file = cur_;
+    auto file = cur_.load();
     if (file) {
         file->state = UploadFileState::Success;
         VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
@@ -212,14 +216,15 @@ void VODUploadClient::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
         }
         callback_->finish(file, result);
     }
-    resumableUploadReq_ = nullptr;
+    resumableUploadReq_.store(nullptr);
     sendUploadEvent(20003, Value::object());
     next();
 }
 
 void VODUploadClient::failCurrentFile(const std::string& code, const std::string& message) {
-    if (callback_ && callback_->failure) callback_->failure(cur_, code, message);
-    if (cur_) cur_->state = UploadFileState::Failure;
+    const auto cur = cur_.load();
+    if (callback_ && callback_->failure) callback_->failure(cur, code, message);
+    if (cur) cur->state = UploadFileState::Failure;
 }
 
 void VODUploadClient::failCurrentFile(const Error& error) {
@@ -229,6 +234,7 @@ void VODUploadClient::failCurrentFile(const Error& error) {
 }
 
 void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
+    const auto cur = cur_.load();
     switch (shouldRetry(error)) {
     case 0:
         failCurrentFile(error);  // the queue waits on the failed file
@@ -240,7 +246,7 @@ void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
         if (callback_ && callback_->expire) callback_->expire();
         return;
     case 3: {
-        if (cur_) cur_->state = UploadFileState::Canceled;
+        if (cur) cur->state = UploadFileState::Canceled;
         std::weak_ptr<VODUploadClient> weak = weak_from_this();
         foundation::dispatch::main().async([weak] {
             if (auto self = weak.lock()) self->next();
@@ -255,12 +261,13 @@ void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
 }
 
 void VODUploadClient::retryUploadStep(const Error& error, UploadStep step) {
+    const auto cur = cur_.load();
     if (state_ == VODClientState::Paused) return;
     if (step == UploadStep::Init)
         vodLogDebug(kLogSource, "initMultiUpload Retry after 2 second....");
     else
         vodLogDebug(kLogSource, "resumableUpload Retry after 2 second...." +
-                                    std::to_string(cur_ ? static_cast<long>(cur_->state.load()) : 0L));
+                                    std::to_string(cur ? static_cast<long>(cur->state.load()) : 0L));
     if (static_cast<std::uint32_t>(retryNotify_.load()) >= static_cast<std::uint32_t>(maxRetryCount_)) {
         failCurrentFile(error);
         retryNotify_ = 0;

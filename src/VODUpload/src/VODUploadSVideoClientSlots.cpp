@@ -2,7 +2,6 @@
 // the two engine runs (cover, video).
 #include <cctype>
 #include <chrono>
-#include <thread>
 
 #include "VODUpload/src/VODInnerFileInfo.h"
 #include "VODUpload/src/VODLog.h"
@@ -32,17 +31,9 @@ std::pair<std::string, std::string> describe(const Error& error) {
     return {code ? *code : std::to_string(error.code), message ? *message : error.description};
 }
 
-// The engine reports a finished file before it moves its queue on, on the same worker thread; give it
-// the moment it needs to settle so the queue is not changed under it.
-bool waitWhileStarted(const VODUploadClient& engine) {
-    using namespace std::chrono_literals;
-    const auto deadline = std::chrono::steady_clock::now() + 2s;
-    while (engine.state() == VODClientState::Started) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
-        std::this_thread::sleep_for(1ms);
-    }
-    return true;
-}
+// The engine reports a finished file before its worker moves the queue on; the queue is only
+// changed once that worker left Started, so it is not changed under it.
+constexpr std::chrono::seconds kEngineSettleTimeout{2};
 
 }  // namespace
 
@@ -110,7 +101,7 @@ void VODUploadSVideoClient::runEngine(const std::string& path, std::shared_ptr<V
         std::lock_guard guard(lock_);
         std::swap(halted, engineHalted_);
     }
-    if (halted || !waitWhileStarted(*client_)) client_->stop();
+    if (halted || !client_->waitUntilSettled(kEngineSettleTimeout)) client_->stop();
     client_->clearFiles();
     client_->addFile(path, std::move(info));
     client_->start();
