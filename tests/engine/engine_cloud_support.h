@@ -14,23 +14,15 @@
 #include <thread>
 #include <vector>
 
-#include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
 #include "VODUpload/src/VODUploadClient.h"
 #include "device/reachability_test_support.h"
 #include "emulator/cloud_emulator.h"
 #include "engine_test_support.h"
 #include "foundation/dispatch.h"
+#include "support/cloud_services.h"
 
 namespace quorvane {
-
-// Engine internals the upload tests steer: parts one at a time make fault scripts deterministic.
-struct VODUploadEngineTestAccess {
-    static void setMaxConcurrentParts(VODUploadClient& c, int n) { c.conf_.maxConcurrentParts = n; }
-    static std::string uploadId(const VODUploadClient& c) { return c.uploadId_.value_or(""); }
-};
-
 namespace test {
 
 using namespace std::chrono_literals;
@@ -132,8 +124,7 @@ protected:
 
     void SetUp() override {
         ASSERT_TRUE(cloud.start());
-        VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
-        AVCVEventManager::setLogServiceEndpoint(cloud.endpoint());
+        pointServicesAt(cloud);
         sts = cloud.issueSts();
         client = VODUploadClient::create();
         client->setRecordDirectoryPath(dir.file("records"));
@@ -143,9 +134,7 @@ protected:
     void TearDown() override {
         if (client) client->stop();
         client.reset();
-        AVCVEventTransport::shared()->waitUntilIdle(10s);
-        AVCVEventManager::setLogServiceEndpoint("");
-        VODServiceEndpoint::setBaseUrl(std::nullopt);
+        restoreServices();
     }
 
     bool initSts(const std::shared_ptr<VODUploadClient>& c) {

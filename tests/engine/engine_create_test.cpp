@@ -1,77 +1,16 @@
 // Create-upload requests end to end: a real clip registered with the video service, uploaded with the
 // credentials it issued; refresh after an interruption; images; expiry and service errors.
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-}
-
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VodInfo.h"
 #include "engine_cloud_support.h"
 #include "foundation/temp_files.h"
+#include "support/media_files.h"
 
 using namespace quorvane;
 using namespace quorvane::test;
 using emulator::Fault;
 
 namespace {
-
-// A short MPEG-4 part 2 clip, 320x240 at 25 fps; false when an FFmpeg step fails.
-bool writeClip(const std::string& path, int frames) {
-    const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
-    AVFormatContext* format = nullptr;
-    if (!codec || avformat_alloc_output_context2(&format, nullptr, "mp4", path.c_str()) < 0) return false;
-    AVStream* stream = avformat_new_stream(format, nullptr);
-    AVCodecContext* encoder = avcodec_alloc_context3(codec);
-    AVFrame* frame = av_frame_alloc();
-    AVPacket* packet = av_packet_alloc();
-    bool ok = stream && encoder && frame && packet;
-    if (ok) {
-        encoder->width = 320;
-        encoder->height = 240;
-        encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-        encoder->time_base = AVRational{1, 25};
-        encoder->framerate = AVRational{25, 1};
-        encoder->bit_rate = 2000000;
-        if (format->oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-        ok = avcodec_open2(encoder, codec, nullptr) >= 0 &&
-             avcodec_parameters_from_context(stream->codecpar, encoder) >= 0;
-        stream->time_base = encoder->time_base;
-        stream->avg_frame_rate = encoder->framerate;
-    }
-    ok = ok && avio_open(&format->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0 && avformat_write_header(format, nullptr) >= 0;
-    frame->format = AV_PIX_FMT_YUV420P;
-    frame->width = 320;
-    frame->height = 240;
-    ok = ok && av_frame_get_buffer(frame, 0) >= 0;
-    auto drain = [&](AVFrame* input) {
-        if (avcodec_send_frame(encoder, input) < 0) return false;
-        while (avcodec_receive_packet(encoder, packet) >= 0) {
-            av_packet_rescale_ts(packet, encoder->time_base, stream->time_base);
-            packet->stream_index = stream->index;
-            if (av_interleaved_write_frame(format, packet) < 0) return false;
-        }
-        return true;
-    };
-    std::mt19937 noise(5);
-    for (int i = 0; ok && i < frames; ++i) {
-        ok = av_frame_make_writable(frame) >= 0;
-        for (int plane = 0; ok && plane < 3; ++plane) {
-            const int w = plane ? 160 : 320, h = plane ? 120 : 240;
-            for (int y = 0; y < h; ++y)
-                for (int x = 0; x < w; ++x) frame->data[plane][y * frame->linesize[plane] + x] = noise() & 0xFF;
-        }
-        frame->pts = i;
-        ok = ok && drain(frame);
-    }
-    ok = ok && drain(nullptr) && av_write_trailer(format) >= 0;
-    if (format && format->pb) avio_closep(&format->pb);
-    av_packet_free(&packet);
-    av_frame_free(&frame);
-    avcodec_free_context(&encoder);
-    avformat_free_context(format);
-    return ok;
-}
 
 std::string fileBytes(const std::string& path) { return foundation::readFile(path).value_or(""); }
 
@@ -83,7 +22,7 @@ protected:
         EngineCloudTest::SetUp();
         ASSERT_TRUE(initSts(client));
         clip = makeFile("clip.mp4", "");
-        ASSERT_TRUE(writeClip(clip, 25));
+        ASSERT_TRUE(writeClip(clip, ClipSpec{.bitRate = 2000000}));
         info = std::make_shared<VodInfo>();
         info->title = "a clip";
         info->userData = R"({"a":"1"})";

@@ -2,15 +2,6 @@
 
 #include <vips/vips8>
 
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/display.h>
-#include <libavutil/opt.h>
-}
-
-#include <cstring>
-
 namespace quorvane::testing {
 namespace {
 
@@ -73,66 +64,6 @@ int pixelBand(const std::string& path, int x, int y, int band) {
     startVips();
     auto values = vips::VImage::new_from_file(path.c_str()).getpoint(x, y);
     return static_cast<int>(values.at(band));
-}
-
-bool makeMp4(const std::string& path, int width, int height, int fps, int frames, int rotation) {
-    const AVCodec* codec = avcodec_find_encoder_by_name("libx264");
-    if (!codec) codec = avcodec_find_encoder(AV_CODEC_ID_MPEG4);
-    AVFormatContext* out = nullptr;
-    if (!codec || avformat_alloc_output_context2(&out, nullptr, "mp4", path.c_str()) < 0) return false;
-    AVCodecContext* encoder = avcodec_alloc_context3(codec);
-    encoder->width = width;
-    encoder->height = height;
-    encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-    encoder->time_base = {1, fps};
-    encoder->framerate = {fps, 1};
-    encoder->gop_size = fps;
-    if (out->oformat->flags & AVFMT_GLOBALHEADER) encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    bool ok = avcodec_open2(encoder, codec, nullptr) >= 0;
-    AVStream* stream = ok ? avformat_new_stream(out, nullptr) : nullptr;
-    ok = stream && avcodec_parameters_from_context(stream->codecpar, encoder) >= 0;
-    if (ok) {
-        stream->time_base = encoder->time_base;
-        if (rotation) {
-            auto* matrix = reinterpret_cast<int32_t*>(av_stream_new_side_data(stream, AV_PKT_DATA_DISPLAYMATRIX, 36));
-            av_display_rotation_set(matrix, rotation);
-        }
-        ok = avio_open(&out->pb, path.c_str(), AVIO_FLAG_WRITE) >= 0 && avformat_write_header(out, nullptr) >= 0;
-    }
-    AVFrame* frame = av_frame_alloc();
-    AVPacket* packet = av_packet_alloc();
-    frame->format = AV_PIX_FMT_YUV420P;
-    frame->width = width;
-    frame->height = height;
-    ok = ok && av_frame_get_buffer(frame, 0) >= 0;
-    auto drain = [&] {
-        while (avcodec_receive_packet(encoder, packet) == 0) {
-            av_packet_rescale_ts(packet, encoder->time_base, stream->time_base);
-            packet->stream_index = stream->index;
-            av_interleaved_write_frame(out, packet);
-        }
-    };
-    for (int i = 0; ok && i < frames; ++i) {
-        av_frame_make_writable(frame);
-        for (int y = 0; y < height; ++y)
-            for (int x = 0; x < width; ++x) frame->data[0][y * frame->linesize[0] + x] = uint8_t((x * 7 + y * 3 + i * 11) ^ (x * y));
-        for (int p = 1; p < 3; ++p)
-            std::memset(frame->data[p], 128 + (i % 50) * (p == 1 ? 1 : -1), frame->linesize[p] * height / 2);
-        frame->pts = i;
-        ok = avcodec_send_frame(encoder, frame) >= 0;
-        drain();
-    }
-    if (ok) {
-        avcodec_send_frame(encoder, nullptr);
-        drain();
-        ok = av_write_trailer(out) >= 0;
-    }
-    av_packet_free(&packet);
-    av_frame_free(&frame);
-    avcodec_free_context(&encoder);
-    if (out->pb) avio_closep(&out->pb);
-    avformat_free_context(out);
-    return ok;
 }
 
 }  // namespace quorvane::testing

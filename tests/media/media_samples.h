@@ -1,5 +1,5 @@
 #pragma once
-// Pictures and movies made by the tests themselves: JPEG and PNG with libvips, MP4 with FFmpeg.
+// Pictures made by the tests themselves with libvips, and reading them back.
 #include <string>
 
 namespace quorvane::testing {
@@ -10,9 +10,6 @@ std::string makeJpeg(int width, int height, int orientation = 1);
 std::string makeHalvesJpeg(int width, int height, int orientation);
 // A PNG with an alpha channel: fully transparent left half, opaque white right half.
 std::string makeTransparentPng(int width, int height);
-// Writes an MP4 of `frames` frames at `fps` (H.264 when FFmpeg has libx264, else mpeg4);
-// `rotation` degrees go in the track's display matrix. False when it could not.
-bool makeMp4(const std::string& path, int width, int height, int fps, int frames, int rotation = 0);
 
 struct Picture {
     int width = 0, height = 0, bands = 0;

@@ -23,6 +23,7 @@ extern "C" {
 #include "platform/headless/headless_permissions.h"
 #include "platform/headless/headless_platform.h"
 #include "platform/headless/headless_presenter.h"
+#include "support/media_files.h"
 
 namespace quorvane::testing {
 
@@ -64,7 +65,10 @@ protected:
     }
     std::string sampleMp4(const std::string& name, int width, int height, int fps, int frames, int rotation = 0) {
         std::string path = temp.path() + "/" + name;
-        EXPECT_TRUE(makeMp4(path, width, height, fps, frames, rotation));
+        // A busy H.264 picture with a keyframe each second, as a phone camera records.
+        EXPECT_TRUE(test::writeClip(path, test::ClipSpec{.width = width, .height = height, .fps = fps, .frames = frames,
+                                                         .rotation = rotation, .keyframeEvery = fps, .preferH264 = true,
+                                                         .picture = test::ClipPicture::Pattern}));
         return path;
     }
     SuccessCallback onSuccess() {

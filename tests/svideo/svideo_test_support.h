@@ -13,24 +13,16 @@
 #include <thread>
 #include <vector>
 
-#include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
 #include "VODUpload/src/VODObjectCache.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
 #include "VODUpload/src/VODUploadSVideoClient.h"
 #include "emulator/cloud_emulator.h"
 #include "foundation/dispatch.h"
 #include "foundation/temp_files.h"
-#include "svideo_media.h"
+#include "support/cloud_services.h"
+#include "support/media_files.h"
 
 namespace quorvane {
-
-// Engine internals the tests steer: one part at a time makes fault scripts and pauses deterministic.
-struct VODUploadEngineTestAccess {
-    static void setMaxConcurrentParts(VODUploadClient& c, int n) { c.conf_.maxConcurrentParts = n; }
-    static std::string uploadId(const VODUploadClient& c) { return c.uploadId_.value_or(""); }
-};
-
 namespace test {
 
 using namespace std::chrono_literals;
@@ -134,8 +126,7 @@ class SVideoCloudTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(cloud.start());
-        VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
-        AVCVEventManager::setLogServiceEndpoint(cloud.endpoint());
+        pointServicesAt(cloud);
         sts = cloud.issueSts();
         // Named after the test, so resume-cache identities never collide between tests.
         std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
@@ -143,7 +134,7 @@ protected:
         cover = dir.file(name + "-cover.jpg");
         clip = dir.file(name + "-clip.mp4");
         ASSERT_TRUE(writeJpeg(cover, 640, 480));
-        ASSERT_TRUE(writeClip(clip, 12));
+        ASSERT_TRUE(writeClip(clip, ClipSpec{.frames = 12, .bitRate = 8000000}));
         ASSERT_GT(coverSize(), 2 * kPartSize);
         ASSERT_GT(clipSize(), 4 * kPartSize);
         client = VODUploadSVideoClient::create();
@@ -166,9 +157,7 @@ protected:
         waitUntil([&] { return !client || client->client()->state() != VODClientState::Started; }, 10s);
         client.reset();
         VODObjectCache::sharedCache().clearObjectWithPath(clip);
-        AVCVEventTransport::shared()->waitUntilIdle(10s);
-        AVCVEventManager::setLogServiceEndpoint("");
-        VODServiceEndpoint::setBaseUrl(std::nullopt);
+        restoreServices();
     }
 
     bool start() {

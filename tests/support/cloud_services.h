@@ -1,0 +1,38 @@
+#pragma once
+// Pointing the upload engine's services at the in-process cloud emulator for one test, and steering
+// engine internals the cloud tests need. Header only: link the emulator and the engine to use it.
+#include <chrono>
+#include <optional>
+#include <string>
+
+#include "VODUpload/src/AVCVEventManager.h"
+#include "VODUpload/src/AVCVEventTransport.h"
+#include "VODUpload/src/VODServiceEndpoint.h"
+#include "VODUpload/src/VODUploadClient.h"
+#include "emulator/cloud_emulator.h"
+
+namespace quorvane {
+
+// Engine internals the upload tests steer: parts one at a time make fault scripts and pauses deterministic.
+struct VODUploadEngineTestAccess {
+    static void setMaxConcurrentParts(VODUploadClient& c, int n) { c.conf_.maxConcurrentParts = n; }
+    static std::string uploadId(const VODUploadClient& c) { return c.uploadId_.value_or(""); }
+};
+
+namespace test {
+
+// The video service and the log service, both at the started emulator.
+inline void pointServicesAt(const emulator::CloudEmulator& cloud) {
+    VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
+    AVCVEventManager::setLogServiceEndpoint(cloud.endpoint());
+}
+
+// Lets queued telemetry reach the emulator, then puts both services back to their defaults.
+inline void restoreServices() {
+    AVCVEventTransport::shared()->waitUntilIdle(std::chrono::seconds(10));
+    AVCVEventManager::setLogServiceEndpoint("");
+    VODServiceEndpoint::setBaseUrl(std::nullopt);
+}
+
+}  // namespace test
+}  // namespace quorvane
