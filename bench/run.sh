@@ -96,6 +96,8 @@ stored=$(grep '"event":"resuming"' "$work/second.jsonl" | sed 's/.*"uploaded":\(
 stored=${stored:-0}
 grep -q '"failed":0' "$work/second.jsonl" || { echo "bench: resumed upload failed" >&2; exit 1; }
 awk -v s="$sent" -v k="$stored" -v t="$total" 'BEGIN {
-    printf "killed at %.1f MiB sent (%.0f%%); the checkpoint held %.1f MiB\n", s / 1048576, 100 * s / t, k / 1048576
-    printf "sent again: %.1f MiB (sent before the kill but not recorded); second run sent %.1f MiB\n", (s - k) / 1048576, (t - k) / 1048576 }'
+    # Progress lines are throttled, so the last one before the kill lags what was really on the wire.
+    printf "killed after at least %.1f MiB reported sent (%.0f%%); the resumed run found %.1f MiB stored\n", s / 1048576, 100 * s / t, k / 1048576
+    printf "the resumed run sent %.1f MiB: only what was not stored (parts in flight at the kill are sent again)\n", (t - k) / 1048576
+    if (s > k) printf "reported sent but not stored (lost with the kill): %.1f MiB\n", (s - k) / 1048576 }'
 echo "load average at the end: $(cut -d' ' -f1-3 /proc/loadavg)"
