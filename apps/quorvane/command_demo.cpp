@@ -22,8 +22,6 @@ struct DemoOptions {
     float delaySeconds = 0.2f;
 };
 
-void printLine(const std::string& op, const Value& fields) { printDemoLine(op, fields); }
-
 Value alertValue(const platform::AlertController& alert) {
     Value buttons = Value::array();
     for (const auto& action : alert.actions()) buttons.push_back(action.title.value_or(""));
@@ -34,19 +32,19 @@ Value alertValue(const platform::AlertController& alert) {
 void runImmediateSteps(const DemoOptions& options, const platform::headless::HeadlessDevice& device,
                        const std::shared_ptr<platform::headless::HeadlessPresenter>& screen) {
     QuorvaneApiManager::getSystemInfoWithSuccessCallback(
-        [](const Value& info) { printLine("getSystemInfoWithSuccessCallback", {{"success", info}}); },
-        [](const Value& failure) { printLine("getSystemInfoWithSuccessCallback", {{"fail", failure}}); });
+        [](const Value& info) { printDemoLine("getSystemInfoWithSuccessCallback", {{"success", info}}); },
+        [](const Value& failure) { printDemoLine("getSystemInfoWithSuccessCallback", {{"fail", failure}}); });
 
-    printLine("getTimestamp", {{"result", QuorvaneApiManager::getTimestamp()}});
+    printDemoLine("getTimestamp", {{"result", QuorvaneApiManager::getTimestamp()}});
 
     std::string path = QuorvaneApiManager::saveFile("quorvane demo bytes", kMediaDirectory, "jpg");
-    printLine("saveFile", {{"result", path}, {"exists", std::filesystem::exists(path)}});
+    printDemoLine("saveFile", {{"result", path}, {"exists", std::filesystem::exists(path)}});
     if (!options.keepFiles) QuorvaneApiManager::deleteSandboxFile(path);
 
     QuorvaneApiManager::copyMessage("hello from quorvane", "复制成功", screen);
     auto huds = screen->huds();
     Value hud = huds.empty() ? Value(nullptr) : Value{{"text", huds.back()->detailsText()}, {"mode", huds.back()->mode()}};
-    printLine("copyMessage", {{"pasteboard", device.pasteboard->string().value_or("")}, {"hud", hud}});
+    printDemoLine("copyMessage", {{"pasteboard", device.pasteboard->string().value_or("")}, {"hud", hud}});
 
     QuorvaneApiManager::jumpToSetting(screen);
     if (auto alert = screen->lastAlert()) {
@@ -54,7 +52,7 @@ void runImmediateSteps(const DemoOptions& options, const platform::headless::Hea
         alert->tap("前往");
         Value opened = Value::array();
         for (const auto& url : device.urlOpener->opened()) opened.push_back(url.url);
-        printLine("jumpToSetting", {{"alert", shown}, {"tapped", "前往"}, {"opened", opened}});
+        printDemoLine("jumpToSetting", {{"alert", shown}, {"tapped", "前往"}, {"opened", opened}});
     }
 }
 
@@ -71,7 +69,7 @@ int runDemo(const DemoOptions& options) {
             bool onMain = foundation::isMainThread();
             foundation::dispatch::main().async([seconds, onMain, finished] {
                 // Printed as given, not as the nearest single-precision value.
-                printLine("GCDDelay", {{"seconds", std::round(seconds * 1e6) / 1e6}, {"ranOnMainThread", onMain}});
+                printDemoLine("GCDDelay", {{"seconds", std::round(seconds * 1e6) / 1e6}, {"ranOnMainThread", onMain}});
                 *finished = true;
             });
         });
