@@ -58,7 +58,11 @@ struct HttpRequest {
     Headers headers;                           // sent in this order; a header given twice is sent twice
     std::shared_ptr<BodySource> body;          // raw body (POST/PUT); may be null
     std::optional<std::vector<FormPart>> form; // multipart/form-data body instead of `body`
-    long timeoutSeconds = 0;                   // whole request; 0 = none
+    // Idle time-out: the request fails with CURLE_OPERATION_TIMEDOUT once no byte has moved either way
+    // for this many seconds, so a silent service is always noticed while a slow link that still
+    // moves bytes is never cut. 0 = none. Every request has one unless its caller opts out.
+    long idleTimeoutSeconds = 60;
+    long timeoutSeconds = 0;                   // cap on the whole request; 0 = none (prefer the idle time-out)
     long connectTimeoutSeconds = 30;
     bool verifyTls = true;
     std::string caFile;                        // extra CA bundle (a test CA); empty = system store

@@ -2,11 +2,13 @@
 
 #include <asio/post.hpp>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cctype>
 
 #include "foundation/log.h"
+#include "foundation/socket_stats.h"
 
 namespace quorvane::foundation::detail {
 namespace {
@@ -54,10 +56,21 @@ int onSeek(void* user, curl_off_t offset, int origin) {
     return CURL_SEEKFUNC_CANTSEEK;
 }
 
-int onProgress(void* user, curl_off_t, curl_off_t, curl_off_t ulTotal, curl_off_t ulNow) {
+int onSocketOpened(void*, curl_socket_t fd, curlsocktype) {
+    noteSocketOpened(static_cast<int>(fd));
+    return CURL_SOCKOPT_OK;
+}
+
+int onSocketClose(void*, curl_socket_t fd) {
+    noteSocketClosed(static_cast<int>(fd));
+    return ::close(fd);
+}
+
+int onProgress(void* user, curl_off_t, curl_off_t dlNow, curl_off_t ulTotal, curl_off_t ulNow) {
     auto* t = static_cast<Transfer*>(user);
     t->noteUploadProgress(static_cast<std::uint64_t>(ulNow), static_cast<std::uint64_t>(ulTotal));
-    return *t->cancelled ? 1 : 0;
+    if (*t->cancelled) return 1;
+    return t->idleTimedOut(static_cast<std::uint64_t>(dlNow) + static_cast<std::uint64_t>(ulNow)) ? 1 : 0;
 }
 
 // Collects the first failing curl_easy_setopt, naming the option.
@@ -99,6 +112,7 @@ Transfer::Transfer(HttpRequest request, HttpCompletion completion, Strand strand
     : request_(std::move(request)), completion_(std::move(completion)), strand_(std::move(strand)), owner_(owner) {}
 
 std::optional<Error> Transfer::prepare() {
+    lastMoved_ = std::chrono::steady_clock::now();
     if (auto e = checkUrl(request_.url)) return e;
     easy_.reset(curl_easy_init());
     if (!easy_) return curl::makeError("curl_easy_init", CURLE_FAILED_INIT);
@@ -112,6 +126,8 @@ std::optional<Error> Transfer::prepare() {
     QV_SET(o, CURLOPT_FOLLOWLOCATION, 1L);
     QV_SET(o, CURLOPT_MAXREDIRS, 10L);
     QV_SET(o, CURLOPT_TCP_KEEPALIVE, 1L);
+    QV_SET(o, CURLOPT_SOCKOPTFUNCTION, onSocketOpened);
+    QV_SET(o, CURLOPT_CLOSESOCKETFUNCTION, onSocketClose);
     QV_SET(o, CURLOPT_CONNECTTIMEOUT, request_.connectTimeoutSeconds);
     QV_SET(o, CURLOPT_TIMEOUT, request_.timeoutSeconds);
     QV_SET(o, CURLOPT_SSL_VERIFYPEER, request_.verifyTls ? 1L : 0L);
@@ -126,7 +142,9 @@ std::optional<Error> Transfer::prepare() {
     QV_SET(o, CURLOPT_WRITEDATA, static_cast<void*>(this));
     QV_SET(o, CURLOPT_HEADERFUNCTION, onHeader);
     QV_SET(o, CURLOPT_HEADERDATA, static_cast<void*>(this));
-    if (request_.onUploadProgress) {
+    // The progress callback also keeps the idle time-out: libcurl's own low-speed limit averages over a
+    // five-second window, so a short idle time-out would strike anywhere up to five seconds late.
+    if (request_.onUploadProgress || request_.idleTimeoutSeconds > 0) {
         QV_SET(o, CURLOPT_NOPROGRESS, 0L);
         QV_SET(o, CURLOPT_XFERINFOFUNCTION, onProgress);
         QV_SET(o, CURLOPT_XFERINFODATA, static_cast<void*>(this));
@@ -237,7 +255,34 @@ void Transfer::post(std::function<void()> work) {
     });
 }
 
+// Bytes the peer has acknowledged plus bytes received on the connection. What curl has handed to the
+// kernel says little on a slow link: the socket buffers take a whole part at once and then drain
+// for many seconds, and that draining is progress too.
+std::uint64_t Transfer::wireBytes() {
+    long localPort = 0;
+    if (curl_easy_getinfo(easy_.get(), CURLINFO_LOCAL_PORT, &localPort) != CURLE_OK || localPort <= 0) return 0;
+    if (localPort != socketPort_) {
+        socket_ = openSocketWithLocalPort(localPort);
+        socketPort_ = localPort;
+    }
+    return tcpBytesMoved(socket_);
+}
+
+bool Transfer::idleTimedOut(std::uint64_t movedBytes) {
+    if (request_.idleTimeoutSeconds <= 0) return false;
+    movedBytes += wireBytes();
+    const auto now = std::chrono::steady_clock::now();
+    if (movedBytes != movedBytes_) {
+        movedBytes_ = movedBytes;
+        lastMoved_ = now;
+        return false;
+    }
+    idleExpired_ = now - lastMoved_ >= std::chrono::seconds(request_.idleTimeoutSeconds);
+    return idleExpired_;
+}
+
 void Transfer::noteUploadProgress(std::uint64_t sent, std::uint64_t curlTotal) {
+    if (!request_.onUploadProgress) return;
     std::uint64_t total = request_.body && !request_.form ? request_.body->size() : curlTotal;
     if (total == 0 && sent == 0) return;
     progressTotal_ = total;
@@ -259,6 +304,11 @@ void Transfer::deliverProgress() {
 void Transfer::finish(CURLcode code) {
     if (*cancelled) return finishWith(Error(kHttpErrorDomain, kHttpErrorCancelled, "cancelled"));
     if (code != CURLE_OK && bodyFailed) return finishWith(badRequest("the request body could not be read"));
+    if (code != CURLE_OK && idleExpired_) {
+        Error e = curl::makeError("curl_multi_perform", CURLE_OPERATION_TIMEDOUT);
+        e.userInfo["detail"] = "no data moved for " + std::to_string(request_.idleTimeoutSeconds) + " seconds";
+        return finishWith(std::move(e));
+    }
     if (code != CURLE_OK) {
         Error e = curl::makeError("curl_multi_perform", code);
         if (errorBuffer[0]) e.userInfo["detail"] = std::string(errorBuffer);

@@ -5,6 +5,7 @@
 #include <asio/thread_pool.hpp>
 
 #include <atomic>
+#include <chrono>
 #include <deque>
 #include <memory>
 #include <optional>
@@ -44,6 +45,8 @@ public:
     void appendHeaderLine(std::string_view line);
     void appendBody(const char* data, std::size_t size) { response_.body.append(data, size); }
     void noteUploadProgress(std::uint64_t sent, std::uint64_t curlTotal);
+    // Called at least once a second with the bytes moved so far; true when the idle time-out struck.
+    bool idleTimedOut(std::uint64_t movedBytes);
     bool bodyFailed = false;
     char errorBuffer[CURL_ERROR_SIZE] = {};
 
@@ -53,6 +56,7 @@ private:
     std::optional<Error> setForm();
     BodyReader* reader(BodySource* source);
     void deliverProgress();
+    std::uint64_t wireBytes();
     void complete(std::optional<Error> error);
     void post(std::function<void()> work);
 
@@ -67,6 +71,11 @@ private:
     std::atomic<bool> progressPending_{false};
     std::uint64_t progressPosted_ = 0;     // curl thread
     std::uint64_t progressDelivered_ = 0;  // strand
+    std::uint64_t movedBytes_ = 0;         // curl thread, for the idle time-out
+    std::chrono::steady_clock::time_point lastMoved_ = std::chrono::steady_clock::now();
+    bool idleExpired_ = false;
+    long socketPort_ = 0;  // the local port of the connection last seen, and its socket
+    int socket_ = -1;
     curl::Slist headers_;
     curl::Mime mime_;
     curl::Easy easy_;  // last: cleaned up before the lists and mime it points at

@@ -1,12 +1,14 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <future>
 #include <fstream>
 #include <mutex>
 
 #include "foundation/http_client.h"
 #include "foundation/temp_files.h"
 #include "http_test_server.h"
+#include "support/net_faults.h"
 
 using namespace quorvane;
 using namespace quorvane::foundation;
@@ -215,6 +217,60 @@ TEST(HttpClient, TimeoutEndsAStalledRequest) {
     gate.release();
     ASSERT_FALSE(r.ok());
     EXPECT_EQ(r.error->code, 28);  // CURLE_OPERATION_TIMEDOUT
+}
+
+// A request on its own (async) with an upper bound on the wait, so a fault shows as a failure and
+// not as a hung suite.
+std::optional<HttpResult> sendWithin(HttpClient& client, HttpRequest request, std::chrono::seconds bound) {
+    auto done = std::make_shared<std::promise<HttpResult>>();
+    auto future = done->get_future();
+    auto task = client.send(std::move(request), [done](HttpResult r) { done->set_value(std::move(r)); });
+    if (future.wait_for(bound) != std::future_status::ready) {
+        task->cancel();
+        future.wait();
+        return std::nullopt;
+    }
+    return future.get();
+}
+
+TEST(HttpClient, IdleTimeoutNoticesAServiceThatNeverAnswers) {
+    test::SilentServer silent;
+    HttpClient client;
+    for (const char* method : {"GET", "PUT"}) {  // waiting for the answer, and after sending a body
+        HttpRequest request;
+        request.method = method;
+        request.url = silent.endpoint() + "/x";
+        if (request.method == "PUT") request.body = std::make_shared<PatternBody>(64 * 1024);
+        request.idleTimeoutSeconds = 1;
+        auto r = sendWithin(client, request, std::chrono::seconds(15));
+        ASSERT_TRUE(r.has_value()) << method << ": still waiting on a silent service";
+        ASSERT_FALSE(r->ok());
+        EXPECT_EQ(r->error->code, 28) << method;  // CURLE_OPERATION_TIMEDOUT
+        EXPECT_EQ(foundation::stringAt(r->error->userInfo, "detail"), "no data moved for 1 seconds");
+    }
+}
+
+TEST(HttpClient, ASlowLinkThatStillMovesIsNeverCut) {
+    TestServer server;
+    std::atomic<std::size_t> received{0};
+    server.http().Put("/up", [&](const httplib::Request& req, httplib::Response& res) {
+        received = req.body.size();
+        res.set_content("ok", "text/plain");
+    });
+    server.start();
+    // 160 KiB at 64 KiB/s takes two and a half seconds: more than twice the idle time-out.
+    test::ThrottledProxy slow(server.port(), 64 * 1024);
+    HttpClient client;
+    HttpRequest request;
+    request.method = "PUT";
+    request.url = slow.endpoint() + "/up";
+    request.body = std::make_shared<PatternBody>(160 * 1024);
+    request.idleTimeoutSeconds = 1;
+    auto r = sendWithin(client, request, std::chrono::seconds(30));
+    ASSERT_TRUE(r.has_value());
+    ASSERT_TRUE(r->ok()) << r->error->toString();
+    EXPECT_EQ(r->response.status, 200);
+    EXPECT_EQ(received, 160u * 1024);
 }
 
 TEST(HttpClient, CancelMidUploadCompletesExactlyOnceAsCancelled) {

@@ -35,6 +35,7 @@ public:
         server_->stop();
         if (thread_.joinable()) thread_.join();
     }
+    std::uint16_t port() const { return static_cast<std::uint16_t>(port_); }
     std::string url(const std::string& path) const {
         return scheme_ + "://127.0.0.1:" + std::to_string(port_) + path;
     }
