@@ -11,14 +11,12 @@
 namespace quorvane::oss {
 namespace {
 
-// A request with a body may take this long per byte on top of the request time-out (a floor rate
-// of 64 KiB/s), so a large body is not cut off while it is still moving.
-constexpr double kSecondsPerBodyByte = 1.0 / (64 * 1024);
-
-long timeoutFor(const OSSClientConfiguration& conf, const OSSHttpCall& call) {
-    double seconds = conf.timeoutIntervalForRequest;
-    if (call.body) seconds += static_cast<double>(call.body->size()) * kSecondsPerBodyByte;
-    return std::max(1L, static_cast<long>(std::ceil(seconds)));
+// The request time-out is an idle time-out: a part on a slow link is never cut while its bytes move,
+// and a service that stops answering is noticed after this long whatever the body's size.
+long idleSecondsFor(const OSSClientConfiguration& conf) {
+    const double seconds = conf.timeoutIntervalForRequest;
+    if (!(seconds > 0)) return 30;  // zero, negative or NaN: the default
+    return std::max(1L, static_cast<long>(std::ceil(std::min(seconds, 86400.0))));
 }
 
 std::chrono::milliseconds retryDelay(std::uint32_t attempt) {
@@ -63,8 +61,8 @@ OSSOutcome<foundation::HttpResponse> OSSClient::Impl::sendOnce(const OSSHttpCall
                                  std::chrono::system_clock::now()))
         return Out::failure(*error);
     request.body = call.body;
-    request.timeoutSeconds = timeoutFor(conf, call);
-    request.connectTimeoutSeconds = std::max(1L, static_cast<long>(conf.timeoutIntervalForRequest));
+    request.idleTimeoutSeconds = idleSecondsFor(conf);
+    request.connectTimeoutSeconds = idleSecondsFor(conf);
     request.verifyTls = conf.verifyTls;
     request.caFile = conf.caFile;
     request.onUploadProgress = call.onUploadProgress;
