@@ -101,6 +101,8 @@ struct OSSResumableUploadRequest : OSSRequest {
     std::string bucketName;
     std::string objectKey;
     std::string uploadId;
+    // The caller initiated uploadId a moment ago: nothing is stored under it, so no parts are listed.
+    bool uploadIdIsNew = false;
     std::string uploadingFileURL;
     std::int64_t partSize = 256 * 1024;             // at least 100 KiB; at most 10000 parts
     std::string recordDirectoryPath;                // empty: no checkpoint kept

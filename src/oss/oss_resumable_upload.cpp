@@ -98,14 +98,27 @@ private:
                    record->filePath != file_.path || record->fileSize != file_.size ||
                    record->fileMtimeNs != file_.mtimeNs || record->partSize != r_.partSize) {
             OSSLog::logDebug("Discarding the upload record of a changed file " + file_.path);
+            abandon(*record);
         } else if (!r_.uploadId.empty() && record->uploadId != r_.uploadId) {
             OSSLog::logDebug("Discarding the upload record of another upload id");
+            abandon(*record);
         } else {
             record_ = std::move(record);
             return std::nullopt;
         }
         std::filesystem::remove(recordPath_, ec);
         return std::nullopt;
+    }
+
+    // An upload whose record is dropped would otherwise stay open on the service, holding its parts,
+    // for ever. Best effort: a failure here changes nothing for this run.
+    void abandon(const OSSUploadCheckpoint& record) {
+        if (record.uploadId.empty() || record.uploadId == r_.uploadId) return;
+        OSSAbortMultipartUploadRequest abort;
+        abort.bucketName = record.bucket;
+        abort.objectKey = record.objectKey;
+        abort.uploadId = record.uploadId;
+        doAbort(c_, abort, token_);
     }
 
     std::optional<Error> initiate() {
@@ -123,6 +136,10 @@ private:
     // The caller's upload id, or the record's, or a new one; then the parts already stored.
     std::optional<Error> establishUploadId() {
         bool fromRecord = false;
+        if (!r_.uploadId.empty() && r_.uploadIdIsNew && !record_) {
+            uploadId_ = r_.uploadId;  // nothing can be stored under an id initiated a moment ago
+            return saveRecord(true);
+        }
         if (!r_.uploadId.empty()) {
             uploadId_ = r_.uploadId;
         } else if (record_) {
