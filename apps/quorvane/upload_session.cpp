@@ -137,16 +137,8 @@ void UploadSession::onFailure(const std::shared_ptr<UploadFileInfo>& file, const
     });
 }
 
-void UploadSession::continueAfterFailure(std::shared_ptr<UploadFileInfo> file) {
-    // The engine marks the file Failure right after telling the listener; wait for that so the
-    // queue does not pick the same file again.
-    if (file->state != UploadFileState::Failure) {
-        std::weak_ptr<UploadSession> weak = weak_from_this();
-        foundation::after(0.01, foundation::dispatch::main(), [weak, file] {
-            if (auto self = weak.lock()) self->continueAfterFailure(file);
-        });
-        return;
-    }
+void UploadSession::continueAfterFailure(std::shared_ptr<UploadFileInfo>) {
+    // The engine marks a file Failure before it tells the listener, so the queue skips it now.
     if (client_->state() == VODClientState::Started) client_->next();
 }
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <future>
 #include <thread>
 
 #include "foundation/log.h"
@@ -130,6 +131,18 @@ SerialQueue::~SerialQueue() = default;
 void SerialQueue::async(Task task) {
     asio::post(impl_->strand, [impl = impl_, task = std::move(task)] { runGuarded(task, impl->label); });
 }
+
+void SerialQueue::sync(const Task& task) {
+    if (isCurrent()) return runGuarded(task, impl_->label);
+    std::promise<void> done;
+    asio::post(impl_->strand, [&] {
+        runGuarded(task, impl_->label);
+        done.set_value();
+    });
+    done.get_future().wait();
+}
+
+bool SerialQueue::isCurrent() const { return impl_->strand.running_in_this_thread(); }
 
 const std::string& SerialQueue::label() const { return impl_->label; }
 

@@ -52,6 +52,11 @@ public:
     explicit SerialQueue(std::string label);
     ~SerialQueue() override;
     void async(Task task) override;
+    // Runs `task` on the queue and returns when it has run (dispatch_sync); at once, in place, when
+    // called from a task of this queue. Never call it from a thread a task of this queue waits on.
+    void sync(const Task& task);
+    // Whether the calling thread is running a task of this queue.
+    bool isCurrent() const;
     const std::string& label() const override;
 private:
     struct Impl;

@@ -48,6 +48,7 @@ public:
         l->failure = [this](const auto& f, const std::string& code, const std::string& message) {
             std::lock_guard lock(mutex_);
             failures_.push_back({code, message});
+            failureStates_.push_back(f ? f->state.load() : UploadFileState::Ready);
             addLocked("failure", f);
         };
         l->progress = [this](const auto& f, long sent, long total) {
@@ -87,6 +88,11 @@ public:
         std::lock_guard lock(mutex_);
         return failures_;
     }
+    // The failed file's state as the listener saw it during each failure call.
+    std::vector<UploadFileState> failureStates() const {
+        std::lock_guard lock(mutex_);
+        return failureStates_;
+    }
     std::vector<std::string> files() const {
         std::lock_guard lock(mutex_);
         return files_;
@@ -106,6 +112,7 @@ private:
     std::vector<std::string> files_;
     std::vector<VodUploadResult> results_;
     std::vector<std::pair<std::string, std::string>> failures_;
+    std::vector<UploadFileState> failureStates_;
     std::pair<long, long> lastProgress_{0, 0};
 };
 
@@ -128,7 +135,7 @@ protected:
         sts = cloud.issueSts();
         client = VODUploadClient::create();
         client->setRecordDirectoryPath(dir.file("records"));
-        client->setRetrySleeper([](std::chrono::milliseconds) { std::this_thread::sleep_for(20ms); });
+        client->setRetryWait(20ms);
     }
 
     void TearDown() override {
@@ -161,6 +168,13 @@ protected:
             if (at != std::string::npos) ++counts[std::stoi(r.query.substr(at + 11))];
         }
         return counts;
+    }
+
+    // Multipart uploads the service still holds open (neither completed nor aborted).
+    std::size_t openUploads() const {
+        std::size_t open = 0;
+        for (const auto& u : cloud.uploads()) open += u.state == emulator::UploadState::Open;
+        return open;
     }
 
     // The log-service events of one code, once the telemetry queue has drained.

@@ -134,4 +134,7 @@ TEST_F(CrashSafety, KilledUploadIsFinishedByTheNextProcessWithoutResendingStored
     EXPECT_EQ(storedBytes, kFileSize + (storedTwice << 20));
     // What the kill cut off in flight (three parts at most) is all that was received twice.
     EXPECT_LE(cloud.uploadPartBytesReceived(), kFileSize + (3u << 20));
+    // The new process continued the recorded upload: none was begun and left open.
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);
+    for (const auto& upload : cloud.uploads()) EXPECT_NE(upload.state, emulator::UploadState::Open) << upload.uploadId;
 }

@@ -92,6 +92,9 @@ TEST_F(CreateUpload, SecondRunAfterAnInterruptionRefreshesAndKeepsTheObject) {
     EXPECT_EQ(videos[0].refreshCount, 1);
     EXPECT_EQ(again.results().at(0).videoId, videos[0].videoId);
     EXPECT_EQ(cloud.objectBytes(videos[0].bucket, videos[0].objectKey), fileBytes(clip));
+    // The new client took over the recorded upload instead of beginning one it would leave open.
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);
+    EXPECT_EQ(openUploads(), 0u);
     next->stop();
 }
 

@@ -11,10 +11,14 @@ namespace quorvane {
 
 // Reaches the client's private state so the tests can put it where a running queue would.
 struct VODUploadClientTestAccess {
-    static void setState(VODUploadClient& c, VODClientState s) { c.transitionTo(s); }
-    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) { c.cur_ = std::move(f); }
+    static void setState(VODUploadClient& c, VODClientState s) {
+        c.serially([&] { c.transitionTo(s); });
+    }
+    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) {
+        c.serially([&] { c.cur_ = std::move(f); });
+    }
     static void setOpenApiConfig(VODUploadClient& c, std::shared_ptr<OSSConfig> conf) {
-        c.openApiConfig_ = std::move(conf);
+        c.serially([&] { c.openApiConfig_ = std::move(conf); });
     }
 };
 

@@ -1,5 +1,5 @@
-// The engine used from several threads at once: waiting for the queue to settle, and the current file
-// read on the caller's thread while another thread replaces it (run under ThreadSanitizer too).
+// The engine used from several threads at once: waiting for the queue to settle, callers editing the
+// queue together, and listeners calling back (run under ThreadSanitizer too).
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -62,25 +62,51 @@ TEST(EngineSettling, AWaiterWakesWhenAnotherThreadMovesTheState) {
     EXPECT_EQ(client->state(), VODClientState::Paused);
 }
 
-// The worker replaces the current file after every finished upload while the caller's operations
-// read it; each reader must see either file whole (a torn pointer crashes or trips the sanitizer).
-TEST(EngineThreadSafety, CurrentFileIsReplacedWhileTheCallerClearsTheQueue) {
+// Callers on several threads edit and read the queue at once; every edit lands exactly once (an
+// unguarded list loses entries, tears, or trips the sanitizers).
+TEST(EngineThreadSafety, CallersOnSeveralThreadsEditTheQueueWithoutLosingEntries) {
     auto client = VODUploadClient::create();
     client->init(std::make_shared<VODUploadListener>());
-    auto uploading = std::make_shared<UploadFileInfo>();
-    uploading->filePath = "/nonexistent/clip.mp4";
-    uploading->state = UploadFileState::Uploading;
-
-    std::atomic<bool> done{false};
-    std::thread worker([&] {
-        while (!done) {
-            VODUploadClientTestAccess::setCur(*client, uploading);
-            VODUploadClientTestAccess::setCur(*client, nullptr);
+    client->setReportEnabled(false);
+    constexpr int kPerThread = 400;
+    std::atomic<int> deleted{0};
+    auto adder = [&](int id) {
+        for (int i = 0; i < kPerThread; ++i)
+            ASSERT_TRUE(client->addFile("/nonexistent/" + std::to_string(id) + "-" + std::to_string(i) + ".bin",
+                                        "http://127.0.0.1:1", "bucket", "key"));
+    };
+    std::thread a(adder, 1), b(adder, 2);
+    std::thread c([&] {
+        for (int i = 0; i < kPerThread; ++i) {
+            auto files = client->listFiles();
+            for (const auto& f : files) ASSERT_TRUE(f && !f->filePath.empty());
+            if (!files.empty() && client->deleteFile(0)) ++deleted;
         }
     });
-    for (int i = 0; i < 20000; ++i) ASSERT_TRUE(client->clearFiles());
-    done = true;
-    worker.join();
-    EXPECT_EQ(uploading->state, UploadFileState::Uploading);  // no request ran, so nothing changed it
-    EXPECT_EQ(uploading.use_count(), 1);                      // every copy the readers took was released
+    a.join();
+    b.join();
+    c.join();
+    EXPECT_EQ(client->listFiles().size(), static_cast<std::size_t>(2 * kPerThread - deleted));
+    EXPECT_TRUE(client->clearFiles());
+    EXPECT_TRUE(client->listFiles().empty());
+}
+
+// Listener callbacks run on the client's own queue; calling the client back from one runs in place
+// instead of waiting for the queue that is running it.
+TEST(EngineThreadSafety, ListenerCallbacksMayCallTheClientBack) {
+    TempDir dir;
+    writeFile(dir.file("notes"), "text");
+    auto client = VODUploadClient::create();
+    auto listener = std::make_shared<VODUploadListener>();
+    std::promise<std::pair<std::size_t, bool>> seen;
+    listener->failure = [&](const std::shared_ptr<UploadFileInfo>& file, const std::string&, const std::string&) {
+        seen.set_value({client->listFiles().size(), file->state == UploadFileState::Failure && client->stop()});
+    };
+    client->init(listener);
+    client->addFile(dir.file("notes"), nullptr);  // no media type: fails at once
+    ASSERT_TRUE(client->start());
+    auto future = seen.get_future();
+    ASSERT_EQ(future.wait_for(30s), std::future_status::ready) << "the callback waited for itself";
+    EXPECT_EQ(future.get(), (std::pair<std::size_t, bool>{1, true}));
+    EXPECT_EQ(client->state(), VODClientState::Stopped);
 }

@@ -15,8 +15,12 @@ namespace quorvane {
 
 // Engine internals the upload tests steer: parts one at a time make fault scripts and pauses deterministic.
 struct VODUploadEngineTestAccess {
-    static void setMaxConcurrentParts(VODUploadClient& c, int n) { c.conf_.maxConcurrentParts = n; }
-    static std::string uploadId(const VODUploadClient& c) { return c.uploadId_.value_or(""); }
+    static void setMaxConcurrentParts(VODUploadClient& c, int n) {
+        c.serially([&] { c.conf_.maxConcurrentParts = n; });
+    }
+    static std::string uploadId(const VODUploadClient& c) {
+        return c.serially([&] { return c.uploadId_.value_or(""); });
+    }
 };
 
 namespace test {

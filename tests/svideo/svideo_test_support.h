@@ -142,7 +142,7 @@ protected:
         client->setUploadPartSize(kPartSize);
         client->setRecordDirectoryPath(dir.file("records"));
         client->setRegion(cloud.options().region);
-        client->client()->setRetrySleeper([](std::chrono::milliseconds) { std::this_thread::sleep_for(20ms); });
+        client->client()->setRetryWait(20ms);
         VODUploadEngineTestAccess::setMaxConcurrentParts(*client->client(), 1);
         info = std::make_shared<VodSVideoInfo>();
         info->title = "short clip";

@@ -50,6 +50,8 @@ void postSigned(const std::string& region, const Value& params, foundation::Http
     request.headers.emplace_back("Content-type", "application/x-www-form-urlencoded");
     request.body = foundation::makeStringBody(std::move(body));
     request.caFile = VODServiceEndpoint::caFile();
+    request.idleTimeoutSeconds = VODServiceEndpoint::idleTimeoutSeconds();
+    request.connectTimeoutSeconds = VODServiceEndpoint::idleTimeoutSeconds();
     foundation::HttpClient::shared()->send(std::move(request), std::move(completion));
 }
 

@@ -205,6 +205,8 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::request(const std::string& key
     request.method = "GET";
     request.url = requestUrl(keyId, keySecret, token, region, params, randomUUID());
     request.caFile = VODServiceEndpoint::caFile();
+    request.idleTimeoutSeconds = VODServiceEndpoint::idleTimeoutSeconds();
+    request.connectTimeoutSeconds = VODServiceEndpoint::idleTimeoutSeconds();
     auto handler = std::move(completionHandler);
     return foundation::HttpClient::shared()->send(std::move(request), [handler](foundation::HttpResult result) {
         if (handler) handleReply(std::move(result), handler);

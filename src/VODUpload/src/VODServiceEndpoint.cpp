@@ -9,6 +9,7 @@ struct EndpointConfig {
     std::mutex mutex;
     std::optional<std::string> baseUrl;
     std::string caFile;
+    long idleTimeoutSeconds = VODServiceEndpoint::kDefaultIdleTimeoutSeconds;
 };
 
 EndpointConfig& config() {
@@ -50,6 +51,18 @@ std::string VODServiceEndpoint::caFile() {
     auto& c = config();
     std::lock_guard<std::mutex> lock(c.mutex);
     return c.caFile;
+}
+
+void VODServiceEndpoint::setIdleTimeoutSeconds(long seconds) {
+    auto& c = config();
+    std::lock_guard<std::mutex> lock(c.mutex);
+    c.idleTimeoutSeconds = seconds > 0 ? seconds : kDefaultIdleTimeoutSeconds;
+}
+
+long VODServiceEndpoint::idleTimeoutSeconds() {
+    auto& c = config();
+    std::lock_guard<std::mutex> lock(c.mutex);
+    return c.idleTimeoutSeconds;
 }
 
 }  // namespace quorvane

@@ -23,6 +23,12 @@ public:
     // An extra CA bundle for verifying the endpoint's certificate; empty = the system store.
     static void setCaFile(std::string caFile);
     static std::string caFile();
+
+    // Seconds without a byte moved before a request to the video service is given up (60, the
+    // platform's default request time-out); a non-positive value restores it.
+    static constexpr long kDefaultIdleTimeoutSeconds = 60;
+    static void setIdleTimeoutSeconds(long seconds);
+    static long idleTimeoutSeconds();
 };
 
 }  // namespace quorvane

@@ -1,5 +1,6 @@
 #include "VODUpload/src/VODUploadClient.h"
 
+#include <cmath>
 #include <cstdlib>
 
 #include "VODUpload/src/AVCVEventManager.h"
@@ -16,14 +17,23 @@ std::string userCachesDirectory() {
     return foundation::temporaryDirectory();
 }
 
+constexpr double kDefaultRequestTimeout = 30.0;
+
 }  // namespace
 
 VODUploadClient::VODUploadClient()
-    : ossConfig_(std::make_shared<OSSConfig>()),
+    : queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
+      ossConfig_(std::make_shared<OSSConfig>()),
       eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
       recordDirectoryPath_(userCachesDirectory()) {
     conf_.maxRetryCount = 2;
     conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
+}
+
+void VODUploadClient::later(std::function<void(VODUploadClient&)> f) {
+    queue_->async([weak = weak_from_this(), f = std::move(f)] {
+        if (auto self = weak.lock()) f(*self);
+    });
 }
 
 void VODUploadClient::transitionTo(VODClientState next) {
@@ -40,23 +50,91 @@ bool VODUploadClient::waitUntilSettled(std::chrono::milliseconds timeout) const 
     return stateChanged_.wait_for(lock, timeout, [this] { return state_.load() != VODClientState::Started; });
 }
 
-void VODUploadClient::setTimeoutIntervalForRequest(double seconds) {
-    timeoutIntervalForRequest_ = seconds;
-    conf_.timeoutIntervalForRequest = seconds;  // object-storage clients made from now on
+void VODUploadClient::setRetryWait(std::chrono::milliseconds wait) {
+    serially([&] { retryWait_ = std::max(wait, std::chrono::milliseconds(0)); });
 }
 
+std::int32_t VODUploadClient::maxRetryCount() const { return serially([&] { return maxRetryCount_; }); }
+void VODUploadClient::setMaxRetryCount(std::int32_t v) { serially([&] { maxRetryCount_ = v; }); }
+
+double VODUploadClient::timeoutIntervalForRequest() const {
+    return serially([&] { return timeoutIntervalForRequest_; });
+}
+
+void VODUploadClient::setTimeoutIntervalForRequest(double seconds) {
+    if (!(seconds > 0) || !std::isfinite(seconds)) seconds = kDefaultRequestTimeout;
+    serially([&] {
+        timeoutIntervalForRequest_ = seconds;
+        conf_.timeoutIntervalForRequest = seconds;  // object-storage clients made from now on
+    });
+}
+
+void VODUploadClient::setCaFile(std::string path) { serially([&] { conf_.caFile = std::move(path); }); }
+
+std::string VODUploadClient::recordDirectoryPath() const { return serially([&] { return recordDirectoryPath_; }); }
+void VODUploadClient::setRecordDirectoryPath(std::string path) {
+    serially([&] { recordDirectoryPath_ = std::move(path); });
+}
+
+bool VODUploadClient::recordUploadProgress() const { return serially([&] { return recordUploadProgress_; }); }
+void VODUploadClient::setRecordUploadProgress(bool on) {
+    serially([&] { recordUploadProgress_ = on; });
+    VODObjectCache::sharedCache().setEnabled(on);
+}
+
+std::int32_t VODUploadClient::uploadPartSize() const { return serially([&] { return uploadPartSize_; }); }
+void VODUploadClient::setUploadPartSize(std::int32_t bytes) { serially([&] { uploadPartSize_ = bytes; }); }
+
+std::string VODUploadClient::region() const { return serially([&] { return region_; }); }
+void VODUploadClient::setRegion(std::string region) { serially([&] { region_ = std::move(region); }); }
+
+std::optional<std::string> VODUploadClient::appId() const { return serially([&] { return appId_; }); }
+void VODUploadClient::setAppId(std::optional<std::string> v) { serially([&] { appId_ = std::move(v); }); }
+
+std::optional<std::string> VODUploadClient::workflowId() const { return serially([&] { return workflowId_; }); }
+void VODUploadClient::setWorkflowId(std::optional<std::string> v) { serially([&] { workflowId_ = std::move(v); }); }
+
+bool VODUploadClient::reportEnabled() const { return serially([&] { return reportEnabled_; }); }
 void VODUploadClient::setReportEnabled(bool on) {
-    reportEnabled_ = on;
+    serially([&] { reportEnabled_ = on; });
     if (eventManager_) eventManager_->setEnabled(on);
 }
+
+bool VODUploadClient::transcode() const { return serially([&] { return transcode_; }); }
+void VODUploadClient::setTranscode(bool on) { serially([&] { transcode_ = on; }); }
+
+std::int32_t VODUploadClient::retryNotify() const { return serially([&] { return retryNotify_; }); }
+void VODUploadClient::setRetryNotify(std::int32_t v) { serially([&] { retryNotify_ = v; }); }
+
+std::optional<std::string> VODUploadClient::requestId() const { return serially([&] { return requestId_; }); }
+void VODUploadClient::setRequestId(std::optional<std::string> v) { serially([&] { requestId_ = std::move(v); }); }
 
 void VODUploadClient::setLogStore(const std::string& logStore) {
     if (eventManager_) eventManager_->setLogstore(logStore);
 }
 
-void VODUploadClient::setRecordUploadProgress(bool on) {
-    recordUploadProgress_ = on;
-    VODObjectCache::sharedCache().setEnabled(on);
+void VODUploadClient::setVideoId(std::optional<std::string> videoId) {
+    serially([&] { curVideoId_ = std::move(videoId); });
 }
+
+void VODUploadClient::setListener(std::shared_ptr<VODUploadListener> listener) {
+    serially([&] { callback_ = std::move(listener); });
+}
+
+std::vector<std::shared_ptr<UploadFileInfo>> VODUploadClient::listFiles() const {
+    return serially([&] { return uploadList_; });
+}
+
+oss::OSSClientConfiguration VODUploadClient::conf() const { return serially([&] { return conf_; }); }
+std::shared_ptr<OSSConfig> VODUploadClient::ossConfig() const { return serially([&] { return ossConfig_; }); }
+std::shared_ptr<OSSConfig> VODUploadClient::openApiConfig() const {
+    return serially([&] { return openApiConfig_; });
+}
+std::optional<std::string> VODUploadClient::curUploadAddress() const {
+    return serially([&] { return curUploadAddress_; });
+}
+std::optional<std::string> VODUploadClient::curVideoId() const { return serially([&] { return curVideoId_; }); }
+std::optional<std::string> VODUploadClient::curImageURL() const { return serially([&] { return curImageURL_; }); }
+std::shared_ptr<VODUploadListener> VODUploadClient::listener() const { return serially([&] { return callback_; }); }
 
 }  // namespace quorvane

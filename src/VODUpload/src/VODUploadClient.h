@@ -10,10 +10,12 @@
 //   VODUploadClientUpload.cpp    the resumable multipart upload, progress and retries
 //   VODUploadClientCreate.cpp    create-upload requests to the video service, start event
 //
-// Public operations run on the caller's thread, upload completions on the object-storage client's
-// worker threads. The one lock guards the credential records, which a worker reads at every token
-// fetch while the caller may be storing new ones (resumeWithToken). The current file and the running
-// request are atomic shared pointers: each function loads them once and works on that copy.
+// Every step of the engine runs on the client's own serial queue: the public operations (which wait
+// for it when called from another thread, and run in place from a listener callback), the
+// object-storage and video-service completions, progress, and the timer of the retry wait. So no
+// field is touched from two threads and the engine needs no lock of its own. Listener callbacks run
+// on that queue, off the main thread. The one lock guards the credential records, which the
+// credential providers (they may outlive the client) read at every token fetch.
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
@@ -23,6 +25,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "VODUpload/src/VODInnerFileInfo.h"
@@ -30,6 +33,7 @@
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
 #include "VODUpload/src/VodInfo.h"
+#include "foundation/dispatch.h"
 #include "foundation/error.h"
 #include "foundation/http_client.h"
 #include "foundation/value.h"
@@ -39,6 +43,7 @@
 namespace quorvane {
 
 class AVCVEventManager;
+struct VODUploadProgressContext;
 
 class VODUploadClient : public std::enable_shared_from_this<VODUploadClient> {
 public:
@@ -120,61 +125,62 @@ public:
                                                      const std::optional<std::string>& userData);
     void sendStartEvent();
 
-    // The wait before each retry (2 s). Injected so tests can shorten it; runs on a worker thread.
-    using RetrySleeper = std::function<void(std::chrono::milliseconds)>;
-    void setRetrySleeper(RetrySleeper sleeper);
+    // The wait before each retry (2 s), a timer on the client's queue. Tests shorten it.
+    void setRetryWait(std::chrono::milliseconds wait);
     static constexpr std::chrono::milliseconds kRetryWait{2000};
 
     // Blocks until the client state is anything but Started, or the timeout passed (false then).
-    // A finished file is reported before its worker moves the queue on; once this returns true that
-    // worker is done with the queue (Finished is its last step). Never call it from a listener
-    // callback: the worker that would settle the queue is the one waiting.
+    // A finished file is reported before the queue moves on; once this returns true the engine is
+    // done with the queue (Finished is its last step). Never call it from a listener callback: the
+    // engine would wait for itself.
     bool waitUntilSettled(std::chrono::milliseconds timeout) const;
 
     // --- Properties ---
     VODClientState state() const { return state_; }
-    std::int32_t maxRetryCount() const { return maxRetryCount_; }
-    void setMaxRetryCount(std::int32_t v) { maxRetryCount_ = v; }
-    double timeoutIntervalForRequest() const { return timeoutIntervalForRequest_; }
+    std::int32_t maxRetryCount() const;
+    void setMaxRetryCount(std::int32_t v);
+    double timeoutIntervalForRequest() const;
+    // Seconds without a byte moved before a request is given up (and retried as a network error);
+    // a request that still moves bytes is never cut. Zero, negative or NaN: the default 30.
     void setTimeoutIntervalForRequest(double seconds);
     // An extra CA bundle (a private or test CA) for the object-storage clients made from now on;
     // the system store stays trusted and verification stays on. Empty: the system store alone.
-    void setCaFile(std::string path) { conf_.caFile = std::move(path); }
-    const std::string& recordDirectoryPath() const { return recordDirectoryPath_; }
-    void setRecordDirectoryPath(std::string path) { recordDirectoryPath_ = std::move(path); }
-    bool recordUploadProgress() const { return recordUploadProgress_; }
+    void setCaFile(std::string path);
+    std::string recordDirectoryPath() const;
+    void setRecordDirectoryPath(std::string path);
+    bool recordUploadProgress() const;
     void setRecordUploadProgress(bool on);
-    std::int32_t uploadPartSize() const { return uploadPartSize_; }
-    void setUploadPartSize(std::int32_t bytes) { uploadPartSize_ = bytes; }
-    const std::string& region() const { return region_; }
-    void setRegion(std::string region) { region_ = std::move(region); }
-    const std::optional<std::string>& appId() const { return appId_; }
-    void setAppId(std::optional<std::string> v) { appId_ = std::move(v); }
-    const std::optional<std::string>& workflowId() const { return workflowId_; }
-    void setWorkflowId(std::optional<std::string> v) { workflowId_ = std::move(v); }
-    bool reportEnabled() const { return reportEnabled_; }
+    std::int32_t uploadPartSize() const;
+    void setUploadPartSize(std::int32_t bytes);
+    std::string region() const;
+    void setRegion(std::string region);
+    std::optional<std::string> appId() const;
+    void setAppId(std::optional<std::string> v);
+    std::optional<std::string> workflowId() const;
+    void setWorkflowId(std::optional<std::string> v);
+    bool reportEnabled() const;
     void setReportEnabled(bool on);
-    bool transcode() const { return transcode_; }
-    void setTranscode(bool on) { transcode_ = on; }
-    std::int32_t retryNotify() const { return retryNotify_; }
-    void setRetryNotify(std::int32_t v) { retryNotify_ = v; }
-    const std::optional<std::string>& requestId() const { return requestId_; }
-    void setRequestId(std::optional<std::string> v) { requestId_ = std::move(v); }
+    bool transcode() const;
+    void setTranscode(bool on);
+    std::int32_t retryNotify() const;
+    void setRetryNotify(std::int32_t v);
+    std::optional<std::string> requestId() const;
+    void setRequestId(std::optional<std::string> v);
 
     void setLogStore(const std::string& logStore);
-    void setVideoId(std::optional<std::string> videoId) { curVideoId_ = std::move(videoId); }
-    void setListener(std::shared_ptr<VODUploadListener> listener) { callback_ = std::move(listener); }
-    // The live queue, not a copy.
-    std::vector<std::shared_ptr<UploadFileInfo>>& listFiles() { return uploadList_; }
+    void setVideoId(std::optional<std::string> videoId);
+    void setListener(std::shared_ptr<VODUploadListener> listener);
+    // The queue's entries (the live records; the list itself is a snapshot).
+    std::vector<std::shared_ptr<UploadFileInfo>> listFiles() const;
 
     // Read access for callers that show or log the engine's state.
-    const oss::OSSClientConfiguration& conf() const { return conf_; }
-    std::shared_ptr<OSSConfig> ossConfig() const { return ossConfig_; }
-    std::shared_ptr<OSSConfig> openApiConfig() const { return openApiConfig_; }
-    const std::optional<std::string>& curUploadAddress() const { return curUploadAddress_; }
-    const std::optional<std::string>& curVideoId() const { return curVideoId_; }
-    const std::optional<std::string>& curImageURL() const { return curImageURL_; }
-    std::shared_ptr<VODUploadListener> listener() const { return callback_; }
+    oss::OSSClientConfiguration conf() const;
+    std::shared_ptr<OSSConfig> ossConfig() const;
+    std::shared_ptr<OSSConfig> openApiConfig() const;
+    std::optional<std::string> curUploadAddress() const;
+    std::optional<std::string> curVideoId() const;
+    std::optional<std::string> curImageURL() const;
+    std::shared_ptr<VODUploadListener> listener() const;
     std::shared_ptr<AVCVEventManager> eventManager() const { return eventManager_; }
 
     static constexpr const char* kLogSource = "VODUpload/src/VODUploadClient";
@@ -184,6 +190,21 @@ private:
     friend struct VODUploadEngineTestAccess;
 
     enum class UploadStep { Init, Upload };
+
+    // Runs `f` on the client's queue and returns its result (in place when already there).
+    template <class F>
+    auto serially(F&& f) const -> std::invoke_result_t<F> {
+        using R = std::invoke_result_t<F>;
+        if constexpr (std::is_void_v<R>) {
+            queue_->sync(f);
+        } else {
+            std::optional<R> result;
+            queue_->sync([&] { result.emplace(f()); });
+            return result ? std::move(*result) : R{};
+        }
+    }
+    // Posts `f` to the client's queue, to run while the client still exists.
+    void later(std::function<void(VODUploadClient&)> f);
 
     // The one place the client state changes.
     void transitionTo(VODClientState next);
@@ -203,24 +224,30 @@ private:
     void retryUploadStep(const Error& error, UploadStep step);
     void failCurrentFile(const std::string& code, const std::string& message);
     void failCurrentFile(const Error& error);
-    void adoptRecordedUpload(oss::OSSResumableUploadRequest& request);
+    // After the initiation (or the adoption of a recorded upload id): the file is Uploading.
+    void onUploadIdReady(const std::string& uploadId, bool fresh);
+    void onProgress(const std::shared_ptr<VODUploadProgressContext>& context, std::int64_t bytesSent,
+                    std::int64_t totalSent, std::int64_t totalExpected);
+    std::int64_t partSizeFor(std::int64_t fileSize) const;
     void onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error, bool image);
     void continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth);
     // A copy of a credential record taken under the credentials lock (empty for nullptr).
     OSSConfig credentialsOf(const std::shared_ptr<OSSConfig>& config) const;
 
-    // Fields in their order of declaration. The state and the retry counter are read by worker
-    // threads while the caller's thread changes them, hence atomic; nothing else is guarded.
+    // Fields in their order of declaration. All but the state are touched on the queue only; the
+    // state is also read by state() and waitUntilSettled from any thread.
+    std::shared_ptr<foundation::SerialQueue> queue_;
     std::atomic<VODClientState> state_{VODClientState::Idle};
     std::shared_ptr<oss::OSSClient> client_;
     oss::OSSClientConfiguration conf_;
     std::shared_ptr<OSSConfig> ossConfig_;
     std::optional<std::string> uploadId_;
+    bool uploadIdIsNew_ = false;  // initiated by this attempt: nothing stored under it yet
     std::optional<std::string> curUploadAddress_;
     std::vector<std::shared_ptr<UploadFileInfo>> uploadList_;
-    std::atomic<std::shared_ptr<UploadFileInfo>> cur_;
+    std::shared_ptr<UploadFileInfo> cur_;
     std::shared_ptr<VODInnerFileInfo> curInnerFileInfo_;
-    std::atomic<std::shared_ptr<oss::OSSResumableUploadRequest>> resumableUploadReq_;
+    std::shared_ptr<oss::OSSResumableUploadRequest> resumableUploadReq_;
     std::shared_ptr<VODUploadListener> callback_;
     std::shared_ptr<AVCVEventManager> eventManager_;
     std::optional<std::string> curImageURL_;
@@ -236,9 +263,9 @@ private:
     std::string region_ = "cn-shanghai";
     std::optional<std::string> appId_;
     std::optional<std::string> workflowId_;
-    std::atomic<std::int32_t> retryNotify_{0};
+    std::int32_t retryNotify_ = 0;
     double timeoutIntervalForRequest_ = 30.0;
-    RetrySleeper retrySleeper_;
+    std::chrono::milliseconds retryWait_ = kRetryWait;
     // Wakes waitUntilSettled at every state change; guards nothing else.
     mutable std::mutex stateMutex_;
     mutable std::condition_variable stateChanged_;

@@ -28,25 +28,31 @@ void VODUploadClient::setCredentials(std::optional<std::string> keyId, std::opti
 }
 
 bool VODUploadClient::init(std::shared_ptr<VODUploadListener> listener) {
-    callback_ = std::move(listener);
-    return true;
+    return serially([&] {
+        callback_ = std::move(listener);
+        return true;
+    });
 }
 
 bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
                            std::shared_ptr<VODUploadListener> listener) {
-    if (!allNonEmpty({&accessKeyId, &accessKeySecret})) return false;
-    setCredentials(accessKeyId, accessKeySecret, std::nullopt, std::nullopt);
-    callback_ = std::move(listener);
-    return true;
+    return serially([&] {
+        if (!allNonEmpty({&accessKeyId, &accessKeySecret})) return false;
+        setCredentials(accessKeyId, accessKeySecret, std::nullopt, std::nullopt);
+        callback_ = std::move(listener);
+        return true;
+    });
 }
 
 bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
                            const std::string& secretToken, const std::string& expireTime,
                            std::shared_ptr<VODUploadListener> listener) {
-    if (!allNonEmpty({&accessKeyId, &accessKeySecret, &secretToken, &expireTime})) return false;
-    setCredentials(accessKeyId, accessKeySecret, secretToken, expireTime);
-    callback_ = std::move(listener);
-    return true;
+    return serially([&] {
+        if (!allNonEmpty({&accessKeyId, &accessKeySecret, &secretToken, &expireTime})) return false;
+        setCredentials(accessKeyId, accessKeySecret, secretToken, expireTime);
+        callback_ = std::move(listener);
+        return true;
+    });
 }
 
 bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
@@ -62,57 +68,62 @@ bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string
 
 bool VODUploadClient::setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo,
                                               const std::string& uploadAuth, const std::string& uploadAddress) {
-    if (!uploadInfo || uploadAuth.empty()) return false;
-    if (!parseUploadAuth(uploadAuth, *ossConfig_)) return false;
-    return parseUploadAddress(uploadAddress, uploadInfo);
+    return serially([&] {
+        if (!uploadInfo || uploadAuth.empty()) return false;
+        if (!parseUploadAuth(uploadAuth, *ossConfig_)) return false;
+        return parseUploadAddress(uploadAddress, uploadInfo);
+    });
 }
 
 bool VODUploadClient::parseUploadAuth(const std::string& uploadAuth, OSSConfig& config) {
-    auto parsed = parseUploadAuthText(uploadAuth);
-    if (!parsed) {
-        vodLogDebug(kLogSource, parsed.error);
-        return false;
-    }
-    const UploadAuth& auth = *parsed.value;
-    std::lock_guard lock(*credentialsMutex_);
-    config.accessKeyId = auth.accessKeyId;
-    config.accessKeySecret = auth.accessKeySecret;
-    config.secretToken = auth.securityToken;
-    config.expireTime = auth.expireTime();
-    if (nonEmpty(auth.region)) region_ = *auth.region;
-    return true;
+    return serially([&] {
+        auto parsed = parseUploadAuthText(uploadAuth);
+        if (!parsed) {
+            vodLogDebug(kLogSource, parsed.error);
+            return false;
+        }
+        const UploadAuth& auth = *parsed.value;
+        std::lock_guard lock(*credentialsMutex_);
+        config.accessKeyId = auth.accessKeyId;
+        config.accessKeySecret = auth.accessKeySecret;
+        config.secretToken = auth.securityToken;
+        config.expireTime = auth.expireTime();
+        if (nonEmpty(auth.region)) region_ = *auth.region;
+        return true;
+    });
 }
 
 bool VODUploadClient::parseUploadAddress(const std::string& uploadAddress,
                                          const std::shared_ptr<UploadFileInfo>& uploadInfo) {
-    auto parsed = parseUploadAddressText(uploadAddress);
-    if (!parsed) {
-        vodLogDebug(kLogSource, parsed.error);
-        return false;
-    }
-    const UploadAddress& address = *parsed.value;
-    if (uploadInfo) {
-        uploadInfo->endpoint = address.endpoint;
-        uploadInfo->bucket = address.bucket;
-    }
-    // The resume cache speaks for the current file: an interrupted attempt that already got a video
-    // id continues into the object it began.
-    auto& cache = VODObjectCache::sharedCache();
-    const auto cur = cur_.load();
-    std::string curPath = cur ? cur->filePath : std::string();
-    auto entry = cache.getObjectWithPath(curPath);
-    if (entry) {
-        if (entry->object.empty() || entry->videoId.empty()) entry->object = address.fileName.value_or("");
-        cache.saveObject(entry, curPath);
-    }
-    if (uploadInfo) {
-        if (entry && !entry->object.empty())
-            uploadInfo->object = entry->object;
-        else
-            uploadInfo->object = address.fileName;
-    }
-    curUploadAddress_ = uploadAddress;
-    return true;
+    return serially([&] {
+        auto parsed = parseUploadAddressText(uploadAddress);
+        if (!parsed) {
+            vodLogDebug(kLogSource, parsed.error);
+            return false;
+        }
+        const UploadAddress& address = *parsed.value;
+        if (uploadInfo) {
+            uploadInfo->endpoint = address.endpoint;
+            uploadInfo->bucket = address.bucket;
+        }
+        // The resume cache speaks for the current file: an interrupted attempt that already got a video
+        // id continues into the object it began.
+        auto& cache = VODObjectCache::sharedCache();
+        std::string curPath = cur_ ? cur_->filePath : std::string();
+        auto entry = cache.getObjectWithPath(curPath);
+        if (entry) {
+            if (entry->object.empty() || entry->videoId.empty()) entry->object = address.fileName.value_or("");
+            cache.saveObject(entry, curPath);
+        }
+        if (uploadInfo) {
+            if (entry && !entry->object.empty())
+                uploadInfo->object = entry->object;
+            else
+                uploadInfo->object = address.fileName;
+        }
+        curUploadAddress_ = uploadAddress;
+        return true;
+    });
 }
 
 OSSConfig VODUploadClient::credentialsOf(const std::shared_ptr<OSSConfig>& config) const {
@@ -152,13 +163,15 @@ std::shared_ptr<oss::OSSCredentialProvider> VODUploadClient::getCredentialProvid
 
 bool VODUploadClient::resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
                                       const std::string& secretToken, const std::string& expireTime) {
-    vodLogDebug(kLogSource, "resume upload with new token.");
-    if (state_ != VODClientState::Paused) return false;
-    if (!allNonEmpty({&accessKeyId, &accessKeySecret, &secretToken, &expireTime})) return false;
-    setCredentials(accessKeyId, accessKeySecret, secretToken, expireTime);
-    transitionTo(VODClientState::Started);
-    continueAfterNewCredentials();
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "resume upload with new token.");
+        if (state_ != VODClientState::Paused) return false;
+        if (!allNonEmpty({&accessKeyId, &accessKeySecret, &secretToken, &expireTime})) return false;
+        setCredentials(accessKeyId, accessKeySecret, secretToken, expireTime);
+        transitionTo(VODClientState::Started);
+        continueAfterNewCredentials();
+        return true;
+    });
 }
 
 bool VODUploadClient::resumeWithAuth(const std::string& uploadAuth) {

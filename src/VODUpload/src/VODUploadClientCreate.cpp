@@ -41,78 +41,86 @@ void putIfPresent(Value& params, const char* key, const std::optional<std::strin
 }  // namespace
 
 void VODUploadClient::createUploadVideo() {
-    const auto cur = cur_.load();
-    if (!cur) return;
-    const auto info = cur->vodInfo;
-    Value params = Value::object();
-    if (info) putIfPresent(params, "CoverURL", info->coverUrl);
-    params["FileSize"] = curInnerFileInfo_ ? curInnerFileInfo_->fileSize : std::string("0");
-    if (info) {
-        putIfPresent(params, "Description", info->desc);
-        if (info->cateId) params["CateId"] = std::to_string(*info->cateId);
-        putIfPresent(params, "Tags", info->tags);
-        putIfPresent(params, "StorageLocation", info->storageLocation);
-        putIfPresent(params, "TemplateGroupId", info->templateGroupId);
-    }
-    if (!transcode_ && !(info && nonEmpty(info->templateGroupId))) params["TranscodeMode"] = "NoTranscode";
-    if (nonEmpty(appId_)) params["AppId"] = *appId_;
-    if (nonEmpty(workflowId_)) params["WorkflowId"] = *workflowId_;
-    if (auto userData = userDataWithVideoPath(cur->filePath, info ? info->userData : std::nullopt))
-        params["UserData"] = *userData;
+    serially([&] {
+        const auto cur = cur_;
+        if (!cur) return;
+        const auto info = cur->vodInfo;
+        Value params = Value::object();
+        if (info) putIfPresent(params, "CoverURL", info->coverUrl);
+        params["FileSize"] = curInnerFileInfo_ ? curInnerFileInfo_->fileSize : std::string("0");
+        if (info) {
+            putIfPresent(params, "Description", info->desc);
+            if (info->cateId) params["CateId"] = std::to_string(*info->cateId);
+            putIfPresent(params, "Tags", info->tags);
+            putIfPresent(params, "StorageLocation", info->storageLocation);
+            putIfPresent(params, "TemplateGroupId", info->templateGroupId);
+        }
+        if (!transcode_ && !(info && nonEmpty(info->templateGroupId))) params["TranscodeMode"] = "NoTranscode";
+        if (nonEmpty(appId_)) params["AppId"] = *appId_;
+        if (nonEmpty(workflowId_)) params["WorkflowId"] = *workflowId_;
+        if (auto userData = userDataWithVideoPath(cur->filePath, info ? info->userData : std::nullopt))
+            params["UserData"] = *userData;
 
-    std::weak_ptr<VODUploadClient> weak = weak_from_this();
-    const OSSConfig credentials = credentialsOf(ossConfig_);
-    createOrRefreshUploadVideoWithKeyId(
-        credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
-        credentials.secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur->filePath, params,
-        [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
-            if (auto self = weak.lock()) self->onCreateAnswer(reply, error, false);
-        });
+        std::weak_ptr<VODUploadClient> weak = weak_from_this();
+        const OSSConfig credentials = credentialsOf(ossConfig_);
+        createOrRefreshUploadVideoWithKeyId(
+            credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
+            credentials.secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur->filePath, params,
+            [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
+                if (auto self = weak.lock())
+                    self->later([reply, error](VODUploadClient& c) { c.onCreateAnswer(reply, error, false); });
+            });
+    });
 }
 
 std::shared_ptr<foundation::HttpTask> VODUploadClient::createOrRefreshUploadVideoWithKeyId(
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
     const std::string& fileName, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler) {
-    auto entry = VODObjectCache::sharedCache().getObjectWithPath(fileName);
-    if (entry && !entry->videoId.empty()) {
-        curVideoId_ = entry->videoId;
-        return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, region_,
-                                              std::move(completionHandler));
-    }
-    return VODOpenApi::createUploadVideo(keyId, keySecret, token, title, fileName, region_, optionalParams,
-                                         std::move(completionHandler));
+    return serially([&] {
+        auto entry = VODObjectCache::sharedCache().getObjectWithPath(fileName);
+        if (entry && !entry->videoId.empty()) {
+            curVideoId_ = entry->videoId;
+            return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, region_,
+                                                  std::move(completionHandler));
+        }
+        return VODOpenApi::createUploadVideo(keyId, keySecret, token, title, fileName, region_, optionalParams,
+                                             std::move(completionHandler));
+    });
 }
 
 void VODUploadClient::createUploadImage() {
-    const auto cur = cur_.load();
-    if (!cur) return;
-    const auto info = cur->vodInfo;
-    Value params = Value::object();
-    params["ImageExt"] = lowerCase(vodPathExtension(cur->filePath));
-    if (info) {
-        putIfPresent(params, "Title", info->title);
-        putIfPresent(params, "Description", info->desc);
-        if (info->cateId) params["CateId"] = std::to_string(*info->cateId);
-        putIfPresent(params, "Tags", info->tags);
-        putIfPresent(params, "StorageLocation", info->storageLocation);
-    }
-    if (nonEmpty(appId_)) params["AppId"] = *appId_;
-    if (info) putIfPresent(params, "UserData", info->userData);
-    const std::string imageType = info ? info->imageType.value_or("") : std::string("cover");
+    serially([&] {
+        const auto cur = cur_;
+        if (!cur) return;
+        const auto info = cur->vodInfo;
+        Value params = Value::object();
+        params["ImageExt"] = lowerCase(vodPathExtension(cur->filePath));
+        if (info) {
+            putIfPresent(params, "Title", info->title);
+            putIfPresent(params, "Description", info->desc);
+            if (info->cateId) params["CateId"] = std::to_string(*info->cateId);
+            putIfPresent(params, "Tags", info->tags);
+            putIfPresent(params, "StorageLocation", info->storageLocation);
+        }
+        if (nonEmpty(appId_)) params["AppId"] = *appId_;
+        if (info) putIfPresent(params, "UserData", info->userData);
+        const std::string imageType = info ? info->imageType.value_or("") : std::string("cover");
 
-    std::weak_ptr<VODUploadClient> weak = weak_from_this();
-    const OSSConfig credentials = credentialsOf(ossConfig_);
-    VODOpenApi::createUploadImage(
-        credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
-        credentials.secretToken.value_or(""), imageType, region_, params,
-        [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
-            if (auto self = weak.lock()) self->onCreateAnswer(reply, error, true);
-        });
+        std::weak_ptr<VODUploadClient> weak = weak_from_this();
+        const OSSConfig credentials = credentialsOf(ossConfig_);
+        VODOpenApi::createUploadImage(
+            credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
+            credentials.secretToken.value_or(""), imageType, region_, params,
+            [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
+                if (auto self = weak.lock())
+                    self->later([reply, error](VODUploadClient& c) { c.onCreateAnswer(reply, error, true); });
+            });
+    });
 }
 
 void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error,
                                      bool image) {
-    const auto cur = cur_.load();
+    const auto cur = cur_;
     if (!cur) return;
     if (error) {
         auto serviceCode = foundation::stringAt(error->userInfo, "Code");
@@ -151,7 +159,7 @@ void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const st
 
 // The service's answer carries the file's address and the credentials to upload it with.
 void VODUploadClient::continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth) {
-    const auto cur = cur_.load();
+    const auto cur = cur_;
     auto issued = std::make_shared<OSSConfig>();
     bool refreshing;
     {
@@ -189,25 +197,27 @@ std::optional<std::string> VODUploadClient::userDataWithVideoPath(const std::str
 }
 
 void VODUploadClient::sendStartEvent() {
-    const auto cur = cur_.load();
-    if (!cur) return;
-    const AVCVSize size = AVCVAssetInfo::AVCVNaturalSize(cur->filePath);
-    std::int64_t fileSize = 0;
-    std::string type, hash;
-    if (curInnerFileInfo_) {
-        std::from_chars(curInnerFileInfo_->fileSize.data(),
-                        curInnerFileInfo_->fileSize.data() + curInnerFileInfo_->fileSize.size(), fileSize);
-        type = curInnerFileInfo_->fileType;
-        hash = curInnerFileInfo_->fileHash;
-    }
-    sendUploadEvent(20002, {{"ft", type},
-                            {"fs", fileSize},
-                            {"fw", size.width},
-                            {"fh", size.height},
-                            {"fm", hash},
-                            {"ps", uploadPartSize_},
-                            {"bu", cur->bucket.value_or("")},
-                            {"ok", cur->object.value_or("")}});
+    serially([&] {
+        const auto cur = cur_;
+        if (!cur) return;
+        const AVCVSize size = AVCVAssetInfo::AVCVNaturalSize(cur->filePath);
+        std::int64_t fileSize = 0;
+        std::string type, hash;
+        if (curInnerFileInfo_) {
+            std::from_chars(curInnerFileInfo_->fileSize.data(),
+                            curInnerFileInfo_->fileSize.data() + curInnerFileInfo_->fileSize.size(), fileSize);
+            type = curInnerFileInfo_->fileType;
+            hash = curInnerFileInfo_->fileHash;
+        }
+        sendUploadEvent(20002, {{"ft", type},
+                                {"fs", fileSize},
+                                {"fw", size.width},
+                                {"fh", size.height},
+                                {"fm", hash},
+                                {"ps", uploadPartSize_},
+                                {"bu", cur->bucket.value_or("")},
+                                {"ok", cur->object.value_or("")}});
+    });
 }
 
 }  // namespace quorvane

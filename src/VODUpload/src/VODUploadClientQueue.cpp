@@ -28,13 +28,15 @@ void VODUploadClient::sendUploadEvent(long long eventCode, const Value& params) 
 }
 
 bool VODUploadClient::addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo) {
-    vodLogDebug(kLogSource, "addFile called." + filePath);
-    if (!present(filePath)) return false;
-    auto entry = std::make_shared<UploadFileInfo>();
-    entry->filePath = filePath;
-    entry->vodInfo = std::move(vodInfo);
-    uploadList_.push_back(std::move(entry));
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "addFile called." + filePath);
+        if (!present(filePath)) return false;
+        auto entry = std::make_shared<UploadFileInfo>();
+        entry->filePath = filePath;
+        entry->vodInfo = std::move(vodInfo);
+        uploadList_.push_back(std::move(entry));
+        return true;
+    });
 }
 
 bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
@@ -44,22 +46,24 @@ bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint,
 
 bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
                               std::string object, std::shared_ptr<VodInfo> vodInfo) {
-    vodLogDebug(kLogSource, "addFile called." + filePath);
-    if (!present(filePath) || !present(endpoint) || !present(bucket) || !present(object)) return false;
-    auto entry = std::make_shared<UploadFileInfo>();
-    entry->filePath = filePath;
-    entry->endpoint = std::move(endpoint);
-    entry->bucket = std::move(bucket);
-    entry->object = std::move(object);
-    entry->vodInfo = std::move(vodInfo);
-    uploadList_.push_back(std::move(entry));
-    sendUploadEvent(20001, {{"ql", uploadList_.size()}});
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "addFile called." + filePath);
+        if (!present(filePath) || !present(endpoint) || !present(bucket) || !present(object)) return false;
+        auto entry = std::make_shared<UploadFileInfo>();
+        entry->filePath = filePath;
+        entry->endpoint = std::move(endpoint);
+        entry->bucket = std::move(bucket);
+        entry->object = std::move(object);
+        entry->vodInfo = std::move(vodInfo);
+        uploadList_.push_back(std::move(entry));
+        sendUploadEvent(20001, {{"ql", uploadList_.size()}});
+        return true;
+    });
 }
 
 // Cancels the request under way, if any; says so when it reports itself cancelled.
 void VODUploadClient::cancelUploadRequest(bool logWhenNone) {
-    const auto request = resumableUploadReq_.load();
+    const auto request = resumableUploadReq_;
     if (!request) {
         if (logWhenNone) vodLogDebug(kLogSource, "No runnning upload request.");
         return;
@@ -69,139 +73,158 @@ void VODUploadClient::cancelUploadRequest(bool logWhenNone) {
 }
 
 bool VODUploadClient::deleteFile(int index) {
-    vodLogDebug(kLogSource, "deleteFile called." + std::to_string(index));
-    if (!inRange(index, uploadList_.size())) return false;
-    if (uploadList_[index]->state == UploadFileState::Uploading) {
-        cancelUploadRequest(false);
-        next();  // the entry is not Ready, so it is not picked again
-    }
-    auto entry = uploadList_[index];
-    uploadList_.erase(uploadList_.begin() + index);
-    VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "deleteFile called." + std::to_string(index));
+        if (!inRange(index, uploadList_.size())) return false;
+        if (uploadList_[index]->state == UploadFileState::Uploading) {
+            cancelUploadRequest(false);
+            next();  // the entry is not Ready, so it is not picked again
+        }
+        auto entry = uploadList_[index];
+        uploadList_.erase(uploadList_.begin() + index);
+        VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
+        return true;
+    });
 }
 
 bool VODUploadClient::clearFiles() {
-    vodLogDebug(kLogSource, "clearFiles called.");
-    for (const auto& entry : uploadList_) VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
-    uploadList_.clear();
-    // The state and the current file stay as they are; the cancelled request reports on its own.
-    const auto cur = cur_.load();
-    if (cur && cur->state == UploadFileState::Uploading) cancelUploadRequest(false);
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "clearFiles called.");
+        for (const auto& entry : uploadList_) VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
+        uploadList_.clear();
+        // The state and the current file stay as they are; the cancelled request reports on its own.
+        if (cur_ && cur_->state == UploadFileState::Uploading) cancelUploadRequest(false);
+        return true;
+    });
 }
 
 bool VODUploadClient::cancelFile(int index) {
-    vodLogDebug(kLogSource, "cancelFile called." + std::to_string(index));
-    if (!inRange(index, uploadList_.size())) return false;
-    auto entry = uploadList_[index];
-    if (entry->state == UploadFileState::Canceled || entry->state == UploadFileState::Success ||
-        entry->state == UploadFileState::Failure)
-        return false;
-    entry->state = UploadFileState::Canceled;
-    // Tested after the entry was marked, so a running upload of it is left to finish: hosts rely on
-    // a cancelled current file still completing.
-    if (entry->state == UploadFileState::Uploading) {
-        cancelUploadRequest(false);
-        next();
-    }
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "cancelFile called." + std::to_string(index));
+        if (!inRange(index, uploadList_.size())) return false;
+        auto entry = uploadList_[index];
+        if (entry->state == UploadFileState::Canceled || entry->state == UploadFileState::Success ||
+            entry->state == UploadFileState::Failure)
+            return false;
+        entry->state = UploadFileState::Canceled;
+        // Tested after the entry was marked, so a running upload of it is left to finish: hosts rely on
+        // a cancelled current file still completing.
+        if (entry->state == UploadFileState::Uploading) {
+            cancelUploadRequest(false);
+            next();
+        }
+        return true;
+    });
 }
 
 bool VODUploadClient::resumeFile(int index) {
-    vodLogDebug(kLogSource, "resumeFile called." + std::to_string(index));
-    if (!inRange(index, uploadList_.size())) return false;
-    auto entry = uploadList_[index];
-    if (entry->state != UploadFileState::Canceled) return false;
-    entry->state = UploadFileState::Ready;
-    const int current = static_cast<int>(state_.load());
-    if (current == static_cast<int>(VODClientState::Finished) || current == 6) {
-        transitionTo(VODClientState::Started);
-        next();
-    }
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "resumeFile called." + std::to_string(index));
+        if (!inRange(index, uploadList_.size())) return false;
+        auto entry = uploadList_[index];
+        if (entry->state != UploadFileState::Canceled) return false;
+        entry->state = UploadFileState::Ready;
+        const int current = static_cast<int>(state_.load());
+        if (current == static_cast<int>(VODClientState::Finished) || current == 6) {
+            transitionTo(VODClientState::Started);
+            next();
+        }
+        return true;
+    });
 }
 
 bool VODUploadClient::start() {
-    vodLogDebug(kLogSource, "start called.");
-    if (state_ == VODClientState::Started) return false;
-    transitionTo(VODClientState::Started);
-    next();
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "start called.");
+        if (state_ == VODClientState::Started) return false;
+        transitionTo(VODClientState::Started);
+        next();
+        return true;
+    });
 }
 
 bool VODUploadClient::stop() {
-    vodLogDebug(kLogSource, "stop called.");
-    if (state_ != VODClientState::Started && state_ != VODClientState::Paused) return false;
-    transitionTo(VODClientState::Stopped);
-    cancelUploadRequest(true);
-    resumableUploadReq_.store(nullptr);
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "stop called.");
+        if (state_ != VODClientState::Started && state_ != VODClientState::Paused) return false;
+        transitionTo(VODClientState::Stopped);
+        cancelUploadRequest(true);
+        resumableUploadReq_.reset();
+        return true;
+    });
 }
 
 bool VODUploadClient::pause() {
-    vodLogDebug(kLogSource, "pause called.");
-    if (state_ != VODClientState::Started) return false;
-    transitionTo(VODClientState::Paused);
-    cancelUploadRequest(true);  // the request is kept: resume continues its upload id
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "pause called.");
+        if (state_ != VODClientState::Started) return false;
+        transitionTo(VODClientState::Paused);
+        cancelUploadRequest(true);  // the request is kept: resume continues its upload id
+        return true;
+    });
 }
 
 bool VODUploadClient::resume() {
-    vodLogDebug(kLogSource, "resume called.");
-    if (state_ != VODClientState::Paused) return false;
-    transitionTo(VODClientState::Started);
-    if (uploadId_ && !uploadId_->empty())
-        resumableUpload();
-    else
-        next();
-    return true;
+    return serially([&] {
+        vodLogDebug(kLogSource, "resume called.");
+        if (state_ != VODClientState::Paused) return false;
+        transitionTo(VODClientState::Started);
+        if (uploadId_ && !uploadId_->empty())
+            resumableUpload();
+        else
+            next();
+        return true;
+    });
 }
 
 void VODUploadClient::next() {
-    uploadId_.reset();
-    cur_.store(nullptr);
-    curImageURL_.reset();
-    curVideoId_.reset();
-    {
-        std::lock_guard lock(*credentialsMutex_);
-        openApiConfig_.reset();
-    }
-    curInnerFileInfo_.reset();
-    std::shared_ptr<UploadFileInfo> file;
-    for (const auto& entry : uploadList_) {
-        if (entry->state == UploadFileState::Ready) {
-            file = entry;
-            break;
+    serially([&] {
+        uploadId_.reset();
+        uploadIdIsNew_ = false;
+        cur_.reset();
+        curImageURL_.reset();
+        curVideoId_.reset();
+        {
+            std::lock_guard lock(*credentialsMutex_);
+            openApiConfig_.reset();
         }
-    }
-    cur_.store(file);
-    if (!file) {
-        transitionTo(VODClientState::Finished);
-        return;
-    }
-    if (callback_ && callback_->started) callback_->started(file);
-    curInnerFileInfo_ = std::make_shared<VODInnerFileInfo>(file->filePath);
-    sendUploadEvent(20001, {{"ql", uploadList_.size()}});
-    if (file->bucket && file->endpoint)
-        startOSSClientUpload();
-    else
-        requestUploadAuthAddress();
+        curInnerFileInfo_.reset();
+        std::shared_ptr<UploadFileInfo> file;
+        for (const auto& entry : uploadList_) {
+            if (entry->state == UploadFileState::Ready) {
+                file = entry;
+                break;
+            }
+        }
+        cur_ = file;
+        if (!file) {
+            transitionTo(VODClientState::Finished);
+            return;
+        }
+        if (callback_ && callback_->started) callback_->started(file);
+        curInnerFileInfo_ = std::make_shared<VODInnerFileInfo>(file->filePath);
+        sendUploadEvent(20001, {{"ql", uploadList_.size()}});
+        if (file->bucket && file->endpoint)
+            startOSSClientUpload();
+        else
+            requestUploadAuthAddress();
+    });
 }
 
 void VODUploadClient::requestUploadAuthAddress() {
-    const auto cur = cur_.load();
-    const std::string type = curInnerFileInfo_ ? curInnerFileInfo_->fileType : "other";
-    if (type == "other") {
-        sendUploadEvent(20004, {{"code", "400"}, {"message", kNoExtensionMessage}});
-        if (callback_ && callback_->failure) callback_->failure(cur, "400", kNoExtensionMessage);
-        if (cur) cur->state = UploadFileState::Failure;
-        return;  // the queue waits on this file until the caller moves it on
-    }
-    if (type == "img")
-        createUploadImage();
-    else
-        createUploadVideo();
+    serially([&] {
+        const auto cur = cur_;
+        const std::string type = curInnerFileInfo_ ? curInnerFileInfo_->fileType : "other";
+        if (type == "other") {
+            sendUploadEvent(20004, {{"code", "400"}, {"message", kNoExtensionMessage}});
+            failCurrentFile("400", kNoExtensionMessage);
+            return;  // the queue waits on this file until the caller moves it on
+        }
+        if (type == "img")
+            createUploadImage();
+        else
+            createUploadVideo();
+    });
 }
 
 int VODUploadClient::shouldRetry(const Error& error) const {

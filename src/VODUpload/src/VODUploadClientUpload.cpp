@@ -1,8 +1,8 @@
 // The multipart upload of the current file: the object-storage client, the initiation, the resumable
-// upload with its progress handling, and the retry policy shared by both steps.
+// upload with its progress handling, and the retry policy shared by both steps. Completions and
+// progress arrive on the object-storage client's threads and are posted to the client's queue.
 #include <algorithm>
 #include <filesystem>
-#include <thread>
 
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/VODInnerApi.h"
@@ -10,11 +10,22 @@
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadClient.h"
 #include "foundation/dispatch.h"
-#include "foundation/temp_files.h"
-#include "oss/oss_body.h"
-#include "oss/oss_checkpoint.h"
+#include "oss/oss_upload_record.h"
 
 namespace quorvane {
+
+// What the progress handler reads: taken when the upload request is made, so a later file does not
+// leak into the reports of this one.
+struct VODUploadProgressContext {
+    std::weak_ptr<VODInnerFileInfo> fileInfo;
+    std::shared_ptr<UploadFileInfo> file;
+    std::string uploadId, videoId, uploadAddress, region;
+    std::int32_t partSize = 0;
+    std::function<void()> retryResume;
+    std::function<void(const std::shared_ptr<UploadFileInfo>&, long, long)> progress;
+    int lastPartNumber = 0;
+};
+
 namespace {
 
 std::int64_t fileSizeOf(const std::string& path) {
@@ -23,28 +34,15 @@ std::int64_t fileSizeOf(const std::string& path) {
     return ec ? 0 : static_cast<std::int64_t>(size);
 }
 
-// What the progress handler reads: taken when the upload request is made, so a later file does not
-// leak into the reports of this one.
-struct ProgressContext {
-    std::weak_ptr<VODUploadClient> client;
-    std::weak_ptr<AVCVEventManager> events;
-    std::weak_ptr<VODInnerFileInfo> fileInfo;
-    std::shared_ptr<UploadFileInfo> file;
-    std::string uploadId, videoId, uploadAddress, region;
-    std::int32_t partSize = 0;
-    bool reportEnabled = true;
-    std::function<void()> retryResume;
-    std::function<void(const std::shared_ptr<UploadFileInfo>&, long, long)> progress;
-    int lastPartNumber = 0;  // calls are serialised by the object-storage client
-};
-
 }  // namespace
 
-void VODUploadClient::setRetrySleeper(RetrySleeper sleeper) { retrySleeper_ = std::move(sleeper); }
+// At most about 5,000 parts whatever the file's size.
+std::int64_t VODUploadClient::partSizeFor(std::int64_t fileSize) const {
+    return std::max<std::int64_t>(uploadPartSize_, fileSize / 4999);
+}
 
 bool VODUploadClient::makeOSSClient() {
-    const auto cur = cur_.load();
-    client_ = std::make_shared<oss::OSSClient>(cur && cur->endpoint ? *cur->endpoint : std::string(),
+    client_ = std::make_shared<oss::OSSClient>(cur_ && cur_->endpoint ? *cur_->endpoint : std::string(),
                                                getCredentialProvider(), conf_);
     const bool created = client_->isValid();
     // The tags are the other way round from the messages; log readers match them as they are.
@@ -56,130 +54,127 @@ bool VODUploadClient::makeOSSClient() {
 }
 
 void VODUploadClient::startOSSClientUpload() {
-    makeOSSClient();
-    initMultiUpload();  // a client without a usable endpoint fails there, like any other error
+    serially([&] {
+        makeOSSClient();
+        initMultiUpload();  // a client without a usable endpoint fails there, like any other error
+    });
 }
 
 void VODUploadClient::initMultiUpload() {
-    const auto cur = cur_.load();
-    vodLogDebug(kLogSource, "send initMultiUpload request.....");
-    if (!cur || !client_) return;
-    auto request = std::make_shared<oss::OSSInitMultipartUploadRequest>();
-    request->bucketName = cur->bucket.value_or("");
-    request->objectKey = cur->object.value_or("");
-    auto task = client_->multipartUploadInit(request);
-    sendStartEvent();
-    std::weak_ptr<VODUploadClient> weak = weak_from_this();
-    task->continueWithBlock([weak](const auto& done) {
-        if (auto self = weak.lock()) self->onInitMultiUpload(done);
+    serially([&] {
+        vodLogDebug(kLogSource, "send initMultiUpload request.....");
+        if (!cur_ || !client_) return;
+        const std::string bucket = cur_->bucket.value_or(""), object = cur_->object.value_or("");
+        // An upload an earlier run (a crash, a restart) began for this very file holds its stored
+        // parts: continue it rather than begin another that would stay open on the service.
+        if (auto recorded = oss::recordedUploadId(recordDirectoryPath_, bucket, object, cur_->filePath,
+                                                  partSizeFor(fileSizeOf(cur_->filePath)))) {
+            sendStartEvent();
+            onUploadIdReady(*recorded, false);
+            return;
+        }
+        auto request = std::make_shared<oss::OSSInitMultipartUploadRequest>();
+        request->bucketName = bucket;
+        request->objectKey = object;
+        auto task = client_->multipartUploadInit(request);
+        sendStartEvent();
+        task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
+            if (auto self = weak.lock()) self->later([task](VODUploadClient& c) { c.onInitMultiUpload(*task); });
+        });
     });
 }
 
 void VODUploadClient::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task) {
-    const auto cur = cur_.load();
     if (auto error = task.error()) {
         vodLogDebug(kLogSource, "init uploadid failed, error: " + error->toString());
         sendUploadEvent(20004, {{"code", error->code}, {"message", error->description}});
         handleUploadError(*error, UploadStep::Init);
         return;
     }
+    onUploadIdReady(task.result()->uploadId, true);
+}
+
+void VODUploadClient::onUploadIdReady(const std::string& uploadId, bool fresh) {
     // The counter is reset without retryResume here: the upload has not moved yet.
     if (retryNotify_ != 0) retryNotify_ = 0;
-    uploadId_ = task.result()->uploadId;
-    vodLogDebug(kLogSource, "init uploadid success. uploadId:" + *uploadId_);
-    if (!cur) return;
-    cur->state = UploadFileState::Uploading;
+    uploadId_ = uploadId;
+    uploadIdIsNew_ = fresh;
+    vodLogDebug(kLogSource, "init uploadid success. uploadId:" + uploadId);
+    if (!cur_) return;
+    cur_->state = UploadFileState::Uploading;
     resumableUpload();
 }
 
-// A record left in the record directory by an earlier run (a crash, a restart) for this file and
-// object names the upload that holds its parts: continue that one rather than the id just
-// initiated. The request then goes without an id, so a record the service no longer knows falls
-// back to a fresh initiation.
-void VODUploadClient::adoptRecordedUpload(oss::OSSResumableUploadRequest& request) {
-    if (request.recordDirectoryPath.empty()) return;
-    Error error;
-    auto file = oss::inspectLocalFile(request.uploadingFileURL, &error);
-    if (!file) return;
-    auto recordPath = std::filesystem::path(request.recordDirectoryPath) /
-                      oss::checkpointFileName(request.bucketName, request.objectKey, file->path);
-    auto text = foundation::readFile(recordPath.string());
-    auto record = text ? oss::parseCheckpoint(*text) : std::nullopt;
-    if (!record || record->uploadId.empty() || record->uploadId == request.uploadId) return;
-    if (record->bucket != request.bucketName || record->objectKey != request.objectKey ||
-        record->fileSize != file->size || record->fileMtimeNs != file->mtimeNs || record->partSize != request.partSize)
-        return;
-    vodLogDebug(kLogSource, "continue recorded uploadId:" + record->uploadId);
-    uploadId_ = record->uploadId;
-    request.uploadId.clear();
+void VODUploadClient::resumableUpload() {
+    serially([&] {
+        vodLogDebug(kLogSource, "send resumableUpload request.....");
+        if (!cur_ || !client_) return;
+        client_->setCredentialProvider(getCredentialProvider());
+        auto request = std::make_shared<oss::OSSResumableUploadRequest>();
+        request->recordDirectoryPath = recordDirectoryPath_;
+        request->bucketName = cur_->bucket.value_or("");
+        request->objectKey = cur_->object.value_or("");
+        request->uploadId = uploadId_.value_or("");
+        request->uploadIdIsNew = std::exchange(uploadIdIsNew_, false);
+        request->partSize = partSizeFor(fileSizeOf(cur_->filePath));
+        request->deleteUploadIdOnCancelling = !recordUploadProgress_;
+        if (cur_->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur_->vodInfo->toJson();
+        request->uploadingFileURL = cur_->filePath;
+
+        auto context = std::make_shared<VODUploadProgressContext>();
+        context->fileInfo = curInnerFileInfo_;
+        context->file = cur_;
+        context->uploadId = uploadId_.value_or("");
+        context->videoId = curVideoId_.value_or("");
+        context->uploadAddress = curUploadAddress_.value_or("");
+        context->region = region_;
+        context->partSize = uploadPartSize_;
+        if (callback_) {
+            context->retryResume = callback_->retryResume;
+            context->progress = callback_->progress;
+        }
+        request->uploadProgress = [weak = weak_from_this(), context](std::int64_t bytesSent, std::int64_t totalSent,
+                                                                     std::int64_t totalExpected) {
+            if (auto self = weak.lock())
+                self->later([context, bytesSent, totalSent, totalExpected](VODUploadClient& c) {
+                    c.onProgress(context, bytesSent, totalSent, totalExpected);
+                });
+        };
+
+        resumableUploadReq_ = request;
+        auto task = client_->resumableUpload(request);
+        task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
+            if (auto self = weak.lock()) self->later([task](VODUploadClient& c) { c.onResumableUpload(*task); });
+        });
+    });
 }
 
-void VODUploadClient::resumableUpload() {
-    const auto cur = cur_.load();
-    vodLogDebug(kLogSource, "send resumableUpload request.....");
-    if (!cur || !client_) return;
-    client_->setCredentialProvider(getCredentialProvider());
-    const std::int64_t size = fileSizeOf(cur->filePath);
-    auto request = std::make_shared<oss::OSSResumableUploadRequest>();
-    request->recordDirectoryPath = recordDirectoryPath_;
-    request->bucketName = cur->bucket.value_or("");
-    request->objectKey = cur->object.value_or("");
-    request->uploadId = uploadId_.value_or("");
-    request->partSize = std::max<std::int64_t>(uploadPartSize_, size / 4999);
-    request->deleteUploadIdOnCancelling = !recordUploadProgress_;
-    if (cur->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur->vodInfo->toJson();
-    request->uploadingFileURL = cur->filePath;
-    adoptRecordedUpload(*request);
-
-    auto context = std::make_shared<ProgressContext>();
-    context->client = weak_from_this();
-    context->events = eventManager_;
-    context->fileInfo = curInnerFileInfo_;
-    context->file = cur;
-    context->uploadId = uploadId_.value_or("");
-    context->videoId = curVideoId_.value_or("");
-    context->uploadAddress = curUploadAddress_.value_or("");
-    context->region = region_;
-    context->partSize = uploadPartSize_;
-    context->reportEnabled = reportEnabled_;
-    if (callback_) {
-        context->retryResume = callback_->retryResume;
-        context->progress = callback_->progress;
+void VODUploadClient::onProgress(const std::shared_ptr<VODUploadProgressContext>& context, std::int64_t bytesSent,
+                                 std::int64_t totalSent, std::int64_t totalExpected) {
+    auto& c = *context;
+    if (vodLogEnabled())  // called for every step of every part: no text built for nobody
+        vodLogDebug(kLogSource, std::to_string(bytesSent) + ", " + std::to_string(totalSent) + ", " +
+                                    std::to_string(totalExpected));
+    const int partNumber = c.partSize != 0 ? static_cast<int>(totalSent / c.partSize) : 0;
+    const bool retrying = retryNotify_ != 0;
+    if ((totalSent >= totalExpected || partNumber != c.lastPartNumber) && bytesSent != 0 && !retrying)
+        sendUploadEvent(20007, Value::object());
+    if (totalSent == 0 || partNumber != c.lastPartNumber)
+        sendUploadEvent(20005, {{"ui", c.uploadId}, {"pn", partNumber}, {"pr", retrying ? 1 : 0}});
+    auto fileInfo = c.fileInfo.lock();
+    // Read at each call: a host may switch reporting off while a file is under way.
+    if (fileInfo && fileInfo->fileType == "video" && reportEnabled_) {
+        // The ratio of this call's bytes, not of the total: that is what the service expects.
+        const float ratio = totalExpected > 0 ? static_cast<float>(bytesSent * 100 / totalExpected) / 100.0f : 0.0f;
+        VODInnerApi::reportUploadProgress(*fileInfo, ratio, c.partSize, partNumber, c.uploadId, c.videoId,
+                                          c.uploadAddress, c.region, nullptr);
     }
-    request->uploadProgress = [context](std::int64_t bytesSent, std::int64_t totalSent, std::int64_t totalExpected) {
-        auto self = context->client.lock();
-        if (!self) return;
-        auto& c = *context;
-        if (vodLogEnabled())  // called for every step of every part: no text built for nobody
-            vodLogDebug(kLogSource, std::to_string(bytesSent) + ", " + std::to_string(totalSent) + ", " +
-                                        std::to_string(totalExpected));
-        const int partNumber = c.partSize != 0 ? static_cast<int>(totalSent / c.partSize) : 0;
-        const bool retrying = self->retryNotify_ != 0;
-        if ((totalSent >= totalExpected || partNumber != c.lastPartNumber) && bytesSent != 0 && !retrying)
-            self->sendUploadEvent(20007, Value::object());
-        if (totalSent == 0 || partNumber != c.lastPartNumber)
-            self->sendUploadEvent(20005, {{"ui", c.uploadId}, {"pn", partNumber}, {"pr", retrying ? 1 : 0}});
-        auto fileInfo = c.fileInfo.lock();
-        if (fileInfo && fileInfo->fileType == "video" && c.reportEnabled) {
-            // The ratio of this call's bytes, not of the total: that is what the service expects.
-            const float ratio = totalExpected > 0 ? static_cast<float>(bytesSent * 100 / totalExpected) / 100.0f : 0.0f;
-            VODInnerApi::reportUploadProgress(*fileInfo, ratio, c.partSize, partNumber, c.uploadId, c.videoId,
-                                              c.uploadAddress, c.region, nullptr);
-        }
-        c.lastPartNumber = partNumber;
-        if (c.retryResume && self->retryNotify_ != 0) {
-            c.retryResume();
-            self->retryNotify_ = 0;
-        }
-        if (c.progress) c.progress(c.file, static_cast<long>(totalSent), static_cast<long>(totalExpected));
-    };
-
-    resumableUploadReq_.store(request);
-    auto task = client_->resumableUpload(request);
-    std::weak_ptr<VODUploadClient> weak = weak_from_this();
-    task->continueWithBlock([weak](const auto& done) {
-        if (auto self = weak.lock()) self->onResumableUpload(done);
-    });
+    c.lastPartNumber = partNumber;
+    if (c.retryResume && retryNotify_ != 0) {
+        c.retryResume();
+        retryNotify_ = 0;
+    }
+    if (c.progress) c.progress(c.file, static_cast<long>(totalSent), static_cast<long>(totalExpected));
 }
 
 void VODUploadClient::onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task) {
@@ -200,7 +195,7 @@ void VODUploadClient::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
         retryNotify_ = 0;
     }
     vodLogDebug(kLogSource, "Upload file success");
-    auto file = cur_.load();
+    auto file = cur_;
     if (file) {
         file->state = UploadFileState::Success;
         VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
@@ -216,15 +211,17 @@ void VODUploadClient::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
         }
         callback_->finish(file, result);
     }
-    resumableUploadReq_.store(nullptr);
+    resumableUploadReq_.reset();
     sendUploadEvent(20003, Value::object());
     next();
 }
 
+// The file's state is settled before the listener hears of it, so a host that looks at the queue
+// from the callback (or polls it) sees the failure.
 void VODUploadClient::failCurrentFile(const std::string& code, const std::string& message) {
-    const auto cur = cur_.load();
-    if (callback_ && callback_->failure) callback_->failure(cur, code, message);
+    const auto cur = cur_;
     if (cur) cur->state = UploadFileState::Failure;
+    if (callback_ && callback_->failure) callback_->failure(cur, code, message);
 }
 
 void VODUploadClient::failCurrentFile(const Error& error) {
@@ -234,7 +231,6 @@ void VODUploadClient::failCurrentFile(const Error& error) {
 }
 
 void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
-    const auto cur = cur_.load();
     switch (shouldRetry(error)) {
     case 0:
         failCurrentFile(error);  // the queue waits on the failed file
@@ -246,10 +242,9 @@ void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
         if (callback_ && callback_->expire) callback_->expire();
         return;
     case 3: {
-        if (cur) cur->state = UploadFileState::Canceled;
-        std::weak_ptr<VODUploadClient> weak = weak_from_this();
-        foundation::dispatch::main().async([weak] {
-            if (auto self = weak.lock()) self->next();
+        if (cur_) cur_->state = UploadFileState::Canceled;
+        foundation::dispatch::main().async([weak = weak_from_this()] {
+            if (auto self = weak.lock()) self->later([](VODUploadClient& c) { c.next(); });
         });
         return;
     }
@@ -261,29 +256,32 @@ void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
 }
 
 void VODUploadClient::retryUploadStep(const Error& error, UploadStep step) {
-    const auto cur = cur_.load();
     if (state_ == VODClientState::Paused) return;
     if (step == UploadStep::Init)
         vodLogDebug(kLogSource, "initMultiUpload Retry after 2 second....");
     else
         vodLogDebug(kLogSource, "resumableUpload Retry after 2 second...." +
-                                    std::to_string(cur ? static_cast<long>(cur->state.load()) : 0L));
-    if (static_cast<std::uint32_t>(retryNotify_.load()) >= static_cast<std::uint32_t>(maxRetryCount_)) {
+                                    std::to_string(cur_ ? static_cast<long>(cur_->state.load()) : 0L));
+    if (static_cast<std::uint32_t>(retryNotify_) >= static_cast<std::uint32_t>(maxRetryCount_)) {
         failCurrentFile(error);
         retryNotify_ = 0;
         return;
     }
     if (retryNotify_ == 0 && callback_ && callback_->retry) callback_->retry();
     ++retryNotify_;
-    if (retrySleeper_)
-        retrySleeper_(kRetryWait);
-    else
-        std::this_thread::sleep_for(kRetryWait);  // blocks this worker thread, as callers expect
-    if (state_ == VODClientState::Paused) return;
-    if (step == UploadStep::Init)
-        initMultiUpload();
-    else
-        resumableUpload();
+    // A timer on the queue, not a blocked thread: pause, stop and the caller's calls go on meanwhile,
+    // and the state is read again when it fires.
+    auto retry = [step](VODUploadClient& c) {
+        if (c.state_ == VODClientState::Paused) return;
+        if (step == UploadStep::Init)
+            c.initMultiUpload();
+        else
+            c.resumableUpload();
+    };
+    foundation::after(std::chrono::duration<double>(retryWait_).count(), queue_,
+                      [weak = weak_from_this(), retry] {
+                          if (auto self = weak.lock()) retry(*self);
+                      });
 }
 
 }  // namespace quorvane
