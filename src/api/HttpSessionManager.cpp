@@ -1,6 +1,7 @@
 #include "api/HttpSessionManager.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <vector>
 
@@ -52,7 +53,8 @@ Error statusError(long status, const std::string& url) {
 
 HttpSessionManager::HttpSessionManager(std::shared_ptr<foundation::HttpClient> client)
     : client_(client ? std::move(client) : foundation::HttpClient::shared()),
-      completionQueue_(&foundation::dispatch::main()) {}
+      completionQueue_(&foundation::dispatch::main()),
+      timeoutInterval_(defaultTimeoutInterval()) {}
 
 void HttpSessionManager::setHeader(foundation::Headers& headers, const std::string& value, const std::string& field) {
     for (auto& header : headers)
@@ -93,6 +95,7 @@ foundation::HttpRequest HttpSessionManager::requestWithMethod(const std::string&
     foundation::HttpRequest request;
     request.method = method;
     request.url = url;
+    request.idleTimeoutSeconds = timeoutInterval_;
     request.headers = headers_;
     std::string query = queryString(parameters);
     if (method == "GET" || method == "HEAD" || method == "DELETE") {
@@ -110,6 +113,7 @@ foundation::HttpRequest HttpSessionManager::multipartRequest(const std::string& 
     foundation::HttpRequest request;
     request.method = "POST";
     request.url = url;
+    request.idleTimeoutSeconds = timeoutInterval_;
     for (const auto& header : headers_)
         if (!sameField(header.first, "Content-Type")) request.headers.push_back(header);
     std::vector<foundation::FormPart> parts;
@@ -146,5 +150,18 @@ void HttpSessionManager::dataTask(foundation::HttpRequest request, std::function
         });
     });
 }
+
+namespace {
+std::atomic<long>& defaultTimeout() {
+    static std::atomic<long> seconds{HttpSessionManager::kDefaultTimeoutInterval};
+    return seconds;
+}
+}  // namespace
+
+void HttpSessionManager::setDefaultTimeoutInterval(long seconds) {
+    defaultTimeout() = seconds > 0 ? seconds : kDefaultTimeoutInterval;
+}
+
+long HttpSessionManager::defaultTimeoutInterval() { return defaultTimeout(); }
 
 }  // namespace quorvane

@@ -46,6 +46,13 @@ public:
     std::optional<std::string> valueForHTTPHeaderField(const std::string& field) const;
     const foundation::Headers& HTTPRequestHeaders() const { return headers_; }
 
+    // Seconds without a byte moved before a request fails (the serializer's time-out; a request that
+    // still moves bytes is never cut). New sessions take the process-wide default, 60 unless set.
+    void setTimeoutInterval(long seconds) { timeoutInterval_ = seconds > 0 ? seconds : kDefaultTimeoutInterval; }
+    long timeoutInterval() const { return timeoutInterval_; }
+    static constexpr long kDefaultTimeoutInterval = 60;
+    static void setDefaultTimeoutInterval(long seconds);
+    static long defaultTimeoutInterval();
     // Where completions run; the main queue unless set. The queue must outlive the session's tasks.
     void setCompletionQueue(foundation::Queue* queue) { completionQueue_ = queue; }
 
@@ -75,6 +82,7 @@ private:
     std::shared_ptr<foundation::HttpClient> client_;
     foundation::Headers headers_;
     foundation::Queue* completionQueue_;
+    long timeoutInterval_;
 };
 
 }  // namespace quorvane

@@ -4,7 +4,9 @@
 #include <atomic>
 
 #include "api/QuorvaneApiManager.h"
+#include "api/HttpSessionManager.h"
 #include "api_test_support.h"
+#include "support/net_faults.h"
 #include "upload_bridge/ApiOSSUploadTool.h"
 
 namespace quorvane {
@@ -185,6 +187,21 @@ TEST(RequestHelpers, UnreachableHostOrBadUrlFailsExactlyOnce) {
             EXPECT_TRUE(out.data.is_null());
             EXPECT_TRUE(out.error.has_value());
         }
+}
+
+TEST(RequestHelpers, ServerThatNeverAnswersFailsExactlyOnce) {
+    test::SilentServer silent;
+    HttpSessionManager::setDefaultTimeoutInterval(1);
+    for (Helper helper : kAllHelpers) {
+        Outcome out;
+        call(helper, silent.endpoint() + "/stalled", out);
+        out.waitExactlyOnce();
+        EXPECT_EQ(out.status, "failure");
+        ASSERT_TRUE(out.error.has_value());
+        EXPECT_EQ(out.error->code, 28);  // the transport's time-out
+    }
+    HttpSessionManager::setDefaultTimeoutInterval(0);
+    EXPECT_EQ(HttpSessionManager::defaultTimeoutInterval(), HttpSessionManager::kDefaultTimeoutInterval);
 }
 
 TEST(RequestHelpers, AbsentCallbacksAreHarmless) {
