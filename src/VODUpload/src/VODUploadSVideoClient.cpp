@@ -175,7 +175,7 @@ std::optional<VODUploadSVideoClient::Job> VODUploadSVideoClient::advance(std::ui
             return job_;
         }
     }
-    dropStale("step of an earlier job");
+    dropStale("next step");
     return std::nullopt;
 }
 

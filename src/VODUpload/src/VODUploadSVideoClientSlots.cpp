@@ -31,8 +31,9 @@ std::pair<std::string, std::string> describe(const Error& error) {
     return {code ? *code : std::to_string(error.code), message ? *message : error.description};
 }
 
-// The engine reports a finished file before its worker moves the queue on; the queue is only
-// changed once that worker left Started, so it is not changed under it.
+// The engine reports a finished file before its worker moves the queue on, and a run cancelled by
+// cancel stays Started until its request has reported; the queue is only changed once the engine
+// left Started, so it is not changed under it.
 constexpr std::chrono::seconds kEngineSettleTimeout{2};
 
 }  // namespace
