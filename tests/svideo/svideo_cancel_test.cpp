@@ -1,6 +1,7 @@
-// Cancel in each step of the job, and a failure in each step reaching the delegate once; after
-// either, the client takes the next job.
-#include "foundation/http_client.h"
+// Cancel in each step of the job, with the next job started at once; a failure in each step
+// reaching the delegate once; after either, the client takes the next job.
+#include <algorithm>
+
 #include "svideo_test_support.h"
 
 using namespace quorvane;
@@ -9,32 +10,79 @@ using emulator::Fault;
 
 using SVideoCancel = SVideoCloudTest;
 
-namespace {
+struct CancelPoint {
+    const char* name;
+    std::string op;  // the request held in flight when the job is cancelled
+    int step;        // the step the job is in then
+};
 
-const std::string kCancelledCode = std::to_string(foundation::kHttpErrorCancelled);
+void PrintTo(const CancelPoint& point, std::ostream* out) { *out << point.name; }
 
-}  // namespace
+class SVideoRestart : public SVideoCloudTest, public ::testing::WithParamInterface<CancelPoint> {};
 
-TEST_F(SVideoCancel, CancelDuringASlotRequestReportsTheCancelledRequestAndUploadsNothing) {
-    cloud.addFault(Fault::delay("CreateUploadImage", 1500));
+// The cancelled job's request ends after the next job began; whatever it brings (the cancellation,
+// a reply) belongs to the cancelled job and must not touch the new one or reach the delegate.
+TEST_P(SVideoRestart, NewJobStartedRightAfterACancelIsTheOnlyOneHeardFrom) {
+    const CancelPoint& point = GetParam();
+    constexpr int kHoldMs = 1500;
+    // Each job's image slot is a separate request: the first job's is held only when it is the
+    // cancel point, the second job's always, so there is a window while the second job waits.
+    cloud.addFaults({Fault::delay("CreateUploadImage", point.op == "CreateUploadImage" ? kHoldMs : 0),
+                     Fault::delay("CreateUploadImage", kHoldMs)});
+    if (point.op != "CreateUploadImage") cloud.addFault(Fault::delay(point.op, kHoldMs));
     ASSERT_TRUE(start());
+    ASSERT_TRUE(waitUntil([&] { return cloud.firedCount(point.op) == 1 && client->step() == point.step; }));
+    const std::size_t progressBefore = delegate->progress().size();
     client->cancel();
     EXPECT_TRUE(idle());
-    ASSERT_TRUE(delegate->waitFor("failed"));
-    EXPECT_EQ(delegate->failures().at(0).first, kCancelledCode);
-    EXPECT_TRUE(idle());
-
-    cloud.addFault(Fault::delay("CreateUploadVideo", 1500));
     ASSERT_TRUE(start());
-    ASSERT_TRUE(waitUntil([&] { return client->step() == 5; }));
-    client->cancel();
+
+    // Until the second job's slot arrives, the cancelled request ends and is dropped; a third start
+    // stays refused all along.
+    bool admitted = false;
+    ASSERT_TRUE(waitUntil([&] {
+        admitted = admitted || start();
+        return admitted || client->step() >= 2;
+    }));
+    EXPECT_FALSE(admitted);
+
+    ASSERT_TRUE(delegate->waitFor("result"));
     EXPECT_TRUE(idle());
-    ASSERT_TRUE(delegate->waitFor("failed", 2));
-    EXPECT_EQ(delegate->failures().at(1).first, kCancelledCode);
-    EXPECT_TRUE(idle());
-    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);  // the second job's cover only
-    EXPECT_EQ(delegate->count("result"), 0);
+    EXPECT_EQ(delegate->failures(), (std::vector<std::pair<std::string, std::string>>{}));
+    EXPECT_EQ(delegate->count("expired"), 0);
+    ASSERT_EQ(delegate->successes().size(), 1u);
+    ASSERT_EQ(delegate->results().size(), 1u);
+    const auto heard = delegate->results()[0];
+    EXPECT_EQ(delegate->successes()[0].vid, heard.videoId);
+    EXPECT_EQ(delegate->successes()[0].imageUrl, heard.imageUrl);
+
+    // The video and the cover the delegate names are the second job's, both stored whole.
+    const auto videos = cloud.videos();
+    const auto video =
+        std::find_if(videos.begin(), videos.end(), [&](const auto& v) { return v.videoId == heard.videoId; });
+    ASSERT_NE(video, videos.end());
+    EXPECT_EQ(cloud.objectBytes(video->bucket, video->objectKey), bytesOf(clip));
+    EXPECT_EQ(video->params.value("CoverURL", ""), heard.imageUrl.value_or("-"));
+    const auto images = cloud.images();
+    const auto image =
+        std::find_if(images.begin(), images.end(), [&](const auto& i) { return i.imageURL == heard.imageUrl; });
+    ASSERT_NE(image, images.end());
+    EXPECT_EQ(cloud.objectBytes(image->bucket, image->objectKey), bytesOf(cover));
+
+    // From the cancel on, one bar: the second job's, never backwards, ending full.
+    const auto progress = delegate->progress();
+    ASSERT_GT(progress.size(), progressBefore);
+    for (std::size_t i = progressBefore + 1; i < progress.size(); ++i) {
+        EXPECT_GE(progress[i].first, progress[i - 1].first);
+    }
+    EXPECT_EQ(progress.back().first, coverSize() + clipSize());
 }
+
+INSTANTIATE_TEST_SUITE_P(EachRequest, SVideoRestart,
+                         ::testing::Values(CancelPoint{"ImageSlot", "CreateUploadImage", 1},
+                                           CancelPoint{"CoverPart", "UploadPart", 3},
+                                           CancelPoint{"VideoSlot", "CreateUploadVideo", 5}),
+                         [](const auto& info) { return std::string(info.param.name); });
 
 TEST_F(SVideoCancel, CancelDuringEitherUploadStopsItQuietlyAndTheNextJobRuns) {
     for (int i = 0; i < 6; ++i) cloud.addFault(Fault::delay("UploadPart", 400));

@@ -33,30 +33,30 @@ void VODUploadSVideoClient::setup() {
 std::shared_ptr<VODUploadListener> VODUploadSVideoClient::makeListener() {
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
     auto listener = std::make_shared<VODUploadListener>();
-    listener->finish = [weak](const std::shared_ptr<UploadFileInfo>&, const VodUploadResult& result) {
-        if (auto self = weak.lock()) self->onEngineFinish(result);
+    listener->finish = [weak](const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result) {
+        if (auto self = weak.lock()) self->onEngineFinish(file, result);
     };
-    listener->failure = [weak](const std::shared_ptr<UploadFileInfo>&, const std::string& code,
+    listener->failure = [weak](const std::shared_ptr<UploadFileInfo>& file, const std::string& code,
                                const std::string& message) {
-        if (auto self = weak.lock()) self->onEngineFailure(code, message);
+        if (auto self = weak.lock()) self->onEngineFailure(file, code, message);
     };
-    listener->progress = [weak](const std::shared_ptr<UploadFileInfo>&, long uploaded, long total) {
-        if (auto self = weak.lock()) self->onEngineProgress(uploaded, total);
+    listener->progress = [weak](const std::shared_ptr<UploadFileInfo>& file, long uploaded, long /*total*/) {
+        if (auto self = weak.lock()) self->onEngineProgress(file, uploaded);
     };
     listener->expire = [weak] {
         auto self = weak.lock();
-        if (!self) return;
+        if (!self || !self->engineRunIsCurrent("expire")) return;
         if (auto delegate = self->delegate()) delegate->uploadTokenExpired();
     };
     listener->retry = [weak] {
         auto self = weak.lock();
-        if (!self) return;
+        if (!self || !self->engineRunIsCurrent("retry")) return;
         vodLogDebug(kLogSource, "svideo client OnUploadRertyListener");
         if (auto delegate = self->delegate()) delegate->uploadRetry();
     };
     listener->retryResume = [weak] {
         auto self = weak.lock();
-        if (!self) return;
+        if (!self || !self->engineRunIsCurrent("retry resume")) return;
         vodLogDebug(kLogSource, "svideo client OnUploadRertyResumeListener");
         if (auto delegate = self->delegate()) delegate->uploadRetryResume();
     };
@@ -66,56 +66,95 @@ std::shared_ptr<VODUploadListener> VODUploadSVideoClient::makeListener() {
     return listener;
 }
 
-void VODUploadSVideoClient::onEngineFinish(const VodUploadResult& result) {
+bool VODUploadSVideoClient::isEngineFileLocked(const std::shared_ptr<UploadFileInfo>& file) const {
+    return file && job_.engineFile && file->vodInfo == job_.engineFile;
+}
+
+bool VODUploadSVideoClient::engineRunIsCurrent(const char* what) const {
+    {
+        std::lock_guard guard(lock_);
+        if (job_.engineFile) return true;
+    }
+    dropStale(what);
+    return false;
+}
+
+void VODUploadSVideoClient::onEngineFinish(const std::shared_ptr<UploadFileInfo>& file,
+                                           const VodUploadResult& result) {
     std::unique_lock guard(lock_);
+    if (!isEngineFileLocked(file)) {
+        guard.unlock();
+        dropStale("engine finish");
+        return;
+    }
     if (step_ == 3) {
         step_ = 4;  // the cover is up
+        job_.engineFile.reset();
         const bool paused = status_ == kStatusPaused;
+        const std::uint64_t job = job_.generation;
         guard.unlock();
-        if (!paused) createUploadVideo();
+        if (!paused) createUploadVideo(job);
         return;
     }
     if (step_ != 7) return;
     step_ = 0;
     status_ = kStatusIdle;
+    job_.engineFile.reset();
+    VodSVideoUploadResult done;
+    done.videoId = job_.curVideoId;
+    done.imageUrl = job_.curImageURL;
+    done.bucket = result.bucket;
+    done.endpoint = result.endpoint;
     guard.unlock();
     auto delegate = this->delegate();
     if (!delegate) return;
-    delegate->uploadSuccessWithVid(curVideoId_, curImageURL_);
-    VodSVideoUploadResult done;
-    done.videoId = curVideoId_;
-    done.imageUrl = curImageURL_;
-    done.bucket = result.bucket;
-    done.endpoint = result.endpoint;
+    delegate->uploadSuccessWithVid(done.videoId, done.imageUrl);
     delegate->uploadSuccessWithResult(done);
 }
 
-void VODUploadSVideoClient::onEngineFailure(const std::string& code, const std::string& message) {
+void VODUploadSVideoClient::onEngineFailure(const std::shared_ptr<UploadFileInfo>& file, const std::string& code,
+                                            const std::string& message) {
     {
-        std::lock_guard guard(lock_);
+        std::unique_lock guard(lock_);
+        engineHalted_ = true;  // whichever run the file was in, the engine now waits on it
+        if (!isEngineFileLocked(file)) {
+            guard.unlock();
+            dropStale("engine failure");
+            return;
+        }
         step_ = 0;
         status_ = kStatusIdle;
-        engineHalted_ = true;
+        job_.engineFile.reset();
     }
     if (auto delegate = this->delegate()) delegate->uploadFailedWithCode(code, message);
 }
 
-void VODUploadSVideoClient::onEngineProgress(long uploaded, long total) {
-    (void)total;  // the engine's total is one file's; the bar spans both
-    const std::int64_t all = imageFileSize_ + videoFileSize_;
-    const std::int32_t current = step();
-    auto delegate = this->delegate();
-    if (!delegate) return;
-    if (current == 3)
-        delegate->uploadProgressWithUploadedSize(uploaded, all);
-    else if (current == 7)
-        delegate->uploadProgressWithUploadedSize(imageFileSize_ + uploaded, all);
+void VODUploadSVideoClient::onEngineProgress(const std::shared_ptr<UploadFileInfo>& file, long uploaded) {
+    std::int64_t done = 0, all = 0;
+    {
+        // The engine's total is one file's; the bar spans both. Progress is too frequent to log drops.
+        std::lock_guard guard(lock_);
+        if (!isEngineFileLocked(file) || (step_ != 3 && step_ != 7)) return;
+        all = job_.imageFileSize + job_.videoFileSize;
+        done = step_ == 3 ? uploaded : job_.imageFileSize + uploaded;
+    }
+    if (auto delegate = this->delegate()) delegate->uploadProgressWithUploadedSize(done, all);
 }
 
 // The engine asks for the current slot: the file goes where the service said, with its credentials.
 void VODUploadSVideoClient::onEngineStarted(const std::shared_ptr<UploadFileInfo>& file) {
-    client_->setVideoId(curVideoId_);
-    client_->setUploadAuthAndAddress(file, curAuth_.value_or(""), curAddress_.value_or(""));
+    std::unique_lock guard(lock_);
+    if (!isEngineFileLocked(file)) {
+        guard.unlock();
+        dropStale("engine start");
+        return;
+    }
+    const auto videoId = job_.curVideoId;
+    const auto auth = job_.curAuth;
+    const auto address = job_.curAddress;
+    guard.unlock();
+    client_->setVideoId(videoId);
+    client_->setUploadAuthAndAddress(file, auth.value_or(""), address.value_or(""));
 }
 
 std::int32_t VODUploadSVideoClient::status() const {
@@ -128,9 +167,25 @@ std::int32_t VODUploadSVideoClient::step() const {
     return step_;
 }
 
-void VODUploadSVideoClient::setStep(std::int32_t step) {
+std::optional<VODUploadSVideoClient::Job> VODUploadSVideoClient::advance(std::uint64_t job, std::int32_t step) {
+    {
+        std::lock_guard guard(lock_);
+        if (job == job_.generation) {
+            step_ = step;
+            return job_;
+        }
+    }
+    dropStale("next step");
+    return std::nullopt;
+}
+
+bool VODUploadSVideoClient::isCurrent(std::uint64_t job) const {
     std::lock_guard guard(lock_);
-    step_ = step;
+    return job == job_.generation;
+}
+
+void VODUploadSVideoClient::dropStale(const char* what) {
+    vodLogDebug(kLogSource, std::string("svideo client ignores ") + what + " of an earlier job");
 }
 
 void VODUploadSVideoClient::setStatus(std::int32_t status) {
@@ -144,20 +199,15 @@ void VODUploadSVideoClient::setStepAndStatus(std::int32_t step, std::int32_t sta
     status_ = status;
 }
 
-void VODUploadSVideoClient::setCurTask(std::shared_ptr<foundation::HttpTask> task, std::uint64_t generation) {
+void VODUploadSVideoClient::setCurTask(std::shared_ptr<foundation::HttpTask> task, std::uint64_t job) {
     {
         std::lock_guard guard(lock_);
-        if (generation == generation_) {
+        if (job == job_.generation) {
             curTask_ = std::move(task);
             return;
         }
     }
     if (task) task->cancel();
-}
-
-std::uint64_t VODUploadSVideoClient::generation() const {
-    std::lock_guard guard(lock_);
-    return generation_;
 }
 
 void VODUploadSVideoClient::setRequestId(const std::string& requestId) { client_->setRequestId(requestId); }

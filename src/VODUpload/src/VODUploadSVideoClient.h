@@ -8,7 +8,10 @@
 //   VODUploadSVideoClientControl.cpp   start, pause, resume, cancel, credential refresh
 //   VODUploadSVideoClientSlots.cpp     the service requests and the two engine runs
 //
-// Step and status are guarded by one mutex; the delegate and the engine are never called with it held.
+// One mutex guards step, status and the job's fields. Every piece of work (a service request, an engine
+// run) carries the generation of the job it was issued for and checks it under that mutex before it
+// touches anything, so what a cancelled job leaves in flight never reaches the next one. The delegate
+// and the engine are never called with the mutex held: the engine's listener callbacks take it.
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -86,33 +89,55 @@ public:
 private:
     friend struct VODUploadSVideoClientTestAccess;
 
+    // What one job works with. Copied under the lock by the work of that job, so a later job's
+    // values never mix into it.
+    struct Job {
+        std::uint64_t generation = 0;  // moved on by every start and cancel
+        std::string accessKeyId, accessKeySecret, accessToken, expiredTime;
+        std::string videoPath;
+        std::optional<std::string> imagePath;
+        std::shared_ptr<VodSVideoInfo> svideoInfo;
+        std::optional<std::string> curAddress, curAuth, curRequestId, curImageURL, curVideoId;
+        std::int64_t videoFileSize = 0;
+        std::int64_t imageFileSize = 0;
+        // The metadata of the file this job handed the engine: the engine's callbacks about any other
+        // file come from an earlier run.
+        std::shared_ptr<VodInfo> engineFile;
+    };
+
     void setup();
     std::shared_ptr<VODUploadListener> makeListener();
-    void onEngineFinish(const VodUploadResult& result);
-    void onEngineFailure(const std::string& code, const std::string& message);
-    void onEngineProgress(long uploaded, long total);
+    void onEngineFinish(const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result);
+    void onEngineFailure(const std::shared_ptr<UploadFileInfo>& file, const std::string& code,
+                         const std::string& message);
+    void onEngineProgress(const std::shared_ptr<UploadFileInfo>& file, long uploaded);
     void onEngineStarted(const std::shared_ptr<UploadFileInfo>& file);
+    // Expiry and retries name no file: they belong to the current job while it has an engine run.
+    bool engineRunIsCurrent(const char* what) const;
+    // With lock_ held: whether the engine's callback is about this job's file.
+    bool isEngineFileLocked(const std::shared_ptr<UploadFileInfo>& file) const;
 
-    void createUploadImage();
-    void createUploadVideo();
-    void refreshUploadVideo();
-    void uploadImage();
-    void uploadVideo();
-    void onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t generation);
-    void onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t generation);
-    void onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error);
-    void storeSlot(const Value& reply);
+    void createUploadImage(std::uint64_t job);
+    void createUploadVideo(std::uint64_t job);
+    void refreshUploadVideo(std::uint64_t job);
+    void uploadImage(std::uint64_t job);
+    void uploadVideo(std::uint64_t job);
+    void onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t job);
+    void onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t job);
+    void onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t job);
+    void storeSlotLocked(const Value& reply);
     // Hands one file to the engine as its only queue entry and starts it.
-    void runEngine(const std::string& path, std::shared_ptr<VodInfo> info);
-    void continueFromParkedStep();
+    void runEngine(std::uint64_t job, const std::string& path, std::shared_ptr<VodInfo> info);
+    std::optional<std::string> userDataFor(const std::string& videoPath, const std::optional<std::string>& userData);
 
-    // Step and status transitions, under the lock.
-    void setStep(std::int32_t step);
+    // A copy of the job with `step` set, or nothing when `job` is no longer the current one.
+    std::optional<Job> advance(std::uint64_t job, std::int32_t step);
+    bool isCurrent(std::uint64_t job) const;
+    static void dropStale(const char* what);
     void setStatus(std::int32_t status);
     void setStepAndStatus(std::int32_t step, std::int32_t status);
-    // Keeps the request in flight; one issued after a cancel that raced it is cancelled at once.
-    void setCurTask(std::shared_ptr<foundation::HttpTask> task, std::uint64_t generation);
-    std::uint64_t generation() const;
+    // Keeps the request in flight; one issued for a job that is no longer current is cancelled at once.
+    void setCurTask(std::shared_ptr<foundation::HttpTask> task, std::uint64_t job);
 
     bool transcode_ = true;
     bool recordUploadProgress_ = true;
@@ -126,22 +151,15 @@ private:
     std::optional<std::string> workflowId_;
     std::weak_ptr<VODUploadSVideoClientDelegate> delegate_;
 
+    std::shared_ptr<VODUploadClient> client_;
+    mutable std::mutex lock_;
+    // Guarded by lock_.
     std::int32_t status_ = kStatusIdle;
     std::int32_t step_ = 0;
-    std::shared_ptr<VODUploadClient> client_;
-    std::string accessKeyId_, accessKeySecret_, accessToken_, expiredTime_;
-    std::string videoPath_;
-    std::optional<std::string> imagePath_;
-    std::shared_ptr<VodSVideoInfo> svideoInfo_;
-    std::optional<std::string> curAddress_, curAuth_, curRequestId_, curImageURL_, curVideoId_;
+    Job job_;
     std::shared_ptr<foundation::HttpTask> curTask_;
-    std::int64_t videoFileSize_ = 0;
-    std::int64_t imageFileSize_ = 0;
-    // The engine waits on a failed file until it is stopped; the next job stops it first.
+    // The engine waits on a failed file until it is stopped; the next run stops it first.
     bool engineHalted_ = false;
-    // Counts cancels, so work begun before one does not carry on after it.
-    std::uint64_t generation_ = 0;
-    mutable std::mutex lock_;
 };
 
 }  // namespace quorvane

@@ -22,6 +22,8 @@ bool VODUploadSVideoClient::uploadWithVideoPath(const std::string& videoPath,
                                                 std::shared_ptr<VodSVideoInfo> svideoInfo,
                                                 const std::string& accessKeyId, const std::string& accessKeySecret,
                                                 const std::string& accessToken) {
+    const std::int64_t videoFileSize = fileSizeOf(videoPath);
+    const std::int64_t imageFileSize = fileSizeOf(imagePath);
     std::unique_lock guard(lock_);
     if (status_ != kStatusIdle || step_ != 0) {
         guard.unlock();
@@ -33,18 +35,21 @@ bool VODUploadSVideoClient::uploadWithVideoPath(const std::string& videoPath,
         vodLogDebug(kLogSource, "error: title in VodSVideoInfo can not be NULL");
         return false;
     }
-    // Taken under the lock, so a second start racing this one is refused.
+    // Taken under the lock, so a second start racing this one is refused; the new generation makes
+    // whatever an earlier job left in flight stale.
     status_ = kStatusUploading;
+    const std::uint64_t job = ++job_.generation;
+    job_.engineFile.reset();
+    job_.videoFileSize = videoFileSize;
+    job_.imageFileSize = imageFileSize;
+    job_.videoPath = videoPath;
+    job_.imagePath = imagePath;
+    job_.svideoInfo = std::move(svideoInfo);
+    job_.accessKeyId = accessKeyId;
+    job_.accessKeySecret = accessKeySecret;
+    job_.accessToken = accessToken;
     guard.unlock();
-    videoFileSize_ = fileSizeOf(videoPath);
-    imageFileSize_ = fileSizeOf(imagePath);
-    videoPath_ = videoPath;
-    imagePath_ = imagePath;
-    svideoInfo_ = std::move(svideoInfo);
-    accessKeyId_ = accessKeyId;
-    accessKeySecret_ = accessKeySecret;
-    accessToken_ = accessToken;
-    createUploadImage();
+    createUploadImage(job);
     return true;
 }
 
@@ -57,52 +62,60 @@ void VODUploadSVideoClient::pause() {
 
 void VODUploadSVideoClient::resume() {
     std::int32_t current = 0;
+    std::uint64_t job = 0;
+    std::optional<std::string> auth;
     {
         std::lock_guard guard(lock_);
         if (status_ != kStatusPaused) return;
         status_ = kStatusUploading;
         current = step_;
+        job = job_.generation;
+        auth = job_.curAuth;
     }
     if (current == 0)
-        createUploadImage();
+        createUploadImage(job);
     else if (current == 4)
-        createUploadVideo();
+        createUploadVideo(job);
     else if (current == 3 || current == 7)
-        client_->resumeWithAuth(curAuth_.value_or(""));
+        client_->resumeWithAuth(auth.value_or(""));
     // Steps 1, 2, 5 and 6: nothing more; a job paused there stays parked until cancel.
 }
 
 void VODUploadSVideoClient::cancel() {
-    client_->clearFiles();
     std::shared_ptr<foundation::HttpTask> task;
     {
+        // The job ends first, so work of it that is under way now finds itself stale from here on.
         std::lock_guard guard(lock_);
         task = curTask_;
-        ++generation_;
+        ++job_.generation;
+        job_.engineFile.reset();
         status_ = kStatusIdle;
         step_ = 0;
     }
+    client_->clearFiles();
     if (task) task->cancel();
 }
 
 void VODUploadSVideoClient::refreshWithAccessKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
                                                    const std::string& accessToken, const std::string& expireTime) {
     std::int32_t current = 0;
+    std::uint64_t job = 0;
     {
         std::lock_guard guard(lock_);
         status_ = kStatusUploading;
         current = step_;
+        job = job_.generation;
+        job_.accessKeyId = accessKeyId;
+        job_.accessKeySecret = accessKeySecret;
+        job_.accessToken = accessToken;
+        job_.expiredTime = expireTime;
     }
-    accessKeyId_ = accessKeyId;
-    accessKeySecret_ = accessKeySecret;
-    accessToken_ = accessToken;
-    expiredTime_ = expireTime;
     if (current == 0)
-        createUploadImage();
+        createUploadImage(job);
     else if (current == 4)
-        createUploadVideo();
+        createUploadVideo(job);
     else
-        refreshUploadVideo();
+        refreshUploadVideo(job);
 }
 
 }  // namespace quorvane

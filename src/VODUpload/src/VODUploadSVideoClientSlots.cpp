@@ -31,39 +31,59 @@ std::pair<std::string, std::string> describe(const Error& error) {
     return {code ? *code : std::to_string(error.code), message ? *message : error.description};
 }
 
-// The engine reports a finished file before its worker moves the queue on; the queue is only
-// changed once that worker left Started, so it is not changed under it.
+// The engine reports a finished file before its worker moves the queue on, and a run cancelled by
+// cancel stays Started until its request has reported; the queue is only changed once the engine
+// left Started, so it is not changed under it.
 constexpr std::chrono::seconds kEngineSettleTimeout{2};
 
 }  // namespace
 
-void VODUploadSVideoClient::createUploadImage() {
-    if (!imagePath_) {
-        // Status stays uploading and step 0: only cancel clears this.
-        vodLogDebug(kLogSource, "imagePath must not be nil!");
-        return;
+void VODUploadSVideoClient::createUploadImage(std::uint64_t job) {
+    Job current;
+    {
+        std::unique_lock guard(lock_);
+        if (job != job_.generation) {
+            guard.unlock();
+            dropStale("image slot request");
+            return;
+        }
+        if (!job_.imagePath) {
+            // Status stays uploading and step 0: only cancel clears this.
+            guard.unlock();
+            vodLogDebug(kLogSource, "imagePath must not be nil!");
+            return;
+        }
+        step_ = 1;
+        current = job_;
     }
     Value params = Value::object();
-    params["ImageExt"] = lowerCase(vodPathExtension(*imagePath_));
-    if (svideoInfo_) putIfPresent(params, "StorageLocation", svideoInfo_->storageLocation);
+    params["ImageExt"] = lowerCase(vodPathExtension(*current.imagePath));
+    if (current.svideoInfo) putIfPresent(params, "StorageLocation", current.svideoInfo->storageLocation);
     if (nonEmpty(appId_)) params["AppId"] = *appId_;
-    if (svideoInfo_) putIfPresent(params, "UserData", svideoInfo_->userData);
-    setStep(1);
-    const std::uint64_t issued = generation();
+    if (current.svideoInfo) putIfPresent(params, "UserData", current.svideoInfo->userData);
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
-    setCurTask(VODOpenApi::createUploadImage(accessKeyId_, accessKeySecret_, accessToken_, "cover", region_, params,
-                                             [weak, issued](std::optional<foundation::HttpResponse>,
-                                                            std::optional<Value> reply, std::optional<Error> error) {
-                                                 if (auto self = weak.lock()) self->onImageSlot(reply, error, issued);
+    setCurTask(VODOpenApi::createUploadImage(current.accessKeyId, current.accessKeySecret, current.accessToken,
+                                             "cover", region_, params,
+                                             [weak, job](std::optional<foundation::HttpResponse>,
+                                                         std::optional<Value> reply, std::optional<Error> error) {
+                                                 if (auto self = weak.lock()) self->onImageSlot(reply, error, job);
                                              }),
-               issued);
+               job);
 }
 
 void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error,
-                                        std::uint64_t issued) {
-    setStep(2);
+                                        std::uint64_t job) {
+    std::unique_lock guard(lock_);
+    if (job != job_.generation) {
+        guard.unlock();
+        dropStale("image slot reply");
+        return;
+    }
+    step_ = 2;
     if (error) {
-        setStepAndStatus(0, kStatusIdle);
+        step_ = 0;
+        status_ = kStatusIdle;
+        guard.unlock();
         const auto [code, message] = describe(*error);
         vodLogDebug(kLogSource, "svideo client createUploadImage failed code:" + code + " desc:" + message);
         auto delegate = this->delegate();
@@ -75,49 +95,57 @@ void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const
         return;
     }
     const Value answer = reply ? *reply : Value::object();
-    storeSlot(answer);
-    curImageURL_ = foundation::stringAt(answer, "ImageURL");
-    vodLogDebug(kLogSource, "svideo client createUploadImage success imageurl:" + curImageURL_.value_or(""));
-    if (status() != kStatusPaused && generation() == issued) uploadImage();
+    storeSlotLocked(answer);
+    job_.curImageURL = foundation::stringAt(answer, "ImageURL");
+    const std::string imageURL = job_.curImageURL.value_or("");
+    const bool paused = status_ == kStatusPaused;
+    guard.unlock();
+    vodLogDebug(kLogSource, "svideo client createUploadImage success imageurl:" + imageURL);
+    if (!paused) uploadImage(job);
 }
 
-void VODUploadSVideoClient::storeSlot(const Value& reply) {
-    curRequestId_ = foundation::stringAt(reply, "RequestId");
-    curAddress_ = foundation::stringAt(reply, "UploadAddress");
-    curAuth_ = foundation::stringAt(reply, "UploadAuth");
+void VODUploadSVideoClient::storeSlotLocked(const Value& reply) {
+    job_.curRequestId = foundation::stringAt(reply, "RequestId");
+    job_.curAddress = foundation::stringAt(reply, "UploadAddress");
+    job_.curAuth = foundation::stringAt(reply, "UploadAuth");
 }
 
-void VODUploadSVideoClient::uploadImage() {
-    setStep(3);
+void VODUploadSVideoClient::uploadImage(std::uint64_t job) {
+    const auto current = advance(job, 3);
+    if (!current) return;
     auto info = std::make_shared<VodInfo>();
-    info->title = vodLastPathComponent(imagePath_.value_or(""));
-    if (svideoInfo_) info->userData = svideoInfo_->userData;
-    runEngine(imagePath_.value_or(""), std::move(info));
+    info->title = vodLastPathComponent(current->imagePath.value_or(""));
+    if (current->svideoInfo) info->userData = current->svideoInfo->userData;
+    runEngine(job, current->imagePath.value_or(""), std::move(info));
 }
 
-void VODUploadSVideoClient::runEngine(const std::string& path, std::shared_ptr<VodInfo> info) {
+void VODUploadSVideoClient::runEngine(std::uint64_t job, const std::string& path, std::shared_ptr<VodInfo> info) {
     bool halted = false;
     {
         std::lock_guard guard(lock_);
+        if (job != job_.generation) return;
+        job_.engineFile = info;  // from here on the engine's callbacks about this file are the job's
         std::swap(halted, engineHalted_);
     }
     if (halted || !client_->waitUntilSettled(kEngineSettleTimeout)) client_->stop();
     client_->clearFiles();
     client_->addFile(path, std::move(info));
     client_->start();
+    // A cancel that came while the queue was being set up may have cleared it before the file went in.
+    if (!isCurrent(job)) client_->clearFiles();
 }
 
-void VODUploadSVideoClient::createUploadVideo() {
-    setStep(5);
-    const std::uint64_t issued = generation();  // before the media probe, which takes a while
-    if (!svideoInfo_ || !svideoInfo_->title) {
+void VODUploadSVideoClient::createUploadVideo(std::uint64_t job) {
+    const auto current = advance(job, 5);
+    if (!current) return;
+    if (!current->svideoInfo || !current->svideoInfo->title) {
         vodLogDebug(kLogSource, "title must not be nil!");
         return;
     }
-    const VodSVideoInfo& info = *svideoInfo_;
+    const VodSVideoInfo& info = *current->svideoInfo;
     Value params = Value::object();
-    putIfPresent(params, "CoverURL", curImageURL_);
-    params["FileSize"] = std::to_string(videoFileSize_);
+    putIfPresent(params, "CoverURL", current->curImageURL);
+    params["FileSize"] = std::to_string(current->videoFileSize);
     putIfPresent(params, "Description", info.desc);
     if (info.cateId) params["CateId"] = std::to_string(*info.cateId);
     putIfPresent(params, "Tags", info.tags);
@@ -126,113 +154,151 @@ void VODUploadSVideoClient::createUploadVideo() {
     if (!transcode_ && !info.templateGroupId) params["TranscodeMode"] = "NoTranscode";
     if (nonEmpty(appId_)) params["AppId"] = *appId_;
     if (nonEmpty(workflowId_)) params["WorkflowId"] = *workflowId_;
-    if (auto userData = userDataWithCreateUploadVideoUserData(info.userData)) params["UserData"] = *userData;
+    if (auto userData = userDataFor(current->videoPath, info.userData)) params["UserData"] = *userData;
 
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
-    auto handler = [weak, issued](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
-                                  std::optional<Error> error) {
-        if (auto self = weak.lock()) self->onVideoSlot(reply, error, issued);
+    auto handler = [weak, job](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
+                               std::optional<Error> error) {
+        if (auto self = weak.lock()) self->onVideoSlot(reply, error, job);
     };
     // The whole local path goes as the file name.
-    auto record = VODObjectCache::sharedCache().getObjectWithPath(videoPath_);
+    auto record = VODObjectCache::sharedCache().getObjectWithPath(current->videoPath);
     if (record && !record->videoId.empty()) {
-        curVideoId_ = record->videoId;
-        setCurTask(VODOpenApi::refreshUploadVideo(accessKeyId_, accessKeySecret_, accessToken_, record->videoId,
-                                                  region_, handler),
-                   issued);
+        {
+            std::lock_guard guard(lock_);
+            if (job != job_.generation) return;
+            job_.curVideoId = record->videoId;
+        }
+        setCurTask(VODOpenApi::refreshUploadVideo(current->accessKeyId, current->accessKeySecret,
+                                                  current->accessToken, record->videoId, region_, handler),
+                   job);
     } else {
-        setCurTask(VODOpenApi::createUploadVideo(accessKeyId_, accessKeySecret_, accessToken_, *info.title,
-                                                 videoPath_, region_, params, handler),
-                   issued);
+        setCurTask(VODOpenApi::createUploadVideo(current->accessKeyId, current->accessKeySecret, current->accessToken,
+                                                 *info.title, current->videoPath, region_, params, handler),
+                   job);
     }
 }
 
 void VODUploadSVideoClient::onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error,
-                                        std::uint64_t issued) {
-    setStep(6);
+                                        std::uint64_t job) {
+    std::unique_lock guard(lock_);
+    if (job != job_.generation) {
+        guard.unlock();
+        dropStale("video slot reply");
+        return;
+    }
+    step_ = 6;
+    const std::string videoPath = job_.videoPath;
     if (error) {
-        setStepAndStatus(0, kStatusIdle);
         const auto [code, message] = describe(*error);
+        step_ = code == VODOpenApiTokenExpired ? 4 : 0;
+        status_ = kStatusIdle;
+        guard.unlock();
         vodLogDebug(kLogSource, "svideo client createOrRefreshUploadVideo failed code:" + code + " desc:" + message);
         if (code == VODOpenApiTokenExpired) {
-            setStep(4);
             if (auto delegate = this->delegate()) delegate->uploadTokenExpired();
         } else if (code == VODOpenApiVideoNotFound) {
             // The remembered video is gone: ask for a new one at once.
-            VODObjectCache::sharedCache().clearObjectWithPath(videoPath_);
-            createUploadVideo();
+            VODObjectCache::sharedCache().clearObjectWithPath(videoPath);
+            createUploadVideo(job);
         } else if (auto delegate = this->delegate()) {
             delegate->uploadFailedWithCode(code, message);
         }
         return;
     }
     const Value answer = reply ? *reply : Value::object();
-    storeSlot(answer);
-    if (auto videoId = foundation::stringAt(answer, "VideoId")) curVideoId_ = videoId;
-    vodLogDebug(kLogSource, "svideo client createOrRefreshUploadVideo success videoid:" + curVideoId_.value_or(""));
+    storeSlotLocked(answer);
+    if (auto videoId = foundation::stringAt(answer, "VideoId")) job_.curVideoId = videoId;
+    const std::string videoId = job_.curVideoId.value_or("");
+    const bool paused = status_ == kStatusPaused;
+    guard.unlock();
+    vodLogDebug(kLogSource, "svideo client createOrRefreshUploadVideo success videoid:" + videoId);
     auto& cache = VODObjectCache::sharedCache();
-    auto record = cache.getObjectWithPath(videoPath_);
+    auto record = cache.getObjectWithPath(videoPath);
     if (record && record->videoId.empty()) {
-        record->videoId = curVideoId_.value_or("");
-        cache.saveObject(record, videoPath_);
+        record->videoId = videoId;
+        cache.saveObject(record, videoPath);
     }
-    if (status() != kStatusPaused && generation() == issued) uploadVideo();
+    if (!paused) uploadVideo(job);
 }
 
-void VODUploadSVideoClient::uploadVideo() {
-    setStep(7);
+void VODUploadSVideoClient::uploadVideo(std::uint64_t job) {
+    const auto current = advance(job, 7);
+    if (!current) return;
     auto info = std::make_shared<VodInfo>();
-    if (svideoInfo_) {
-        info->title = svideoInfo_->title;
-        info->tags = svideoInfo_->tags;
-        info->desc = svideoInfo_->desc;
-        info->cateId = svideoInfo_->cateId;
-        info->isProcess = svideoInfo_->isProcess;
-        info->isShowWaterMark = svideoInfo_->isShowWaterMark;
-        if (svideoInfo_->priority) info->setPriority(*svideoInfo_->priority);
-        info->userData = userDataWithCreateUploadVideoUserData(svideoInfo_->userData);
+    if (const auto& svideo = current->svideoInfo) {
+        info->title = svideo->title;
+        info->tags = svideo->tags;
+        info->desc = svideo->desc;
+        info->cateId = svideo->cateId;
+        info->isProcess = svideo->isProcess;
+        info->isShowWaterMark = svideo->isShowWaterMark;
+        if (svideo->priority) info->setPriority(*svideo->priority);
+        info->userData = userDataFor(current->videoPath, svideo->userData);
     }
-    info->coverUrl = curImageURL_;
-    runEngine(videoPath_, std::move(info));
+    info->coverUrl = current->curImageURL;
+    runEngine(job, current->videoPath, std::move(info));
 }
 
-void VODUploadSVideoClient::refreshUploadVideo() {
-    setStep(7);
-    const std::uint64_t issued = generation();
+void VODUploadSVideoClient::refreshUploadVideo(std::uint64_t job) {
+    const auto current = advance(job, 7);
+    if (!current) return;
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
     setCurTask(VODOpenApi::refreshUploadVideo(
-                   accessKeyId_, accessKeySecret_, accessToken_, curVideoId_.value_or(""), region_,
-                   [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
-                          std::optional<Error> error) {
-                       if (auto self = weak.lock()) self->onRefreshedSlot(reply, error);
+                   current->accessKeyId, current->accessKeySecret, current->accessToken,
+                   current->curVideoId.value_or(""), region_,
+                   [weak, job](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
+                               std::optional<Error> error) {
+                       if (auto self = weak.lock()) self->onRefreshedSlot(reply, error, job);
                    }),
-               issued);
+               job);
 }
 
-void VODUploadSVideoClient::onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error) {
+void VODUploadSVideoClient::onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error,
+                                            std::uint64_t job) {
+    std::unique_lock guard(lock_);
+    if (job != job_.generation) {
+        guard.unlock();
+        dropStale("slot refresh reply");
+        return;
+    }
     if (error) {
-        setStepAndStatus(0, kStatusIdle);
         const auto [code, message] = describe(*error);
+        step_ = code == VODOpenApiTokenExpired ? 7 : 0;
+        status_ = kStatusIdle;
+        guard.unlock();
         vodLogDebug(kLogSource, "svideo client refreshUploadVideo failed code:" + code + " desc:" + message);
         auto delegate = this->delegate();
-        if (code == VODOpenApiTokenExpired) {
-            setStep(7);
-            if (delegate) delegate->uploadTokenExpired();
-        } else if (delegate) {
+        if (!delegate) return;
+        if (code == VODOpenApiTokenExpired)
+            delegate->uploadTokenExpired();
+        else
             delegate->uploadFailedWithCode(code, message);
-        }
         return;
     }
     const Value answer = reply ? *reply : Value::object();
-    storeSlot(answer);
-    if (auto videoId = foundation::stringAt(answer, "VideoId")) curVideoId_ = videoId;
-    if (status() != kStatusPaused) client_->resumeWithAuth(curAuth_.value_or(""));
+    storeSlotLocked(answer);
+    if (auto videoId = foundation::stringAt(answer, "VideoId")) job_.curVideoId = videoId;
+    const std::string auth = job_.curAuth.value_or("");
+    const bool paused = status_ == kStatusPaused;
+    guard.unlock();
+    if (!paused) client_->resumeWithAuth(auth);
 }
 
 std::optional<std::string> VODUploadSVideoClient::userDataWithCreateUploadVideoUserData(
     const std::optional<std::string>& userData) {
+    std::string videoPath;
+    {
+        std::lock_guard guard(lock_);
+        videoPath = job_.videoPath;
+    }
+    return userDataFor(videoPath, userData);
+}
+
+std::optional<std::string> VODUploadSVideoClient::userDataFor(const std::string& videoPath,
+                                                              const std::optional<std::string>& userData) {
     // The engine adds the media facts; this client marks the upload as a short video.
-    auto withFacts = client_->userDataWithVideoPath(videoPath_, userData);
+    auto withFacts = client_->userDataWithVideoPath(videoPath, userData);
     if (!withFacts) return std::nullopt;
     auto dict = foundation::parseJson(*withFacts);
     if (!dict || !dict->is_object()) return std::nullopt;
