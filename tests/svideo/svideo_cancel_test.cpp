@@ -84,6 +84,29 @@ INSTANTIATE_TEST_SUITE_P(EachRequest, SVideoRestart,
                                            CancelPoint{"VideoSlot", "CreateUploadVideo", 5}),
                          [](const auto& info) { return std::string(info.param.name); });
 
+// With no job begun since, the cancelled request's own end (the transport's cancellation) is still
+// the host's to hear; nothing of the job goes on.
+TEST_F(SVideoCancel, CancelDuringASlotRequestReportsTheCancelledRequestAndUploadsNothing) {
+    cloud.addFault(Fault::delay("CreateUploadImage", 1500));
+    ASSERT_TRUE(start());
+    client->cancel();
+    EXPECT_TRUE(idle());
+    ASSERT_TRUE(delegate->waitFor("failed"));
+    EXPECT_EQ(delegate->failures().at(0).first, "-999");
+    EXPECT_TRUE(idle());
+
+    cloud.addFault(Fault::delay("CreateUploadVideo", 1500));
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(waitUntil([&] { return client->step() == 5; }));
+    client->cancel();
+    EXPECT_TRUE(idle());
+    ASSERT_TRUE(delegate->waitFor("failed", 2));
+    EXPECT_EQ(delegate->failures().at(1).first, "-999");
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);  // the second job's cover only
+    EXPECT_EQ(delegate->count("result"), 0);
+}
+
 TEST_F(SVideoCancel, CancelDuringEitherUploadStopsItQuietlyAndTheNextJobRuns) {
     for (int i = 0; i < 6; ++i) cloud.addFault(Fault::delay("UploadPart", 400));
     ASSERT_TRUE(start());

@@ -93,6 +93,7 @@ private:
     // values never mix into it.
     struct Job {
         std::uint64_t generation = 0;  // moved on by every start and cancel
+        std::uint64_t cancelled = 0;   // the generation the last cancel ended
         std::string accessKeyId, accessKeySecret, accessToken, expiredTime;
         std::string videoPath;
         std::optional<std::string> imagePath;
@@ -133,6 +134,7 @@ private:
     // A copy of the job with `step` set, or nothing when `job` is no longer the current one.
     std::optional<Job> advance(std::uint64_t job, std::int32_t step);
     bool isCurrent(std::uint64_t job) const;
+    void reportCancelledRequest(const Error& error);
     static void dropStale(const char* what);
     void setStatus(std::int32_t status);
     void setStepAndStatus(std::int32_t step, std::int32_t status);

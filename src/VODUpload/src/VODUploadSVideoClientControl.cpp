@@ -87,7 +87,7 @@ void VODUploadSVideoClient::cancel() {
         // The job ends first, so work of it that is under way now finds itself stale from here on.
         std::lock_guard guard(lock_);
         task = curTask_;
-        ++job_.generation;
+        job_.cancelled = job_.generation++;
         job_.engineFile.reset();
         status_ = kStatusIdle;
         step_ = 0;

@@ -75,7 +75,11 @@ void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const
                                         std::uint64_t job) {
     std::unique_lock guard(lock_);
     if (job != job_.generation) {
+        const bool lastCancelled = job == job_.cancelled && job_.generation == job + 1;
         guard.unlock();
+        // The request of a job cancelled while it ran still ends in an error the host hears, unless
+        // another job has begun since: that one is the host's now, and must not hear of the old.
+        if (error && lastCancelled) return reportCancelledRequest(*error);
         dropStale("image slot reply");
         return;
     }
@@ -102,6 +106,11 @@ void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const
     guard.unlock();
     vodLogDebug(kLogSource, "svideo client createUploadImage success imageurl:" + imageURL);
     if (!paused) uploadImage(job);
+}
+
+void VODUploadSVideoClient::reportCancelledRequest(const Error& error) {
+    const auto [code, message] = describe(error);
+    if (auto delegate = this->delegate()) delegate->uploadFailedWithCode(code, message);
 }
 
 void VODUploadSVideoClient::storeSlotLocked(const Value& reply) {
@@ -183,7 +192,11 @@ void VODUploadSVideoClient::onVideoSlot(const std::optional<Value>& reply, const
                                         std::uint64_t job) {
     std::unique_lock guard(lock_);
     if (job != job_.generation) {
+        const bool lastCancelled = job == job_.cancelled && job_.generation == job + 1;
         guard.unlock();
+        // The request of a job cancelled while it ran still ends in an error the host hears, unless
+        // another job has begun since: that one is the host's now, and must not hear of the old.
+        if (error && lastCancelled) return reportCancelledRequest(*error);
         dropStale("video slot reply");
         return;
     }
@@ -258,7 +271,11 @@ void VODUploadSVideoClient::onRefreshedSlot(const std::optional<Value>& reply, c
                                             std::uint64_t job) {
     std::unique_lock guard(lock_);
     if (job != job_.generation) {
+        const bool lastCancelled = job == job_.cancelled && job_.generation == job + 1;
         guard.unlock();
+        // The request of a job cancelled while it ran still ends in an error the host hears, unless
+        // another job has begun since: that one is the host's now, and must not hear of the old.
+        if (error && lastCancelled) return reportCancelledRequest(*error);
         dropStale("slot refresh reply");
         return;
     }
