@@ -1,0 +1,52 @@
+// What a careless host does to the engine: no callbacks at all, nonsense time-outs, and letting go of
+// the client while it uploads. None of it may crash or hang.
+#include "engine_cloud_support.h"
+
+using namespace quorvane;
+using namespace quorvane::test;
+using emulator::Fault;
+
+namespace {
+
+using CarelessHost = EngineCloudTest;
+
+TEST_F(CarelessHost, AListenerWithoutCallbacksStillGetsTheFileUploaded) {
+    ASSERT_TRUE(client->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration,
+                             std::make_shared<VODUploadListener>()));
+    cloud.addFault(Fault::reset("UploadPart", 1000));  // a retry, and its retryResume, with nobody to tell
+    const auto bytes = randomBytes(3 << 20, 70);
+    ASSERT_TRUE(client->addFile(makeFile("quiet.bin", bytes), cloud.endpoint(), bucket(), "up/quiet.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(waitUntil([&] { return client->state() == VODClientState::Finished; }));
+    EXPECT_EQ(client->listFiles()[0]->state, UploadFileState::Success);
+    EXPECT_EQ(cloud.objectBytes(bucket(), "up/quiet.bin"), bytes);
+}
+
+TEST_F(CarelessHost, ZeroNegativeOrNaNTimeOutsMeanTheDefault) {
+    for (double seconds : {0.0, -5.0, std::nan("")}) {
+        client->setTimeoutIntervalForRequest(seconds);
+        EXPECT_EQ(client->timeoutIntervalForRequest(), 30.0) << seconds;
+        EXPECT_EQ(client->conf().timeoutIntervalForRequest, 30.0) << seconds;
+    }
+    client->setTimeoutIntervalForRequest(7.5);
+    EXPECT_EQ(client->conf().timeoutIntervalForRequest, 7.5);
+}
+
+TEST_F(CarelessHost, ClientLetGoMidUploadStopsWithoutCallingBack) {
+    ASSERT_TRUE(initSts(client));
+    for (int i = 0; i < 8; ++i) cloud.addFault(Fault::delay("UploadPart", 300));
+    ASSERT_TRUE(client->addFile(makeFile("dropped.bin", randomBytes(4 << 20, 71)), cloud.endpoint(), bucket(),
+                                "up/dropped.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("progress"));
+    std::weak_ptr<VODUploadClient> weak = client;
+    client.reset();  // the host's last reference
+    EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 30s));
+    const auto heard = listener.events().size();
+    // Whatever was under way ends without reaching a listener whose client is gone.
+    waitUntil([] { return false; }, 1500ms);
+    EXPECT_EQ(listener.events().size(), heard);
+    EXPECT_EQ(listener.count("finish"), 0);
+}
+
+}  // namespace
