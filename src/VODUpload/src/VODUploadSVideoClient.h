@@ -134,7 +134,10 @@ private:
     // A copy of the job with `step` set, or nothing when `job` is no longer the current one.
     std::optional<Job> advance(std::uint64_t job, std::int32_t step);
     bool isCurrent(std::uint64_t job) const;
-    void reportCancelledRequest(const Error& error);
+    // A reply for a job that is no longer current: dropped (logged), or, for the job the last cancel
+    // ended with no other begun since, its error reported. Unlocks `guard` when it returns true.
+    bool handledAsStale(std::unique_lock<std::mutex>& guard, std::uint64_t job, const std::optional<Error>& error,
+                        const char* what);
     static void dropStale(const char* what);
     void setStatus(std::int32_t status);
     void setStepAndStatus(std::int32_t step, std::int32_t status);

@@ -74,15 +74,7 @@ void VODUploadSVideoClient::createUploadImage(std::uint64_t job) {
 void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error,
                                         std::uint64_t job) {
     std::unique_lock guard(lock_);
-    if (job != job_.generation) {
-        const bool lastCancelled = job == job_.cancelled && job_.generation == job + 1;
-        guard.unlock();
-        // The request of a job cancelled while it ran still ends in an error the host hears, unless
-        // another job has begun since: that one is the host's now, and must not hear of the old.
-        if (error && lastCancelled) return reportCancelledRequest(*error);
-        dropStale("image slot reply");
-        return;
-    }
+    if (handledAsStale(guard, job, error, "image slot reply")) return;
     step_ = 2;
     if (error) {
         step_ = 0;
@@ -108,9 +100,20 @@ void VODUploadSVideoClient::onImageSlot(const std::optional<Value>& reply, const
     if (!paused) uploadImage(job);
 }
 
-void VODUploadSVideoClient::reportCancelledRequest(const Error& error) {
-    const auto [code, message] = describe(error);
-    if (auto delegate = this->delegate()) delegate->uploadFailedWithCode(code, message);
+bool VODUploadSVideoClient::handledAsStale(std::unique_lock<std::mutex>& guard, std::uint64_t job,
+                                           const std::optional<Error>& error, const char* what) {
+    if (job == job_.generation) return false;
+    const bool lastCancelled = job == job_.cancelled && job_.generation == job + 1;
+    guard.unlock();
+    // The request of a job cancelled while it ran still ends in an error the host hears, unless
+    // another job has begun since: that one is the host's now, and must not hear of the old.
+    if (error && lastCancelled) {
+        const auto [code, message] = describe(*error);
+        if (auto delegate = this->delegate()) delegate->uploadFailedWithCode(code, message);
+    } else {
+        dropStale(what);
+    }
+    return true;
 }
 
 void VODUploadSVideoClient::storeSlotLocked(const Value& reply) {
@@ -191,15 +194,7 @@ void VODUploadSVideoClient::createUploadVideo(std::uint64_t job) {
 void VODUploadSVideoClient::onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error,
                                         std::uint64_t job) {
     std::unique_lock guard(lock_);
-    if (job != job_.generation) {
-        const bool lastCancelled = job == job_.cancelled && job_.generation == job + 1;
-        guard.unlock();
-        // The request of a job cancelled while it ran still ends in an error the host hears, unless
-        // another job has begun since: that one is the host's now, and must not hear of the old.
-        if (error && lastCancelled) return reportCancelledRequest(*error);
-        dropStale("video slot reply");
-        return;
-    }
+    if (handledAsStale(guard, job, error, "video slot reply")) return;
     step_ = 6;
     const std::string videoPath = job_.videoPath;
     if (error) {
@@ -270,15 +265,7 @@ void VODUploadSVideoClient::refreshUploadVideo(std::uint64_t job) {
 void VODUploadSVideoClient::onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error,
                                             std::uint64_t job) {
     std::unique_lock guard(lock_);
-    if (job != job_.generation) {
-        const bool lastCancelled = job == job_.cancelled && job_.generation == job + 1;
-        guard.unlock();
-        // The request of a job cancelled while it ran still ends in an error the host hears, unless
-        // another job has begun since: that one is the host's now, and must not hear of the old.
-        if (error && lastCancelled) return reportCancelledRequest(*error);
-        dropStale("slot refresh reply");
-        return;
-    }
+    if (handledAsStale(guard, job, error, "slot refresh reply")) return;
     if (error) {
         const auto [code, message] = describe(*error);
         step_ = code == VODOpenApiTokenExpired ? 7 : 0;
