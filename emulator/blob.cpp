@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "emulator/storage.h"
+#include "foundation/crc64.h"
 
 namespace quorvane::emulator {
 
@@ -80,7 +81,7 @@ BlobWriter::~BlobWriter() {
 bool BlobWriter::write(const char* data, std::size_t size) {
     if (failed_) return false;
     md5_.update(data, size);
-    crc_ = crc64(data, size, crc_);
+    crc_ = foundation::Crc64::update(crc_, data, size);
     size_ += size;
     if (file_) {
         failed_ = std::fwrite(data, 1, size, file_) != size;

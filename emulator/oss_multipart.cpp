@@ -4,6 +4,7 @@
 
 #include "emulator/oss_service.h"
 #include "emulator/oss_xml.h"
+#include "foundation/crc64.h"
 
 namespace quorvane::emulator {
 namespace {
@@ -163,7 +164,7 @@ void completeMultipartUpload(OssRequest& r) {
         numbers.push_back(item.number);
         auto md5Raw = hexToBytes(part.md5Hex);
         etagDigest.update(md5Raw.data(), md5Raw.size());
-        info.crc64 = crc64Combine(info.crc64, part.crc64, part.size);
+        info.crc64 = foundation::Crc64::combine(info.crc64, part.crc64, part.size);
         info.size += part.size;
     }
     info.etag = "\"" + foundation::hexUpper(etagDigest.finishRaw()) + "-" + std::to_string(list->size()) + "\"";
