@@ -163,12 +163,11 @@ echo "== resume after SIGKILL at ~50% ($resume_mib MiB, 1 MiB parts)"
 file=$work/resume.bin
 head -c $((resume_mib * 1024 * 1024)) /dev/urandom >"$file"
 total=$((resume_mib * 1024 * 1024))
-run_resume() {
-    XDG_CACHE_HOME=$work/cache-resume QUORVANE_LOG_SERVICE_ENDPOINT="" \
-        "$cli" upload --json --oss --endpoint "$endpoint" --bucket "$bucket" --key-id "$key_id" \
-        --secret "$secret" "$file"
-}
-run_resume >"$work/first.jsonl" &
+resume=(upload --json --oss --endpoint "$endpoint" --bucket "$bucket" --key-id "$key_id" --secret "$secret" "$file")
+export XDG_CACHE_HOME=$work/cache-resume
+# A plain command in the background, so $! is the engine itself and the kill below reaches it (a
+# function there would run in a subshell, and killing that would leave the engine running on).
+"$cli" "${resume[@]}" >"$work/first.jsonl" &
 first_pid=$!
 sent=0
 while kill -0 "$first_pid" 2>/dev/null; do
@@ -180,7 +179,7 @@ done
 kill -KILL "$first_pid" 2>/dev/null || true
 wait "$first_pid" 2>/dev/null || true
 sent=$(grep '"event":"progress"' "$work/first.jsonl" | tail -1 | sed 's/.*"uploaded":\([0-9]*\).*/\1/' || true)
-if ! run_resume >"$work/second.jsonl" || ! grep -q '"failed":0' "$work/second.jsonl"; then
+if ! "$cli" "${resume[@]}" >"$work/second.jsonl" || ! grep -q '"failed":0' "$work/second.jsonl"; then
     echo "bench: resumed upload failed:" >&2; grep -E '"event":"(resuming|failure)"' "$work/second.jsonl" >&2; exit 1
 fi
 stored=$(grep '"event":"resuming"' "$work/second.jsonl" | sed 's/.*"uploaded":\([0-9]*\).*/\1/' || true)
