@@ -25,7 +25,7 @@ cmake --build "$build" -j2 --target quorvane_oss quorvane-cloud >/dev/null
 bench=$work/oss_upload_bench
 c++ -std=c++20 -O2 -DASIO_STANDALONE -I"$root/src" "$root/bench/oss_upload_bench.cpp" -o "$bench" \
     "$build/src/oss/libquorvane_oss.a" "$build/src/foundation/libquorvane_foundation.a" \
-    -lpugixml -llzma -lcurl -lcrypto -lpthread
+    -lpugixml $(pkg-config --libs libisal 2>/dev/null || pkg-config --libs liblzma) -lcurl -lcrypto -lpthread
 
 "$build/emulator/quorvane-cloud" --port 0 --storage "$work/cloud" --no-verify >"$work/cloud.out" 2>"$work/cloud.err" &
 cloud_pid=$!

@@ -1,23 +1,63 @@
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
-#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "emulator/storage.h"
+#include "foundation/crc64.h"
 
 namespace quorvane::emulator {
 
+void Blob::add(Piece piece) {
+    size += piece.size;
+    pieces.push_back(std::move(piece));
+}
+
 std::optional<std::string> Blob::readAll() const {
-    if (memory) return *memory;
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return std::nullopt;
-    std::string out(size, '\0');
-    in.read(out.data(), static_cast<std::streamsize>(size));
-    if (static_cast<std::uint64_t>(in.gcount()) != size) return std::nullopt;
+    BlobReader reader(*this);
+    if (!reader.ok()) return std::nullopt;
+    std::string out;
+    out.reserve(size);
+    while (out.size() < size) {
+        auto chunk = reader.read(out.size(), size - out.size());
+        if (chunk.empty()) return std::nullopt;
+        out.append(chunk);
+    }
     return out;
+}
+
+BlobReader::BlobReader(const Blob& blob) : blob_(blob) {
+    std::uint64_t start = 0;
+    for (const auto& piece : blob_.pieces) {
+        starts_.push_back(start);
+        start += piece.size;
+        int fd = piece.memory ? -1 : ::open(piece.path.c_str(), O_RDONLY | O_CLOEXEC);
+        if (!piece.memory && fd < 0) ok_ = false;
+        fds_.push_back(fd);
+    }
+}
+
+BlobReader::~BlobReader() {
+    for (int fd : fds_)
+        if (fd >= 0) ::close(fd);
+}
+
+std::string_view BlobReader::read(std::uint64_t offset, std::size_t max) {
+    if (!ok_ || offset >= blob_.size || max == 0) return {};
+    auto i = static_cast<std::size_t>(std::upper_bound(starts_.begin(), starts_.end(), offset) - starts_.begin() - 1);
+    const auto& piece = blob_.pieces[i];
+    auto within = offset - starts_[i];
+    auto want = static_cast<std::size_t>(std::min<std::uint64_t>(max, piece.size - within));
+    if (piece.memory) return std::string_view(*piece.memory).substr(static_cast<std::size_t>(within), want);
+    constexpr std::size_t kChunk = 256 * 1024;
+    want = std::min(want, kChunk);
+    buffer_.resize(kChunk);
+    ssize_t got;
+    do got = ::pread(fds_[i], buffer_.data(), want, static_cast<off_t>(within));
+    while (got < 0 && errno == EINTR);
+    if (got <= 0) return {};
+    return {buffer_.data(), static_cast<std::size_t>(got)};
 }
 
 BlobWriter::BlobWriter(std::string tempPath, std::uint64_t reserve) : temp_(std::move(tempPath)) {
@@ -40,60 +80,14 @@ BlobWriter::~BlobWriter() {
 
 bool BlobWriter::write(const char* data, std::size_t size) {
     if (failed_) return false;
-    if (digests_) {
-        md5_.update(data, size);
-        crc_ = crc64(data, size, crc_);
-    }
+    md5_.update(data, size);
+    crc_ = foundation::Crc64::update(crc_, data, size);
     size_ += size;
     if (file_) {
         failed_ = std::fwrite(data, 1, size, file_) != size;
     } else {
         buffer_.append(data, size);
     }
-    return !failed_;
-}
-
-// Copies a stored file into ours inside the kernel: completing a large multipart upload then costs
-// no pass of its bytes through this process. False (nothing written) when the kernel cannot.
-bool BlobWriter::copyInKernel(const Blob& blob) {
-    if (!file_ || digests_ || blob.size == 0 || std::fflush(file_) != 0) return false;
-    int in = ::open(blob.path.c_str(), O_RDONLY | O_CLOEXEC);
-    if (in < 0) return false;
-    int out = ::fileno(file_);
-    std::uint64_t copied = 0;
-    while (copied < blob.size) {
-        ssize_t n = ::copy_file_range(in, nullptr, out, nullptr, blob.size - copied, 0);
-        if (n <= 0) break;
-        copied += static_cast<std::uint64_t>(n);
-    }
-    ::close(in);
-    if (copied == blob.size) {
-        size_ += copied;
-        return true;
-    }
-    // Undo a partial copy so the plain path starts from the same place.
-    if (::ftruncate(out, static_cast<off_t>(size_)) != 0 || std::fseek(file_, static_cast<long>(size_), SEEK_SET) != 0)
-        failed_ = true;
-    return false;
-}
-
-bool BlobWriter::append(const Blob& blob) {
-    if (blob.memory) return write(blob.memory->data(), blob.memory->size());
-    if (failed_) return false;
-    if (copyInKernel(blob)) return true;
-    if (failed_) return false;
-    std::ifstream in(blob.path, std::ios::binary);
-    if (!in) return failed_ = true, false;
-    std::vector<char> chunk(1 << 20);
-    std::uint64_t copied = 0;
-    while (in) {
-        in.read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-        auto got = static_cast<std::size_t>(in.gcount());
-        if (got == 0) break;
-        if (!write(chunk.data(), got)) return false;
-        copied += got;
-    }
-    if (copied != blob.size) failed_ = true;
     return !failed_;
 }
 
@@ -104,10 +98,9 @@ std::string BlobWriter::md5Raw() {
 
 Blob BlobWriter::commit(const std::string& finalPath) {
     Blob blob;
-    blob.size = size_;
     committed_ = true;
     if (temp_.empty()) {
-        blob.memory = std::make_shared<const std::string>(std::move(buffer_));
+        blob.add({std::make_shared<const std::string>(std::move(buffer_)), {}, size_});
         return blob;
     }
     if (file_ && std::fclose(file_) != 0) failed_ = true;
@@ -115,7 +108,7 @@ Blob BlobWriter::commit(const std::string& finalPath) {
     std::error_code ec;
     std::filesystem::rename(temp_, finalPath, ec);
     if (ec) failed_ = true;
-    blob.path = finalPath;
+    blob.add({nullptr, finalPath, size_});
     return blob;
 }
 

@@ -87,6 +87,9 @@ bool CloudEmulator::start() {
     server->set_write_timeout(60);
     server->set_keep_alive_max_count(100000);
     server->set_keep_alive_timeout(30);
+    // Debian's server library is built with Nagle's algorithm left on: a body written after its headers
+    // on a kept-alive connection would wait for the client's delayed ACK (about 40 ms per answer).
+    server->set_tcp_nodelay(true);
     installRoutes(*server, impl);
     int port = impl.options.port;
     if (port == 0 ? (port = server->bind_to_any_port(impl.options.host)) <= 0

@@ -269,9 +269,4 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-// CRC-64/XZ ("x-oss-hash-crc64ecma"): crc64(b, crc64(a)) == crc64(a + b).
-std::uint64_t crc64(const void* data, std::size_t size, std::uint64_t crc = 0);
-// CRC of a + b from crc64(a), crc64(b) and the length of b.
-std::uint64_t crc64Combine(std::uint64_t crcA, std::uint64_t crcB, std::uint64_t lengthB);
-
 }  // namespace quorvane::emulator

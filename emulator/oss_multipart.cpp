@@ -4,6 +4,7 @@
 
 #include "emulator/oss_service.h"
 #include "emulator/oss_xml.h"
+#include "foundation/crc64.h"
 
 namespace quorvane::emulator {
 namespace {
@@ -153,27 +154,24 @@ void completeMultipartUpload(OssRequest& r) {
                         "The XML you provided was not well-formed or did not validate against our published schema.");
     if (!checkPartList(r, *list, *upload)) return;
 
-    auto writer = ex.impl.storage.writer(0);
-    writer->skipDigests();  // the object's CRC follows from the parts' CRCs
     foundation::Md5Stream etagDigest;
     ObjectInfo info{r.bucket, r.key, 0, "", 0, upload->info.contentType, upload->metadata, ex.header("x-oss-notification"),
                     nullptr, ossTime(ex.impl.now()), static_cast<int>(list->size())};
+    std::vector<int> numbers;
     for (const auto& item : *list) {
         const auto& part = *std::find_if(upload->info.parts.begin(), upload->info.parts.end(),
                                          [&](const PartInfo& p) { return p.number == item.number; });
-        writer->append(upload->blobs.at(item.number));
+        numbers.push_back(item.number);
         auto md5Raw = hexToBytes(part.md5Hex);
         etagDigest.update(md5Raw.data(), md5Raw.size());
-        info.crc64 = crc64Combine(info.crc64, part.crc64, part.size);
+        info.crc64 = foundation::Crc64::combine(info.crc64, part.crc64, part.size);
         info.size += part.size;
     }
-    if (!writer->ok())
-        return ossError(ex, r.bucket, 500, "InternalError", "We encountered an internal error. Please try again.");
     info.etag = "\"" + foundation::hexUpper(etagDigest.finishRaw()) + "-" + std::to_string(list->size()) + "\"";
     if (info.notificationRaw) info.notification = decodeNotification(*info.notificationRaw);
     auto etag = info.etag;
     auto crc = info.crc64;
-    if (!ex.impl.storage.completeUpload(upload->info.uploadId, std::move(info), *writer)) {
+    if (!ex.impl.storage.completeUpload(upload->info.uploadId, std::move(info), numbers)) {
         openUpload(r);
         return;
     }

@@ -1,5 +1,4 @@
 // Object storage: simple objects (PutObject, GetObject, HeadObject) and bucket creation.
-#include <fstream>
 #include <regex>
 
 #include "emulator/oss_service.h"
@@ -90,28 +89,18 @@ void getObject(OssRequest& r, bool head) {
     auto found = ex.impl.storage.object(r.bucket, r.key);
     if (!found) return ossError(ex, r.bucket, 404, "NoSuchKey", "The specified key does not exist.", {{"Key", r.key}});
     auto& [info, blob] = *found;
-    ex.res.status = 200;
+    // The server library cuts the provider's bytes to a Range itself, but keeps a status set here.
+    ex.res.status = ex.req.ranges.empty() ? 200 : 206;
     setObjectHeaders(ex, info);
     (void)head;  // the server library sends no body for HEAD but keeps the provider's length
-    if (blob.memory) {
-        auto data = blob.memory;
-        ex.res.set_content_provider(data->size(), info.contentType,
-                                    [data](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                                        sink.write(data->data() + offset, std::min(length, data->size() - offset));
-                                        return true;
-                                    });
-        return;
-    }
-    auto file = std::make_shared<std::ifstream>(blob.path, std::ios::binary);
-    if (!*file) return ossError(ex, r.bucket, 500, "InternalError", "We encountered an internal error. Please try again.");
+    auto reader = std::make_shared<BlobReader>(blob);
+    if (!reader->ok())
+        return ossError(ex, r.bucket, 500, "InternalError", "We encountered an internal error. Please try again.");
     ex.res.set_content_provider(blob.size, info.contentType,
-                                [file](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                                    std::vector<char> chunk(std::min<std::size_t>(length, 256 * 1024));
-                                    file->seekg(static_cast<std::streamoff>(offset));
-                                    file->read(chunk.data(), static_cast<std::streamsize>(chunk.size()));
-                                    auto got = static_cast<std::size_t>(file->gcount());
-                                    if (got == 0) return false;
-                                    sink.write(chunk.data(), got);
+                                [reader](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+                                    auto chunk = reader->read(offset, length);
+                                    if (chunk.empty()) return false;
+                                    sink.write(chunk.data(), chunk.size());
                                     return true;
                                 });
 }

@@ -1,5 +1,6 @@
 #include "emulator/storage.h"
 
+#include <algorithm>
 #include <filesystem>
 
 #include "emulator/storage_records.h"
@@ -71,9 +72,14 @@ std::string Storage::uploadDir(const std::string& uploadId) const {
 }
 
 void Storage::saveObjectMeta(const StoredObject& object) const {
-    if (!dir_.empty())
-        writeFileAtomically(objectPath(object.info.bucket, object.info.key) + ".json",
-                            objectToJson(object.info).dump());
+    if (dir_.empty()) return;
+    auto json = objectToJson(object.info);
+    // A completed multipart upload keeps its parts' files as they are: the record names them in order.
+    if (object.info.partCount > 0) {
+        json["pieces"] = Value::array();
+        for (const auto& piece : object.blob.pieces) json["pieces"].push_back(fs::path(piece.path).filename().string());
+    }
+    writeFileAtomically(objectPath(object.info.bucket, object.info.key) + ".json", json.dump());
 }
 
 void Storage::saveUploadMeta(const StoredUpload& upload) const {
@@ -82,17 +88,26 @@ void Storage::saveUploadMeta(const StoredUpload& upload) const {
                             uploadToJson(upload.info, upload.metadata).dump());
 }
 
-void Storage::commitObjectLocked(ObjectInfo info, BlobWriter& body) {
-    StoredObject object{std::move(info), {}};
+// Stores the object's record over any previous one, then removes the files of the version it replaced
+// that the new one does not use: a crash in between leaves a file too many, never a record without data.
+void Storage::putObjectLocked(StoredObject object) {
     buckets_.insert(object.info.bucket);
-    object.blob = body.commit(dir_.empty() ? "" : objectPath(object.info.bucket, object.info.key) + ".data");
     saveObjectMeta(object);
-    objects_[{object.info.bucket, object.info.key}] = std::move(object);
+    auto& slot = objects_[{object.info.bucket, object.info.key}];
+    std::error_code ec;
+    for (const auto& old : slot.blob.pieces) {
+        bool kept = std::any_of(object.blob.pieces.begin(), object.blob.pieces.end(),
+                                [&](const Blob::Piece& p) { return p.path == old.path; });
+        if (!old.path.empty() && !kept) fs::remove(old.path, ec);
+    }
+    slot = std::move(object);
 }
 
 void Storage::storeObject(ObjectInfo info, BlobWriter& body) {
     std::lock_guard lock(mutex_);
-    commitObjectLocked(std::move(info), body);
+    StoredObject object{std::move(info), {}};
+    object.blob = body.commit(dir_.empty() ? "" : objectPath(object.info.bucket, object.info.key) + ".data");
+    putObjectLocked(std::move(object));
 }
 
 std::optional<std::pair<ObjectInfo, Blob>> Storage::object(const std::string& bucket, const std::string& key) const {
@@ -158,11 +173,29 @@ void Storage::closeUpload(StoredUpload& upload, UploadState state) {
         if (entry.path().filename() != "upload.json") fs::remove(entry.path(), ec);
 }
 
-bool Storage::completeUpload(const std::string& uploadId, ObjectInfo info, BlobWriter& body) {
+// The part's file gets a second name beside the object's record (the upload's own name goes when the
+// upload closes), so the object costs a directory entry per part whatever its size.
+Blob::Piece Storage::linkPart(const Blob& part, const std::string& objectBase, const std::string& uploadId,
+                              int number) {
+    auto piece = part.pieces.at(0);
+    if (piece.memory) return piece;
+    auto name = objectBase + "." + uploadId + "-" + std::to_string(number) + ".part";
+    std::error_code ec;
+    fs::remove(name, ec);
+    fs::create_hard_link(piece.path, name, ec);
+    if (ec) fs::copy_file(piece.path, name, ec);  // a file system without hard links
+    piece.path = name;
+    return piece;
+}
+
+bool Storage::completeUpload(const std::string& uploadId, ObjectInfo info, const std::vector<int>& partNumbers) {
     std::lock_guard lock(mutex_);
     auto it = uploads_.find(uploadId);
     if (it == uploads_.end() || it->second.info.state != UploadState::Open) return false;
-    commitObjectLocked(std::move(info), body);
+    StoredObject object{std::move(info), {}};
+    auto base = dir_.empty() ? std::string() : objectPath(object.info.bucket, object.info.key);
+    for (int number : partNumbers) object.blob.add(linkPart(it->second.blobs.at(number), base, uploadId, number));
+    putObjectLocked(std::move(object));
     closeUpload(it->second, UploadState::Completed);
     return true;
 }
@@ -191,10 +224,22 @@ void Storage::loadObjects() {
             if (file.path().extension() != ".json") continue;
             auto json = readJsonFile(file.path().string());
             auto data = fs::path(file.path()).replace_extension(".data");
-            if (!json || !fs::exists(data)) continue;
+            if (!json) continue;
             StoredObject object{objectFromJson(*json), {}};
-            object.blob.path = data.string();
-            object.blob.size = object.info.size;
+            std::vector<fs::path> files{data};
+            if (auto pieces = json->find("pieces"); pieces != json->end() && pieces->is_array()) {
+                files.clear();
+                for (const auto& name : *pieces)
+                    files.push_back(bucketDir.path() / (name.is_string() ? name.get<std::string>() : ""));
+            }
+            bool missing = false;
+            for (const auto& path : files) {
+                std::error_code sizeError;
+                auto size = fs::file_size(path, sizeError);
+                missing = missing || sizeError;
+                object.blob.add({nullptr, path.string(), sizeError ? 0 : size});
+            }
+            if (missing || object.blob.size != object.info.size) continue;
             objects_[{object.info.bucket, object.info.key}] = std::move(object);
         }
     }
@@ -215,7 +260,7 @@ void Storage::loadUploads() {
                 auto data = fs::path(file.path()).replace_extension(".data");
                 if (!partJson || !fs::exists(data)) continue;
                 auto part = partFromJson(*partJson);
-                upload.blobs[part.number] = Blob{nullptr, data.string(), part.size};
+                upload.blobs[part.number].add({nullptr, data.string(), part.size});
                 upload.info.parts.push_back(part);
             }
             std::sort(upload.info.parts.begin(), upload.info.parts.end(),

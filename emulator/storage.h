@@ -9,6 +9,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "emulator/cloud_emulator.h"
@@ -16,11 +17,38 @@
 
 namespace quorvane::emulator {
 
+// A stored body as a list of pieces: one for a PutObject or a part, one per part for a completed
+// multipart upload, whose parts' buffers or files are taken over as they are and never copied.
 struct Blob {
-    std::shared_ptr<const std::string> memory;  // in-memory mode
-    std::string path;                           // directory mode
-    std::uint64_t size = 0;
+    struct Piece {
+        std::shared_ptr<const std::string> memory;  // in-memory mode
+        std::string path;                           // directory mode
+        std::uint64_t size = 0;
+    };
+    std::vector<Piece> pieces;
+    std::uint64_t size = 0;  // all pieces
+    void add(Piece piece);
     std::optional<std::string> readAll() const;
+};
+
+// Random access to a blob for GET and ranged answers. Every piece file is opened at once, so an
+// overwrite of the object while the answer is sent (which renames or removes them) cannot cut it.
+class BlobReader {
+public:
+    explicit BlobReader(const Blob& blob);
+    ~BlobReader();
+    BlobReader(const BlobReader&) = delete;
+    BlobReader& operator=(const BlobReader&) = delete;
+    bool ok() const { return ok_; }
+    // Up to `max` bytes from `offset` (within one piece); empty at the end or when a read fails.
+    std::string_view read(std::uint64_t offset, std::size_t max);
+
+private:
+    Blob blob_;
+    std::vector<std::uint64_t> starts_;  // offset of each piece
+    std::vector<int> fds_;               // -1 for memory pieces
+    std::vector<char> buffer_;
+    bool ok_ = true;
 };
 
 class BlobWriter {
@@ -30,12 +58,10 @@ public:
     BlobWriter(const BlobWriter&) = delete;
     BlobWriter& operator=(const BlobWriter&) = delete;
     bool write(const char* data, std::size_t size);
-    bool append(const Blob& blob);  // copies a stored blob in chunks
     std::uint64_t size() const { return size_; }
     std::uint64_t crc() const { return crc_; }
     std::string md5Raw();  // once, when the body is whole
     bool ok() const { return !failed_; }
-    void skipDigests() { digests_ = false; }  // for bodies whose digests are already known
     Blob commit(const std::string& finalPath);  // finalPath ignored in memory mode
 
 private:
@@ -48,8 +74,6 @@ private:
     std::string buffer_;
     bool failed_ = false;
     bool committed_ = false;
-    bool digests_ = true;
-    bool copyInKernel(const Blob& blob);
 };
 
 struct StoredUpload {
@@ -77,8 +101,9 @@ public:
                              const std::map<std::string, std::string>& metadata);
     std::optional<StoredUpload> upload(const std::string& uploadId) const;
     bool storePart(const std::string& uploadId, PartInfo part, BlobWriter& body);  // false unless open
-    // Commits the assembled object and closes the upload in one step; false when no longer open.
-    bool completeUpload(const std::string& uploadId, ObjectInfo info, BlobWriter& body);
+    // Makes the listed parts one object and closes the upload in one step, without copying the parts'
+    // bytes; false when the upload is no longer open.
+    bool completeUpload(const std::string& uploadId, ObjectInfo info, const std::vector<int>& partNumbers);
     bool abortUpload(const std::string& uploadId);
     std::vector<UploadInfo> uploads() const;
 
@@ -94,7 +119,8 @@ private:
     void closeUpload(StoredUpload& upload, UploadState state);
     void loadObjects();
     void loadUploads();
-    void commitObjectLocked(ObjectInfo info, BlobWriter& body);
+    void putObjectLocked(StoredObject object);
+    Blob::Piece linkPart(const Blob& part, const std::string& objectBase, const std::string& uploadId, int number);
 
     std::string dir_;
     mutable std::mutex mutex_;

@@ -7,10 +7,7 @@
 #include <iostream>
 #include <memory>
 
-extern "C" {
-#include <libavutil/log.h>
-}
-
+#include "VODUpload/src/AVCVAssetInfo.h"
 #include "VODUpload/src/VODInnerFileInfo.h"
 #include "VODUpload/src/VODServiceEndpoint.h"
 #include "foundation/user_defaults.h"
@@ -122,7 +119,7 @@ int runUpload(const UploadOptions& options) {
     if (options.verbose)
         oss::OSSLog::enableLog();
     else
-        av_log_set_level(AV_LOG_QUIET);  // reading media facts of a file FFmpeg cannot parse is not news
+        silenceMediaFormatLibrary();  // reading media facts of a file FFmpeg cannot parse is not news
 
     const bool embedded = !options.namesService();
     auto paths = uploadCachePaths(embedded);

@@ -1,6 +1,7 @@
 #pragma once
 // The command-line host's subcommands. Each one lives in its own command_<name>.cpp, adds itself to
-// the app, and hands back what to run when it is chosen; main.cpp lists them.
+// the app, and hands back what to run when it is chosen; main.cpp lists those of `quorvane`, and
+// demo_main.cpp the demo, which is a program of its own (quorvane-demo).
 #include <CLI/CLI.hpp>
 
 #include <functional>

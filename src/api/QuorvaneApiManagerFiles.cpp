@@ -38,7 +38,8 @@ std::string QuorvaneApiManager::getPathFromSandboxTempWithMiddleDir(const std::s
 std::string QuorvaneApiManager::saveFile(const std::string& data, const std::string& toSandboxTempWithMiddleDir,
                                          const std::string& fileSuffix) {
     std::string path = getPathFromSandboxTempWithMiddleDir(toSandboxTempWithMiddleDir, "", fileSuffix);
-    foundation::writeFileAtomically(path, data);
+    // Synced: the caller may have no other copy of these bytes.
+    foundation::writeFileAtomically(path, data, foundation::Durability::PowerLoss);
     return path;
 }
 

@@ -99,18 +99,19 @@ std::string globallyUniqueString() {
     return randomUuid() + tail;
 }
 
-bool writeFileAtomically(const std::string& path, std::string_view bytes) {
+bool writeFileAtomically(const std::string& path, std::string_view bytes, Durability durability) {
+    const bool sync = durability == Durability::PowerLoss;
     const std::string temp = path + ".tmp-" + globallyUniqueString();
     int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
     if (fd < 0) return false;
-    bool ok = writeAll(fd, bytes) && ::fsync(fd) == 0;
+    bool ok = writeAll(fd, bytes) && (!sync || ::fsync(fd) == 0);
     ok = (::close(fd) == 0) && ok;
     if (ok) ok = ::rename(temp.c_str(), path.c_str()) == 0;
     if (!ok) {
         ::unlink(temp.c_str());
         return false;
     }
-    syncDirectoryOf(path);
+    if (sync) syncDirectoryOf(path);
     return true;
 }
 

@@ -79,7 +79,11 @@ void UserDefaults::persistLocked() {
     if (!dir.empty()) std::filesystem::create_directories(dir, ec);
     // Invalid UTF-8 in a string is replaced rather than thrown on.
     std::string text = data_.dump(-1, ' ', false, Value::error_handler_t::replace);
-    if (!writeFileAtomically(path_, text)) logLine("UserDefaults: cannot write " + path_);
+    // Not synced to disk: what this store holds is rebuilt by doing the work again (the upload engine's
+    // resume cache: a lost entry costs sending a file again, never the file), and a sync per change
+    // would put two disk flushes in every upload's path. The platform's own store is not synced per
+    // change either.
+    if (!writeFileAtomically(path_, text, Durability::ProcessCrash)) logLine("UserDefaults: cannot write " + path_);
 }
 
 }  // namespace quorvane::foundation

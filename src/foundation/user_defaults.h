@@ -1,6 +1,6 @@
 #pragma once
 // The persisted user-defaults store: a JSON object in one file, written atomically (temp file,
-// fsync, rename) on every change. A corrupt or unreadable file is discarded, not fatal.
+// rename) on every change, not synced to disk. A corrupt or unreadable file is discarded, not fatal.
 #include <memory>
 #include <mutex>
 #include <optional>

@@ -2,6 +2,11 @@
 // The record of a resumable upload: which parts of which local file are stored under which upload
 // id. Kept as JSON in the record directory, written atomically, so a crash leaves either the old or
 // the new record. Parsing is a pure function; anything malformed is rejected as a whole.
+//
+// Records are written without a sync to disk (foundation::Durability::ProcessCrash): a record lost
+// with a power cut only costs sending its parts again under a new upload (the local file holds the
+// bytes, and a half-written record is rejected whole), while a sync per save would stall a part
+// slot on every checkpoint.
 #include <cstdint>
 #include <map>
 #include <optional>

@@ -42,11 +42,12 @@ protected:
         return path.string();
     }
 
-    std::unique_ptr<CliProcess> run(std::vector<std::string> args) {
+    std::unique_ptr<CliProcess> run(std::vector<std::string> args,
+                                    std::vector<std::pair<std::string, std::string>> env = {}) {
         args.insert(args.begin(), QUORVANE_CLI_PATH);
-        return std::make_unique<CliProcess>(std::move(args), std::vector<std::pair<std::string, std::string>>{
-                                                                 {"XDG_CACHE_HOME", (root_ / "cache").string()},
-                                                                 {"QUORVANE_LOG_SERVICE_ENDPOINT", ""}});
+        env.emplace_back("XDG_CACHE_HOME", (root_ / "cache").string());
+        env.emplace_back("QUORVANE_LOG_SERVICE_ENDPOINT", "");
+        return std::make_unique<CliProcess>(std::move(args), std::move(env));
     }
 
     // The JSON events of the run with the given "event" name.
@@ -94,6 +95,23 @@ TEST_F(CliUpload, EmbeddedCloudStoresTheExactBytesOfEachFile) {
         // Media files are registered with the video service, other files go straight to the bucket.
         EXPECT_EQ(success["videoId"].is_string(), file == clip) << success.dump();
     }
+}
+
+// The dynamic loader names every library it loads on standard error when LD_DEBUG=files.
+TEST_F(CliUpload, DeviceLibrariesStayUnloadedAndFFmpegLoadsOnlyForMediaFiles) {
+    auto data = makeFile("plain.bin", 200 * 1024, 4);
+    auto clip = makeFile("movie.mp4", 200 * 1024, 5);
+    auto storage = (root_ / "cloud").string();
+    auto plain = run({"upload", "--json", "--storage", storage, data}, {{"LD_DEBUG", "files"}});
+    ASSERT_EQ(plain->wait(kGenerous), 0) << plain->errors();
+    ASSERT_NE(plain->errors().find("file=libcurl"), std::string::npos) << "LD_DEBUG had no effect";
+    for (const char* library : {"libvips", "libZXing", "libMagick", "libpoppler", "libavformat", "libavcodec"})
+        EXPECT_EQ(plain->errors().find(library), std::string::npos) << library << " loaded to upload plain.bin";
+
+    auto media = run({"upload", "--json", "--storage", storage, clip}, {{"LD_DEBUG", "files"}});
+    ASSERT_EQ(media->wait(kGenerous), 0) << media->errors();
+    EXPECT_NE(media->errors().find("file=libavformat"), std::string::npos);  // its facts are read
+    EXPECT_EQ(media->errors().find("libvips"), std::string::npos);
 }
 
 TEST_F(CliUpload, BadUsageAndUnusableFilesExitTwoBeforeUploading) {

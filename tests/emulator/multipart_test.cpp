@@ -2,6 +2,7 @@
 #include <filesystem>
 
 #include "emulator_test_support.h"
+#include "foundation/crc64.h"
 
 namespace quorvane::emulator {
 namespace {
@@ -61,6 +62,44 @@ struct Multipart {
     }
 };
 
+// Uploads `bodies` as the parts of `object` and completes it.
+void uploadWhole(Multipart& m, const std::vector<std::string>& bodies) {
+    m.initiate();
+    std::vector<std::pair<int, std::string>> list;
+    for (std::size_t i = 0; i < bodies.size(); ++i) {
+        auto res = m.part(static_cast<int>(i + 1), bodies[i]);
+        ASSERT_EQ(res->status, 200) << res->body;
+        list.emplace_back(static_cast<int>(i + 1), res->get_header_value("ETag"));
+    }
+    auto done = m.complete(list);
+    ASSERT_EQ(done->status, 200) << done->body;
+}
+
+// GET whole, GET of ranges that start, end and cross inside the parts, and HEAD all agree with `whole`.
+void expectReadsBack(httplib::Client& client, const Key& key, const std::string& resource, const std::string& whole) {
+    auto got = client.Get(resource, signedHeaders(key, "GET", resource));
+    ASSERT_TRUE(got);
+    EXPECT_EQ(got->status, 200);
+    EXPECT_TRUE(got->body == whole) << "GET " << resource << " differs";
+    EXPECT_EQ(got->get_header_value("x-oss-hash-crc64ecma"), std::to_string(foundation::Crc64::compute(whole)));
+    const std::size_t n = whole.size();
+    for (auto [first, last] : {std::pair<std::size_t, std::size_t>{0, 9}, {kPart - 3, kPart + 2},
+                               {2 * kPart + 2, 2 * kPart + 10}, {n - 5, n - 1}, {10, n - 10}}) {
+        auto headers = signedHeaders(key, "GET", resource);
+        headers.emplace("Range", "bytes=" + std::to_string(first) + "-" + std::to_string(last));
+        auto part = client.Get(resource, headers);
+        ASSERT_TRUE(part);
+        EXPECT_EQ(part->status, 206);
+        EXPECT_EQ(part->get_header_value("Content-Range"),
+                  "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" + std::to_string(n));
+        EXPECT_TRUE(part->body == whole.substr(first, last - first + 1)) << "range " << first << "-" << last;
+    }
+    auto head = client.Head(resource, signedHeaders(key, "HEAD", resource));
+    ASSERT_TRUE(head);
+    EXPECT_EQ(head->get_header_value("Content-Length"), std::to_string(n));
+    EXPECT_EQ(head->get_header_value("x-oss-object-type"), "Multipart");
+}
+
 class MultipartTest : public CloudTest {
 protected:
     Multipart upload(const std::string& object) { return Multipart{*client, root, bucket(), object, ""}; }
@@ -74,14 +113,14 @@ TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotification) {
     for (int i = 0; i < 3; ++i) {
         auto res = m.part(i + 1, bodies[i]);
         ASSERT_EQ(res->status, 200) << res->body;
-        EXPECT_EQ(res->get_header_value("x-oss-hash-crc64ecma"), std::to_string(crc64(bodies[i].data(), bodies[i].size())));
+        EXPECT_EQ(res->get_header_value("x-oss-hash-crc64ecma"), std::to_string(foundation::Crc64::compute(bodies[i])));
         list.emplace_back(i + 1, i == 1 ? res->get_header_value("ETag").substr(1, 32) : res->get_header_value("ETag"));
     }
     const std::string vodInfo = R"({"Title":"clip","CateId":19,"Tags":"sports"})";
     auto done = m.complete(list, {{"x-oss-notification", foundation::base64Encode(vodInfo)}});
     ASSERT_EQ(done->status, 200) << done->body;
     auto whole = bodies[0] + bodies[1] + bodies[2];
-    EXPECT_EQ(done->get_header_value("x-oss-hash-crc64ecma"), std::to_string(crc64(whole.data(), whole.size())));
+    EXPECT_EQ(done->get_header_value("x-oss-hash-crc64ecma"), std::to_string(foundation::Crc64::compute(whole)));
     EXPECT_EQ(xmlField(done->body, "Key"), "video/clip.mp4");
     EXPECT_EQ(cloud.objectBytes(bucket(), "video/clip.mp4"), whole);
     auto info = cloud.object(bucket(), "video/clip.mp4");
@@ -96,6 +135,13 @@ TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotification) {
     EXPECT_EQ(xmlField(again->body, "Code"), "NoSuchUpload");
     EXPECT_EQ(xmlField(again->body, "UploadId"), m.uploadId);
     EXPECT_EQ(cloud.upload(m.uploadId)->state, UploadState::Completed);
+}
+
+TEST_F(MultipartTest, CompletedObjectReadsBackWholeAndByRangesAcrossParts) {
+    auto m = upload("joined.bin");
+    std::vector<std::string> bodies = {bytes(kPart, 4), bytes(kPart + 7, 5), bytes(999, 6)};
+    uploadWhole(m, bodies);
+    expectReadsBack(*client, root, m.resource(""), bodies[0] + bodies[1] + bodies[2]);
 }
 
 TEST_F(MultipartTest, CompleteRefusesBadPartLists) {
@@ -183,6 +229,57 @@ TEST(MultipartPersistence, RestartedEmulatorKeepsObjectsUploadsAndParts) {
     auto first = cloud.upload(uploadId)->parts.at(0).etag;
     ASSERT_EQ(m.complete({{1, first}, {2, second->get_header_value("ETag")}})->status, 200);
     EXPECT_EQ(cloud.objectBytes(options.bucket, "p.bin"), bytes(kPart, 1) + "end");
+    std::filesystem::remove_all(dir);
+}
+
+// Files under `dir` whose names end with `suffix`.
+std::size_t filesEndingWith(const std::filesystem::path& dir, const std::string& suffix = "") {
+    std::size_t count = 0;
+    for (const auto& entry : std::filesystem::recursive_directory_iterator(dir))
+        if (entry.is_regular_file() && entry.path().string().ends_with(suffix)) ++count;
+    return count;
+}
+
+TEST(MultipartPersistence, CompletedObjectSurvivesRestartsAndOverwritesLeaveNoFiles) {
+    auto dir = std::filesystem::temp_directory_path() / ("emulator-joined-" + std::to_string(::getpid()));
+    std::filesystem::remove_all(dir);
+    EmulatorOptions options;
+    options.storageDir = dir.string();
+    const Key key{options.accessKeyId, options.accessKeySecret, ""};
+    std::vector<std::string> bodies = {bytes(kPart, 7), bytes(kPart + 1, 8), bytes(kPart + 3, 9)};
+    const auto whole = bodies[0] + bodies[1] + bodies[2];
+    std::optional<ObjectInfo> stored;
+    {
+        CloudEmulator cloud(options);
+        ASSERT_TRUE(cloud.start());
+        httplib::Client client("127.0.0.1", cloud.port());
+        Multipart m{client, key, options.bucket, "movie.mp4", ""};
+        uploadWhole(m, bodies);
+        stored = cloud.object(options.bucket, "movie.mp4");
+        expectReadsBack(client, key, m.resource(""), whole);
+        // The parts were taken over, not left behind under the closed upload.
+        EXPECT_EQ(filesEndingWith(dir / "uploads", ".data"), 0u);
+    }
+    {
+        CloudEmulator cloud(options);
+        ASSERT_TRUE(cloud.start());
+        auto again = cloud.object(options.bucket, "movie.mp4");
+        ASSERT_TRUE(again && stored);
+        EXPECT_EQ(again->etag, stored->etag);
+        EXPECT_EQ(again->crc64, stored->crc64);
+        httplib::Client client("127.0.0.1", cloud.port());
+        expectReadsBack(client, key, "/" + options.bucket + "/movie.mp4", whole);
+        // Overwritten by a single put, then by a second multipart upload: only the last version's files stay.
+        // Each version is its record and its data files.
+        ASSERT_TRUE(cloud.putObject(options.bucket, "movie.mp4", "short"));
+        EXPECT_EQ(filesEndingWith(dir / "buckets"), 2u);
+        Multipart m{client, key, options.bucket, "movie.mp4", ""};
+        uploadWhole(m, {bodies[2], bodies[1], bodies[0]});
+        EXPECT_EQ(filesEndingWith(dir / "buckets"), 4u);
+    }
+    CloudEmulator cloud(options);
+    ASSERT_TRUE(cloud.start());
+    EXPECT_EQ(cloud.objectBytes(options.bucket, "movie.mp4"), bodies[2] + bodies[1] + bodies[0]);
     std::filesystem::remove_all(dir);
 }
 

@@ -1,4 +1,4 @@
-// Digests, signatures and the Complete body parser against published values; no sockets.
+// Signatures and the Complete body parser against published values; no sockets.
 #include <gtest/gtest.h>
 
 #include "emulator/cloud_emulator.h"
@@ -9,23 +9,6 @@
 
 namespace quorvane::emulator {
 namespace {
-
-std::uint64_t crcOf(const std::string& s) { return crc64(s.data(), s.size()); }
-
-TEST(Crc64, MatchesPublishedCheckValues) {
-    EXPECT_EQ(crcOf("123456789"), 11051210869376104954ULL);
-    EXPECT_EQ(crcOf("This is a test of the emergency broadcast system."), 2871916124362751090ULL);
-    EXPECT_EQ(crcOf(""), 0ULL);
-}
-
-TEST(Crc64, ChainsAndCombinesLikeOneRun) {
-    std::string a(100003, 'a'), b;
-    for (int i = 0; i < 77777; ++i) b += static_cast<char>(i * 31);
-    auto whole = crcOf(a + b);
-    EXPECT_EQ(crc64(b.data(), b.size(), crcOf(a)), whole);
-    EXPECT_EQ(crc64Combine(crcOf(a), crcOf(b), b.size()), whole);
-    EXPECT_EQ(crc64Combine(crcOf(a), 0, 0), crcOf(a));
-}
 
 const std::string kKeyId = "44CF9590006BF252F707";
 const std::string kSecret = "OtxrzxIsfpFjA7SwPzILwy8Bw21TLhquhboDYROV";

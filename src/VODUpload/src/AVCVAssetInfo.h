@@ -1,7 +1,7 @@
 #pragma once
 // Media facts of a video file (the asset), read with libavformat. Every operation uses the file's
-// first video track (first audio track for the audio duration); an unreadable file or a missing
-// track gives zeros.
+// first video track (first audio track for the audio duration); an unreadable file, a missing track
+// or a file whose extension names no video, audio or image type gives zeros.
 #include <string>
 
 namespace quorvane {
@@ -26,5 +26,9 @@ public:
     // The same for the first audio track.
     static float AVCVAudioDuration(const std::string& asset);
 };
+
+// Keeps FFmpeg's own log lines off standard error, from now or from when the format library is
+// loaded (it is loaded the first time a media file's facts are read).
+void silenceMediaFormatLibrary();
 
 }  // namespace quorvane

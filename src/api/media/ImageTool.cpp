@@ -16,7 +16,8 @@ std::optional<std::string> ImageTool::compressImage(const std::string& data, dou
 std::string ImageTool::saveImage(const std::string& data) {
     // The temporary directory ends with '/', so the name is simply appended.
     std::string path = foundation::temporaryDirectory() + foundation::globallyUniqueString() + ".jpg";
-    foundation::writeFileAtomically(path, data);
+    // Synced: the caller may have no other copy of these bytes.
+    foundation::writeFileAtomically(path, data, foundation::Durability::PowerLoss);
     return path;
 }
 

@@ -1,10 +1,14 @@
-#include "oss/crc64.h"
+#include "foundation/crc64.h"
 
+#if QUORVANE_HAVE_ISAL
+#include <isa-l/crc64.h>
+#else
 #include <lzma.h>
+#endif
 
 #include <array>
 
-namespace quorvane::oss {
+namespace quorvane::foundation {
 namespace {
 
 constexpr std::uint64_t kPoly = 0xC96C5795D7870F42ULL;  // 0x42F0E1EBA9EA3693 reflected
@@ -56,12 +60,19 @@ std::uint64_t xPowerModP(std::uint64_t n, std::size_t k) {
 
 }  // namespace
 
-// liblzma's CRC-64 is this very checksum (the XZ one), with a carry-less-multiply path where the
-// processor has one: several times the speed of a table walk over a large part.
+// Both libraries compute this very checksum with the same chaining convention (the finished CRC
+// goes back in as the start value). ISA-L folds 128 bytes a step with carry-less multiplies, about
+// four times liblzma's speed on a large part.
 std::uint64_t Crc64::update(std::uint64_t crc, const void* data, std::size_t size) {
     if (size == 0) return crc;
+#if QUORVANE_HAVE_ISAL
+    return crc64_ecma_refl(crc, static_cast<const unsigned char*>(data), size);
+#else
     return lzma_crc64(static_cast<const std::uint8_t*>(data), size, crc);
+#endif
 }
+
+const char* Crc64::backend() { return QUORVANE_HAVE_ISAL ? "isa-l" : "liblzma"; }
 
 std::uint64_t Crc64::updateBytewise(std::uint64_t crc, const void* data, std::size_t size) {
     auto p = static_cast<const unsigned char*>(data);
@@ -77,4 +88,4 @@ std::uint64_t Crc64::combine(std::uint64_t crcA, std::uint64_t crcB, std::uint64
     return multModP(xPowerModP(lengthB, 3), crcA) ^ crcB;
 }
 
-}  // namespace quorvane::oss
+}  // namespace quorvane::foundation

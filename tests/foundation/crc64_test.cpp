@@ -3,9 +3,9 @@
 #include <random>
 #include <string>
 
-#include "oss/crc64.h"
+#include "foundation/crc64.h"
 
-using quorvane::oss::Crc64;
+using quorvane::foundation::Crc64;
 
 TEST(Crc64, PublishedCheckValues) {
     EXPECT_EQ(Crc64::compute("123456789"), 0x995DC9BBDF1939FAULL);
