@@ -88,7 +88,7 @@ TEST_F(TwoClients, EachTalksOnlyToTheServicesItWasCreatedWith) {
 
         const auto reports = cloud.progressReports();
         ASSERT_FALSE(reports.empty());
-        for (const auto& r : reports) EXPECT_EQ(r.fields.value("FileName", ""), t->clip);
+        for (const auto& r : reports) EXPECT_EQ(r.fields.value("FileName", ""), t->name + "-clip.mp4");
 
         const auto events = cloud.logEvents();
         ASSERT_FALSE(events.empty());
