@@ -34,8 +34,9 @@ std::string ApiOSSUploadTool::enterpriseApiBaseUrl() {
     return baseUrlSlot().value_or(kDefaultEnterpriseApiBaseUrl);
 }
 
-std::string ApiOSSUploadTool::enterpriseApiHostName() {
-    std::string host = enterpriseApiBaseUrl();
+std::string ApiOSSUploadTool::enterpriseApiHostName() { return hostNameOf(enterpriseApiBaseUrl()); }
+
+std::string ApiOSSUploadTool::hostNameOf(std::string host) {
     if (auto scheme = host.find("://"); scheme != std::string::npos) host.erase(0, scheme + 3);
     if (auto path = host.find('/'); path != std::string::npos) host.erase(path);
     if (auto port = host.rfind(':'); port != std::string::npos && host.find(']') == std::string::npos) host.erase(port);
@@ -47,20 +48,40 @@ std::string ApiOSSUploadTool::getfilePathFromSandboxTmpWithMiddleDir(const std::
     return QuorvaneApiManager::getfilePathFromSandboxTmpWithMiddleDir(middleDir, fileName);
 }
 
-std::shared_ptr<ApiOSSUploadTool> ApiOSSUploadTool::create() {
-    auto tool = std::make_shared<ApiOSSUploadTool>();
+ApiOSSUploadTool::Config ApiOSSUploadTool::Config::current() {
+    Config config;
+    config.enterpriseApiBaseUrl = ApiOSSUploadTool::enterpriseApiBaseUrl();
+    config.vod = VODServiceConfig::current();
+    return config;
+}
+
+std::shared_ptr<ApiOSSUploadTool> ApiOSSUploadTool::create() { return create(Config::current()); }
+
+std::shared_ptr<ApiOSSUploadTool> ApiOSSUploadTool::create(Config config) {
+    auto tool = std::make_shared<ApiOSSUploadTool>(std::move(config));
     tool->init();
     return tool;
 }
 
-ApiOSSUploadTool::ApiOSSUploadTool() = default;
+namespace {
+
+ApiOSSUploadTool::Config normalized(ApiOSSUploadTool::Config config) {
+    auto& url = config.enterpriseApiBaseUrl;
+    while (!url.empty() && url.back() == '/') url.pop_back();
+    return config;
+}
+
+}  // namespace
+
+ApiOSSUploadTool::ApiOSSUploadTool() : ApiOSSUploadTool(Config::current()) {}
+ApiOSSUploadTool::ApiOSSUploadTool(Config config) : config_(normalized(std::move(config))) {}
 ApiOSSUploadTool::~ApiOSSUploadTool() = default;
 
 // The engine's events for the video path. Every callback holds the tool weakly: the engine lives
 // inside the tool, and the running upload's own reference keeps the tool alive.
 void ApiOSSUploadTool::init() {
     imageUploadCancelStatus_ = 0;
-    uploader_ = VODUploadClient::create();
+    uploader_ = VODUploadClient::create(config_.vod);
     auto listener = std::make_shared<VODUploadListener>();
     std::weak_ptr<ApiOSSUploadTool> weak = weak_from_this();
     listener->finish = [weak](const std::shared_ptr<UploadFileInfo>&, const VodUploadResult& result) {

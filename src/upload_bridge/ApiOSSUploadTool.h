@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 
+#include "VODUpload/src/VODServiceConfig.h"
 #include "api/HttpSessionManager.h"
 #include "foundation/value.h"
 #include "oss/oss_client.h"
@@ -28,22 +29,34 @@ public:
     // One argument: an array of result dictionaries / a failure dictionary.
     using ResultBlock = std::function<void(const Value&)>;
 
-    // A new tool (init): its upload engine, with the tool's listener installed. Always held by
-    // std::shared_ptr; the work it starts keeps it alive until that work has answered.
-    static std::shared_ptr<ApiOSSUploadTool> create();
-    ApiOSSUploadTool();
-    ~ApiOSSUploadTool();
-    ApiOSSUploadTool(const ApiOSSUploadTool&) = delete;
-    ApiOSSUploadTool& operator=(const ApiOSSUploadTool&) = delete;
-
     // --- The enterprise API host (a deployment setting; the request paths are fixed) ---
     static constexpr const char* kDefaultEnterpriseApiBaseUrl = "https://api.quorvane.com";
     // Scheme and host (and port) the requests go to, e.g. "http://127.0.0.1:8080"; nullopt restores
-    // the default. Process-wide; any thread.
+    // the default. Process-wide: the default of tools created from now on; any thread.
     static void setEnterpriseApiBaseUrl(std::optional<std::string> baseUrl);
     static std::string enterpriseApiBaseUrl();
     // The host's name alone (the domain of signing errors).
     static std::string enterpriseApiHostName();
+
+    // What one tool talks to, fixed at its creation.
+    struct Config {
+        std::string enterpriseApiBaseUrl = kDefaultEnterpriseApiBaseUrl;  // a trailing "/" is dropped
+        std::shared_ptr<foundation::HttpClient> httpClient;  // enterprise requests; nullptr = the shared one
+        VODServiceConfig vod;                                // the tool's upload engine
+        // The process-wide settings, read now.
+        static Config current();
+    };
+
+    // A new tool (init): its upload engine, with the tool's listener installed. Always held by
+    // std::shared_ptr; the work it starts keeps it alive until that work has answered. Without a
+    // configuration, the process-wide settings as they are now.
+    static std::shared_ptr<ApiOSSUploadTool> create();
+    static std::shared_ptr<ApiOSSUploadTool> create(Config config);
+    ApiOSSUploadTool();
+    explicit ApiOSSUploadTool(Config config);
+    ~ApiOSSUploadTool();
+    ApiOSSUploadTool(const ApiOSSUploadTool&) = delete;
+    ApiOSSUploadTool& operator=(const ApiOSSUploadTool&) = delete;
 
     // --- Uploads ---
     // Fetches the object-storage configuration, then puts the "files" one at a time. Success gets
@@ -57,15 +70,24 @@ public:
     static std::string getfilePathFromSandboxTmpWithMiddleDir(const std::string& middleDir, const std::string& fileName);
 
     // --- HTTP helpers for the enterprise server ---
+    // Each helper also comes with the HTTP client to send through as its last parameter (nullptr = the
+    // shared one).
     static std::shared_ptr<HttpSessionManager> pubManager();
+    static std::shared_ptr<HttpSessionManager> pubManager(std::shared_ptr<foundation::HttpClient> client);
     // JSON GET; parameters go into the query string. A failed request's body is not read.
     static void getRequestWithUrl(const std::string& url, const Value& requestParam, ReponseData reponseData);
+    static void getRequestWithUrl(const std::string& url, const Value& requestParam, ReponseData reponseData,
+                                  std::shared_ptr<foundation::HttpClient> client);
     // POST of `bodyFromData` as the whole body. Header values that are empty are not sent; a
     // failed request's JSON body reaches the caller with "failure".
     static void postRequestWithUrl(const std::string& url, const Value& requestParam, const std::string& bodyFromData,
                                    bool needJsonContentType, const Value& header, ReponseData reponseData);
+    static void postRequestWithUrl(const std::string& url, const Value& requestParam, const std::string& bodyFromData,
+                                   bool needJsonContentType, const Value& header, ReponseData reponseData,
+                                   std::shared_ptr<foundation::HttpClient> client);
 
     // --- Properties ---
+    const Config& config() const { return config_; }
     std::shared_ptr<oss::OSSClient> client() const { return client_; }
     std::shared_ptr<VODUploadClient> uploader() const { return uploader_; }
     std::shared_ptr<UploadingView> uploadingView() const { return uploadingView_; }
@@ -78,6 +100,7 @@ public:
 
 private:
     void init();
+    static std::string hostNameOf(std::string baseUrl);
     // Image path steps.
     void onOssConfig(const Value& answer, const Value& files, ResultBlock successCallback, ResultBlock failCallback);
     void makeClient(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& endpoint);
@@ -92,6 +115,7 @@ private:
     void retainWhileUploading();
     std::shared_ptr<ApiOSSUploadTool> releaseUploadRetain();
 
+    const Config config_;
     std::shared_ptr<oss::OSSClient> client_;
     std::shared_ptr<VODUploadClient> uploader_;
     std::shared_ptr<UploadingView> uploadingView_;

@@ -50,14 +50,15 @@ int overallPercent(std::int64_t sent, std::int64_t expected, std::size_t index, 
 
 void ApiOSSUploadTool::simpleUploadMany(const Value& dict, ResultBlock successCallback, ResultBlock failCallback) {
     imageUploadCancelStatus_ = 0;
-    std::string url = enterpriseApiBaseUrl() + "/enterprise-api/oss/config";
+    std::string url = config_.enterpriseApiBaseUrl + "/enterprise-api/oss/config";
     Value params{{"access_token", stringOr(dict, "accessToken")}};
     Value files = dict.is_object() && dict.contains("files") && dict["files"].is_array() ? dict["files"] : Value::array();
     getRequestWithUrl(url, params,
                       [self = shared_from_this(), files, successCallback, failCallback](
                           const Value& data, const std::string&, const std::optional<Error>&) {
                           self->onOssConfig(data, files, successCallback, failCallback);
-                      });
+                      },
+                      config_.httpClient);
 }
 
 void ApiOSSUploadTool::onOssConfig(const Value& answer, const Value& files, ResultBlock successCallback,
@@ -74,13 +75,16 @@ void ApiOSSUploadTool::onOssConfig(const Value& answer, const Value& files, Resu
 void ApiOSSUploadTool::makeClient(const std::string& accessKeyId, const std::string& accessKeySecret,
                                   const std::string& endpoint) {
     auto provider = std::make_shared<oss::OSSCustomSignerCredentialProvider>(
-        [accessKeyId, accessKeySecret](const std::string& contentToSign, Error* error) -> std::optional<std::string> {
+        [accessKeyId, accessKeySecret, host = hostNameOf(config_.enterpriseApiBaseUrl)](
+            const std::string& contentToSign, Error* error) -> std::optional<std::string> {
             auto signature = oss::OSSUtil::calBase64Sha1WithData(contentToSign, accessKeySecret);
             if (signature) return "OSS " + accessKeyId + ":" + *signature;
-            if (error) *error = Error(enterpriseApiHostName(), kSignErrorCode);
+            if (error) *error = Error(host, kSignErrorCode);
             return std::nullopt;
         });
-    client_ = std::make_shared<oss::OSSClient>(endpoint, provider);
+    oss::OSSClientConfiguration conf;
+    conf.httpClient = config_.httpClient;
+    client_ = std::make_shared<oss::OSSClient>(endpoint, provider, std::move(conf));
 }
 
 void ApiOSSUploadTool::uploadFiles(Value files, std::string bucket, std::string endpoint, ResultBlock successCallback,

@@ -3,12 +3,19 @@
 
 namespace quorvane {
 
-std::shared_ptr<HttpSessionManager> ApiOSSUploadTool::pubManager() {
-    return std::make_shared<HttpSessionManager>();
+std::shared_ptr<HttpSessionManager> ApiOSSUploadTool::pubManager() { return pubManager(nullptr); }
+
+std::shared_ptr<HttpSessionManager> ApiOSSUploadTool::pubManager(std::shared_ptr<foundation::HttpClient> client) {
+    return std::make_shared<HttpSessionManager>(std::move(client));
 }
 
 void ApiOSSUploadTool::getRequestWithUrl(const std::string& url, const Value& requestParam, ReponseData reponseData) {
-    auto manager = pubManager();
+    getRequestWithUrl(url, requestParam, std::move(reponseData), nullptr);
+}
+
+void ApiOSSUploadTool::getRequestWithUrl(const std::string& url, const Value& requestParam, ReponseData reponseData,
+                                         std::shared_ptr<foundation::HttpClient> client) {
+    auto manager = pubManager(std::move(client));
     manager->setValue("zh_cn", "lang");
     manager->setValue("application/json", "Content-Type");
     manager->dataTask(manager->requestWithMethod("GET", url, requestParam), [manager, reponseData](SessionResult result) {
@@ -21,7 +28,14 @@ void ApiOSSUploadTool::getRequestWithUrl(const std::string& url, const Value& re
 void ApiOSSUploadTool::postRequestWithUrl(const std::string& url, const Value& requestParam,
                                           const std::string& bodyFromData, bool needJsonContentType,
                                           const Value& header, ReponseData reponseData) {
-    auto manager = pubManager();
+    postRequestWithUrl(url, requestParam, bodyFromData, needJsonContentType, header, std::move(reponseData), nullptr);
+}
+
+void ApiOSSUploadTool::postRequestWithUrl(const std::string& url, const Value& requestParam,
+                                          const std::string& bodyFromData, bool needJsonContentType,
+                                          const Value& header, ReponseData reponseData,
+                                          std::shared_ptr<foundation::HttpClient> client) {
+    auto manager = pubManager(std::move(client));
     manager->setValue("zh_cn", "lang");
     if (needJsonContentType) manager->setValue("application/json", "Content-Type");
     if (header.is_object())

@@ -46,13 +46,14 @@ void ApiOSSUploadTool::VODUploadFile(const Value& dict, ResultBlock successCallb
         return FailCallback_(Value{{"message", kNativeErrorFileTooLarge.message}, {"code", kNativeErrorFileTooLarge.code}});
     const Value body{{"file_name", textAt(entry, "objectKey") + ".mp4"}};
     const std::string bodyText = body.dump(-1, ' ', false, Value::error_handler_t::replace);
-    std::string url = enterpriseApiBaseUrl() + "/enterprise-api/v2/" + textAt(dict, "enterpriseId") +
+    std::string url = config_.enterpriseApiBaseUrl + "/enterprise-api/v2/" + textAt(dict, "enterpriseId") +
                       "/ticket?access_token=" + textAt(dict, "accessToken");
     postRequestWithUrl(url, Value::object(), bodyText, true, Value::object(),
                        [self = shared_from_this(), filePath, fileName, fileSize](
                            const Value& data, const std::string&, const std::optional<Error>&) {
                            self->onTicket(data, filePath, fileName, fileSize);
-                       });
+                       },
+                       config_.httpClient);
 }
 
 void ApiOSSUploadTool::onTicket(const Value& answer, const std::string& filePath, const std::string& fileName,

@@ -1,6 +1,5 @@
 // The engine on bad networks, with real sockets: a service that accepts connections and never
 // answers is noticed and reported, and a slow link that still moves bytes is never cut.
-#include "VODUpload/src/VODServiceEndpoint.h"
 #include "engine_cloud_support.h"
 #include "support/net_faults.h"
 
@@ -16,10 +15,6 @@ protected:
         ASSERT_TRUE(initSts(client));
         client->setTimeoutIntervalForRequest(1);
         client->setMaxRetryCount(1);
-    }
-    void TearDown() override {
-        VODServiceEndpoint::setIdleTimeoutSeconds(0);
-        EngineCloudTest::TearDown();
     }
 };
 
@@ -38,8 +33,17 @@ TEST_F(BadNetwork, SilentObjectStorageIsRetriedThenFailsInsteadOfHanging) {
 
 TEST_F(BadNetwork, SilentVideoServiceFailsTheFile) {
     SilentServer silent;
-    VODServiceEndpoint::setBaseUrl(silent.endpoint() + "/");
-    VODServiceEndpoint::setIdleTimeoutSeconds(1);
+    // A client of its own, made with the silent service and a one-second idle time-out.
+    VODServiceConfig config = VODServiceConfig::current();
+    config.vodBaseUrl = silent.endpoint() + "/";
+    config.idleTimeoutSeconds = 1;
+    client->stop();
+    client = VODUploadClient::create(config);
+    client->setRecordDirectoryPath(dir.file("records"));
+    client->setRetryWait(20ms);
+    ASSERT_TRUE(initSts(client));
+    client->setTimeoutIntervalForRequest(1);
+    client->setMaxRetryCount(1);
     auto clip = makeFile("silent.mp4", randomBytes(64 * 1024, 61));
     auto info = std::make_shared<VodInfo>();
     info->title = "silent";

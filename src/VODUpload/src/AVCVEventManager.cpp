@@ -35,6 +35,8 @@ std::shared_ptr<AVCVEventManager> AVCVEventManager::newInstance(const std::strin
     manager->setEnabled(enabled());
     manager->setLogstore(logstore);
     manager->setTransport(transport());
+    std::lock_guard lock(mutex_);
+    manager->endpoint_ = endpoint_;
     return manager;
 }
 
@@ -46,7 +48,7 @@ void AVCVEventManager::sendEvent(long long eventNumber, const Value& params) {
 
 void AVCVEventManager::sendEvent(long long eventNumber, const Value& params, const Value& commonParams) {
     if (!enabled()) return;
-    if (logServiceEndpoint().empty()) return;  // no log service configured: nowhere to send
+    if (endpoint().empty()) return;  // no log service configured: nowhere to send
     transport()->enqueue(eventUrl(eventNumber, params, commonParams));
 }
 
@@ -86,7 +88,7 @@ Value AVCVEventManager::defaultParams() const {
 }
 
 std::string AVCVEventManager::eventHostUrl() const {
-    std::string endpoint = logServiceEndpoint();
+    std::string endpoint = this->endpoint();
     if (endpoint.find("://") == std::string::npos) endpoint = "https://" + endpoint;
     while (!endpoint.empty() && endpoint.back() == '/') endpoint.pop_back();
     return endpoint + "/logstores/" + logstore() + "/track?APIVersion=0.6.0";
@@ -161,6 +163,19 @@ void AVCVEventManager::setLogServiceEndpoint(const std::string& endpoint) {
 std::string AVCVEventManager::logServiceEndpoint() {
     std::lock_guard lock(gEndpointMutex);
     return endpointSetting();
+}
+
+void AVCVEventManager::setEndpoint(std::optional<std::string> endpoint) {
+    std::lock_guard lock(mutex_);
+    endpoint_ = std::move(endpoint);
+}
+
+std::string AVCVEventManager::endpoint() const {
+    {
+        std::lock_guard lock(mutex_);
+        if (endpoint_) return *endpoint_;
+    }
+    return logServiceEndpoint();
 }
 
 std::shared_ptr<AVCVEventTransport> AVCVEventManager::transport() const {

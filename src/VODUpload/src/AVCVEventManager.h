@@ -22,7 +22,8 @@ public:
     // `requestID` a fresh UUID, `enabled` true, `logstore` "svideo".
     AVCVEventManager();
 
-    // A separate manager for `logstore`, enabled as this one is, sending through the same transport.
+    // A separate manager for `logstore`, enabled as this one is, sending through the same transport
+    // to the same log service.
     std::shared_ptr<AVCVEventManager> newInstance(const std::string& logstore) const;
     void refreshRequestID();
 
@@ -61,6 +62,10 @@ public:
     // leaves the process.
     static void setLogServiceEndpoint(const std::string& endpoint);
     static std::string logServiceEndpoint();
+    // This manager's own log service, in the same forms (empty: no event leaves); nullopt follows the
+    // process-wide endpoint at each event.
+    void setEndpoint(std::optional<std::string> endpoint);
+    std::string endpoint() const;
 
     // The transport this manager queues on (the process-wide one by default).
     std::shared_ptr<AVCVEventTransport> transport() const;
@@ -71,6 +76,7 @@ private:
     std::atomic<bool> enabled_{true};
     std::string requestID_;
     std::string logstore_ = "svideo";
+    std::optional<std::string> endpoint_;
     std::shared_ptr<AVCVEventTransport> transport_;
 };
 

@@ -7,7 +7,6 @@
 #include "VODUpload/src/AVCVSystemInfo.h"
 #include "VODUpload/src/VODDateFormat.h"
 #include "VODUpload/src/VODOpenApi.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
 #include "VODUpload/src/VODUploadModel.h"
 #include "foundation/dates.h"
 #include "foundation/http_client.h"
@@ -38,7 +37,8 @@ void mergeInto(Value& target, const Value& extra) {
 }
 
 // Signs the parameters (the query is signed as it is, not encoded again) and POSTs the form.
-void postSigned(const std::string& region, const Value& params, foundation::HttpCompletion completion) {
+void postSigned(const std::string& region, const Value& params, foundation::HttpCompletion completion,
+                const VODServiceConfig& config) {
     std::string query = AVCVHelper::urlEncodeStringFromDict(params);
     std::string stringToSign = "POST&" + AVCVHelper::percentEncode("/") + "&" + query;
     std::string signature = AVCVHelper::hmacSha1(std::string(kPlaceholderKeyId) + "&", stringToSign);
@@ -46,13 +46,13 @@ void postSigned(const std::string& region, const Value& params, foundation::Http
 
     foundation::HttpRequest request;
     request.method = "POST";
-    request.url = VODServiceEndpoint::urlForRegion(region);
+    request.url = config.urlForRegion(region);
     request.headers.emplace_back("Content-type", "application/x-www-form-urlencoded");
     request.body = foundation::makeStringBody(std::move(body));
-    request.caFile = VODServiceEndpoint::caFile();
-    request.idleTimeoutSeconds = VODServiceEndpoint::idleTimeoutSeconds();
-    request.connectTimeoutSeconds = VODServiceEndpoint::idleTimeoutSeconds();
-    foundation::HttpClient::shared()->send(std::move(request), std::move(completion));
+    request.caFile = config.caFile;
+    request.idleTimeoutSeconds = config.effectiveIdleTimeoutSeconds();
+    request.connectTimeoutSeconds = config.effectiveIdleTimeoutSeconds();
+    config.client()->send(std::move(request), std::move(completion));
 }
 
 // The first "VideoId" of "UploadProgress"."UploadProgressList", when it is a non-empty text.
@@ -97,6 +97,14 @@ void VODInnerApi::reportUploadProgress(const VODInnerFileInfo& fileInfo, float u
                                        long donePartsCount, const std::string& uploadId, const std::string& videoId,
                                        const std::string& uploadAddress, const std::string& region,
                                        VODInnerReportHandler completeHandler) {
+    reportUploadProgress(fileInfo, uploadRatio, partSize, donePartsCount, uploadId, videoId, uploadAddress, region,
+                         std::move(completeHandler), VODServiceConfig::current());
+}
+
+void VODInnerApi::reportUploadProgress(const VODInnerFileInfo& fileInfo, float uploadRatio, long partSize,
+                                       long donePartsCount, const std::string& uploadId, const std::string& videoId,
+                                       const std::string& uploadAddress, const std::string& region,
+                                       VODInnerReportHandler completeHandler, const VODServiceConfig& config) {
     const auto now = std::chrono::system_clock::now();
     const std::string seconds = secondsText(now);
     const std::string authInfo =
@@ -126,11 +134,16 @@ void VODInnerApi::reportUploadProgress(const VODInnerFileInfo& fileInfo, float u
         std::optional<Error> ignored;
         if (result.ok()) (void)parseVodReply(result.response.body, ignored);
         handler(std::move(result.error));
-    });
+    }, config);
 }
 
 void VODInnerApi::getUploadProgress(const VODInnerFileInfo& fileInfo, const std::string& region,
                                     VODInnerProgressHandler completeHandler) {
+    getUploadProgress(fileInfo, region, std::move(completeHandler), VODServiceConfig::current());
+}
+
+void VODInnerApi::getUploadProgress(const VODInnerFileInfo& fileInfo, const std::string& region,
+                                    VODInnerProgressHandler completeHandler, const VODServiceConfig& config) {
     const auto now = std::chrono::system_clock::now();
     const std::string seconds = secondsText(now);
     const std::string authInfo = AVCVHelper::md5WithString(std::string(kAuthInfoKey) + "|" + seconds);
@@ -151,7 +164,7 @@ void VODInnerApi::getUploadProgress(const VODInnerFileInfo& fileInfo, const std:
         auto reply = parseVodReply(result.response.body, parseError);
         if (!reply) return handler(std::nullopt, std::move(parseError));
         handler(firstVideoId(*reply), std::nullopt);
-    });
+    }, config);
 }
 
 }  // namespace quorvane

@@ -1,12 +1,14 @@
 #pragma once
 // The VOD service's upload-progress actions (ReportUploadProgress, GetUploadProgress): form-encoded
 // POSTs to the OpenAPI endpoint, authenticated by an AuthInfo digest rather than the app's
-// credentials. Stateless and fire-and-forget; handlers run on the HTTP client's worker thread.
+// credentials. Stateless and fire-and-forget; handlers run on the HTTP client's worker thread. Each
+// action comes twice: with the process-wide settings, and with a client's own VODServiceConfig last.
 #include <functional>
 #include <optional>
 #include <string>
 
 #include "VODUpload/src/VODInnerFileInfo.h"
+#include "VODUpload/src/VODServiceConfig.h"
 #include "foundation/error.h"
 #include "foundation/value.h"
 
@@ -25,11 +27,17 @@ public:
                                      long donePartsCount, const std::string& uploadId, const std::string& videoId,
                                      const std::string& uploadAddress, const std::string& region,
                                      VODInnerReportHandler completeHandler);
+    static void reportUploadProgress(const VODInnerFileInfo& fileInfo, float uploadRatio, long partSize,
+                                     long donePartsCount, const std::string& uploadId, const std::string& videoId,
+                                     const std::string& uploadAddress, const std::string& region,
+                                     VODInnerReportHandler completeHandler, const VODServiceConfig& config);
 
     // Asks whether the service already holds a video for the file: the handler gets the first
     // listed "VideoId" when there is a non-empty one.
     static void getUploadProgress(const VODInnerFileInfo& fileInfo, const std::string& region,
                                   VODInnerProgressHandler completeHandler);
+    static void getUploadProgress(const VODInnerFileInfo& fileInfo, const std::string& region,
+                                  VODInnerProgressHandler completeHandler, const VODServiceConfig& config);
 
     // The ten parameters both actions carry, with a fresh "SignatureNonce".
     static Value defaultParams();

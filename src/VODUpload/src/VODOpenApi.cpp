@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "VODUpload/src/VODLog.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
 #include "foundation/crypto.h"
 #include "foundation/dates.h"
 
@@ -190,10 +189,16 @@ std::string VODOpenApi::signature(const std::string& keySecret, const std::strin
 
 std::string VODOpenApi::requestUrl(const std::string& keyId, const std::string& keySecret, const std::string& token,
                                    const std::string& region, const Value& params, const std::string& nonce) {
+    return requestUrl(keyId, keySecret, token, region, params, nonce, VODServiceConfig::current());
+}
+
+std::string VODOpenApi::requestUrl(const std::string& keyId, const std::string& keySecret, const std::string& token,
+                                   const std::string& region, const Value& params, const std::string& nonce,
+                                   const VODServiceConfig& config) {
     Value merged = commonParams(keyId, token, nonce);
     mergeInto(merged, params);
     std::string query = getParamsString(merged);
-    return VODServiceEndpoint::urlForRegion(region) + "?" + query + "&" + percentEncode("Signature") + "=" +
+    return config.urlForRegion(region) + "?" + query + "&" + percentEncode("Signature") + "=" +
            percentEncode(signature(keySecret, query));
 }
 
@@ -201,14 +206,22 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::request(const std::string& key
                                                           const std::string& token, const std::string& region,
                                                           const Value& params,
                                                           VODOpenApiCompletionHandler completionHandler) {
+    return request(keyId, keySecret, token, region, params, std::move(completionHandler), VODServiceConfig::current());
+}
+
+std::shared_ptr<foundation::HttpTask> VODOpenApi::request(const std::string& keyId, const std::string& keySecret,
+                                                          const std::string& token, const std::string& region,
+                                                          const Value& params,
+                                                          VODOpenApiCompletionHandler completionHandler,
+                                                          const VODServiceConfig& config) {
     foundation::HttpRequest request;
     request.method = "GET";
-    request.url = requestUrl(keyId, keySecret, token, region, params, randomUUID());
-    request.caFile = VODServiceEndpoint::caFile();
-    request.idleTimeoutSeconds = VODServiceEndpoint::idleTimeoutSeconds();
-    request.connectTimeoutSeconds = VODServiceEndpoint::idleTimeoutSeconds();
+    request.url = requestUrl(keyId, keySecret, token, region, params, randomUUID(), config);
+    request.caFile = config.caFile;
+    request.idleTimeoutSeconds = config.effectiveIdleTimeoutSeconds();
+    request.connectTimeoutSeconds = config.effectiveIdleTimeoutSeconds();
     auto handler = std::move(completionHandler);
-    return foundation::HttpClient::shared()->send(std::move(request), [handler](foundation::HttpResult result) {
+    return config.client()->send(std::move(request), [handler](foundation::HttpResult result) {
         if (handler) handleReply(std::move(result), handler);
     });
 }
@@ -217,13 +230,21 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadVideo(
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
     const std::string& fileName, const std::string& region, const Value& optionalParams,
     VODOpenApiCompletionHandler completionHandler) {
+    return createUploadVideo(keyId, keySecret, token, title, fileName, region, optionalParams,
+                             std::move(completionHandler), VODServiceConfig::current());
+}
+
+std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadVideo(
+    const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
+    const std::string& fileName, const std::string& region, const Value& optionalParams,
+    VODOpenApiCompletionHandler completionHandler, const VODServiceConfig& config) {
     vodLogDebug(kLogSource, "request vod video auth " + (optionalParams.is_null() ? "(null)" : optionalParams.dump()));
     Value params = Value::object();
     params["Action"] = "CreateUploadVideo";
     params["Title"] = title;
     params["FileName"] = fileName;
     mergeInto(params, optionalParams);
-    return request(keyId, keySecret, token, region, params, std::move(completionHandler));
+    return request(keyId, keySecret, token, region, params, std::move(completionHandler), config);
 }
 
 std::shared_ptr<foundation::HttpTask> VODOpenApi::refreshUploadVideo(const std::string& keyId,
@@ -232,21 +253,36 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::refreshUploadVideo(const std::
                                                                      const std::string& videoId,
                                                                      const std::string& region,
                                                                      VODOpenApiCompletionHandler completionHandler) {
+    return refreshUploadVideo(keyId, keySecret, token, videoId, region, std::move(completionHandler),
+                              VODServiceConfig::current());
+}
+
+std::shared_ptr<foundation::HttpTask> VODOpenApi::refreshUploadVideo(
+    const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& videoId,
+    const std::string& region, VODOpenApiCompletionHandler completionHandler, const VODServiceConfig& config) {
     Value params = Value::object();
     params["Action"] = "RefreshUploadVideo";
     params["VideoId"] = videoId;
-    return request(keyId, keySecret, token, region, params, std::move(completionHandler));
+    return request(keyId, keySecret, token, region, params, std::move(completionHandler), config);
 }
 
 std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadImage(
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& imageType,
     const std::string& region, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler) {
+    return createUploadImage(keyId, keySecret, token, imageType, region, optionalParams, std::move(completionHandler),
+                             VODServiceConfig::current());
+}
+
+std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadImage(
+    const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& imageType,
+    const std::string& region, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler,
+    const VODServiceConfig& config) {
     vodLogDebug(kLogSource, "request vod image auth " + (optionalParams.is_null() ? "(null)" : optionalParams.dump()));
     Value params = Value::object();
     params["Action"] = "CreateUploadImage";
     params["ImageType"] = imageType;
     mergeInto(params, optionalParams);
-    return request(keyId, keySecret, token, region, params, std::move(completionHandler));
+    return request(keyId, keySecret, token, region, params, std::move(completionHandler), config);
 }
 
 }  // namespace quorvane

@@ -1,12 +1,14 @@
 #pragma once
 // Signed requests to the VOD OpenAPI (CreateUploadVideo, RefreshUploadVideo, CreateUploadImage)
 // with the caller's temporary credentials. Stateless; any thread may call. The completion handler
-// runs exactly once, on the HTTP client's worker thread.
+// runs exactly once, on the HTTP client's worker thread. Each operation comes twice: with the
+// process-wide settings, and with a client's own VODServiceConfig as its last parameter.
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
 
+#include "VODUpload/src/VODServiceConfig.h"
 #include "foundation/error.h"
 #include "foundation/http_client.h"
 #include "foundation/value.h"
@@ -39,20 +41,34 @@ public:
         const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
         const std::string& fileName, const std::string& region, const Value& optionalParams,
         VODOpenApiCompletionHandler completionHandler);
+    static std::shared_ptr<foundation::HttpTask> createUploadVideo(
+        const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
+        const std::string& fileName, const std::string& region, const Value& optionalParams,
+        VODOpenApiCompletionHandler completionHandler, const VODServiceConfig& config);
 
     static std::shared_ptr<foundation::HttpTask> refreshUploadVideo(
         const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& videoId,
         const std::string& region, VODOpenApiCompletionHandler completionHandler);
+    static std::shared_ptr<foundation::HttpTask> refreshUploadVideo(
+        const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& videoId,
+        const std::string& region, VODOpenApiCompletionHandler completionHandler, const VODServiceConfig& config);
 
     static std::shared_ptr<foundation::HttpTask> createUploadImage(
         const std::string& keyId, const std::string& keySecret, const std::string& token,
         const std::string& imageType, const std::string& region, const Value& optionalParams,
         VODOpenApiCompletionHandler completionHandler);
+    static std::shared_ptr<foundation::HttpTask> createUploadImage(
+        const std::string& keyId, const std::string& keySecret, const std::string& token,
+        const std::string& imageType, const std::string& region, const Value& optionalParams,
+        VODOpenApiCompletionHandler completionHandler, const VODServiceConfig& config);
 
     // Adds the common parameters to `params`, signs and sends the GET.
     static std::shared_ptr<foundation::HttpTask> request(
         const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& region,
         const Value& params, VODOpenApiCompletionHandler completionHandler);
+    static std::shared_ptr<foundation::HttpTask> request(
+        const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& region,
+        const Value& params, VODOpenApiCompletionHandler completionHandler, const VODServiceConfig& config);
 
     // Canonical query: "key=value" pairs, both percent-encoded, sorted locale-aware and
     // case-insensitively on the whole pair text, joined with "&".
@@ -75,6 +91,9 @@ public:
     // The full signed URL for the common parameters (with `nonce`) merged with `params`.
     static std::string requestUrl(const std::string& keyId, const std::string& keySecret, const std::string& token,
                                   const std::string& region, const Value& params, const std::string& nonce);
+    static std::string requestUrl(const std::string& keyId, const std::string& keySecret, const std::string& token,
+                                  const std::string& region, const Value& params, const std::string& nonce,
+                                  const VODServiceConfig& config);
 };
 
 }  // namespace quorvane

@@ -23,6 +23,10 @@ std::string VODServiceEndpoint::urlForRegion(const std::string& region) {
     auto& c = config();
     std::lock_guard<std::mutex> lock(c.mutex);
     if (c.baseUrl) return *c.baseUrl;
+    return regionalUrl(region);
+}
+
+std::string VODServiceEndpoint::regionalUrl(const std::string& region) {
     const std::string pattern = kDefaultPattern;
     const auto at = pattern.find("%s");
     return pattern.substr(0, at) + region + pattern.substr(at + 2);

@@ -1,7 +1,9 @@
 #pragma once
-// Where the VOD OpenAPI lives. By default the regional host "https://vod.<region>.aliyuncs.com/";
-// a host program or a test may point every request at another base URL (a local emulator), and
-// may add a CA file so an HTTPS test endpoint is still verified.
+// Where the VOD OpenAPI lives, process-wide. By default the regional host
+// "https://vod.<region>.aliyuncs.com/"; a host program or a test may point every request at another
+// base URL (a local emulator), and may add a CA file so an HTTPS test endpoint is still verified.
+// These settings are the defaults a client takes at creation (VODServiceConfig::current()); a
+// client given its own VODServiceConfig does not read them.
 #include <optional>
 #include <string>
 
@@ -14,6 +16,8 @@ public:
 
     // The base URL ending in "/" that requests for `region` go to.
     static std::string urlForRegion(const std::string& region);
+    // The regional pattern filled in, whatever base URL is set.
+    static std::string regionalUrl(const std::string& region);
 
     // Sends every request to `baseUrl` (for example "http://127.0.0.1:8080/"); the region is then
     // ignored. nullopt restores the regional pattern. Process-wide; any thread.

@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "VODUpload/src/AVCVEventManager.h"
+#include "VODUpload/src/AVCVEventTransport.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "foundation/temp_files.h"
 
@@ -21,13 +22,24 @@ constexpr double kDefaultRequestTimeout = 30.0;
 
 }  // namespace
 
-VODUploadClient::VODUploadClient()
-    : queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
+VODUploadClient::VODUploadClient() : VODUploadClient(VODServiceConfig::current()) {}
+
+VODUploadClient::VODUploadClient(VODServiceConfig config)
+    : serviceConfig_(std::move(config)),
+      queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
       ossConfig_(std::make_shared<OSSConfig>()),
       eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
       recordDirectoryPath_(userCachesDirectory()) {
     conf_.maxRetryCount = 2;
     conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
+    conf_.httpClient = serviceConfig_.httpClient;
+    eventManager_->setEndpoint(serviceConfig_.logServiceEndpoint);
+    if (serviceConfig_.httpClient) {
+        // Events go through the client's own HTTP client too, on a sender of their own.
+        AVCVEventTransportOptions options;
+        options.client = serviceConfig_.httpClient;
+        eventManager_->setTransport(std::make_shared<AVCVEventTransport>(std::move(options)));
+    }
 }
 
 void VODUploadClient::later(std::function<void(VODUploadClient&)> f) {

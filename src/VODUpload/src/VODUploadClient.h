@@ -30,6 +30,7 @@
 
 #include "VODUpload/src/VODInnerFileInfo.h"
 #include "VODUpload/src/VODOpenApi.h"
+#include "VODUpload/src/VODServiceConfig.h"
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
 #include "VODUpload/src/VodInfo.h"
@@ -47,9 +48,14 @@ struct VODUploadProgressContext;
 
 class VODUploadClient : public std::enable_shared_from_this<VODUploadClient> {
 public:
-    // Always held by std::shared_ptr (callbacks hold the client weakly).
+    // Always held by std::shared_ptr (callbacks hold the client weakly). Without a configuration the
+    // client takes the process-wide settings as they are now; either way it reads no global later.
     VODUploadClient();
+    explicit VODUploadClient(VODServiceConfig config);
     static std::shared_ptr<VODUploadClient> create() { return std::make_shared<VODUploadClient>(); }
+    static std::shared_ptr<VODUploadClient> create(VODServiceConfig config) {
+        return std::make_shared<VODUploadClient>(std::move(config));
+    }
     VODUploadClient(const VODUploadClient&) = delete;
     VODUploadClient& operator=(const VODUploadClient&) = delete;
 
@@ -182,6 +188,8 @@ public:
     std::optional<std::string> curImageURL() const;
     std::shared_ptr<VODUploadListener> listener() const;
     std::shared_ptr<AVCVEventManager> eventManager() const { return eventManager_; }
+    // The services this client talks to, fixed at creation.
+    const VODServiceConfig& serviceConfig() const { return serviceConfig_; }
 
     static constexpr const char* kLogSource = "VODUpload/src/VODUploadClient";
 
@@ -235,7 +243,9 @@ private:
     OSSConfig credentialsOf(const std::shared_ptr<OSSConfig>& config) const;
 
     // Fields in their order of declaration. All but the state are touched on the queue only; the
-    // state is also read by state() and waitUntilSettled from any thread.
+    // state is also read by state() and waitUntilSettled from any thread. The service configuration
+    // never changes, so any thread may read it.
+    const VODServiceConfig serviceConfig_;
     std::shared_ptr<foundation::SerialQueue> queue_;
     std::atomic<VODClientState> state_{VODClientState::Idle};
     std::shared_ptr<oss::OSSClient> client_;

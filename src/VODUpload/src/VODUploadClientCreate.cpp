@@ -81,10 +81,10 @@ std::shared_ptr<foundation::HttpTask> VODUploadClient::createOrRefreshUploadVide
         if (entry && !entry->videoId.empty()) {
             curVideoId_ = entry->videoId;
             return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, region_,
-                                                  std::move(completionHandler));
+                                                  std::move(completionHandler), serviceConfig_);
         }
         return VODOpenApi::createUploadVideo(keyId, keySecret, token, title, fileName, region_, optionalParams,
-                                             std::move(completionHandler));
+                                             std::move(completionHandler), serviceConfig_);
     });
 }
 
@@ -114,7 +114,8 @@ void VODUploadClient::createUploadImage() {
             [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
                 if (auto self = weak.lock())
                     self->later([reply, error](VODUploadClient& c) { c.onCreateAnswer(reply, error, true); });
-            });
+            },
+            serviceConfig_);
     });
 }
 

@@ -167,7 +167,7 @@ void VODUploadClient::onProgress(const std::shared_ptr<VODUploadProgressContext>
         // The ratio of this call's bytes, not of the total: that is what the service expects.
         const float ratio = totalExpected > 0 ? static_cast<float>(bytesSent * 100 / totalExpected) / 100.0f : 0.0f;
         VODInnerApi::reportUploadProgress(*fileInfo, ratio, c.partSize, partNumber, c.uploadId, c.videoId,
-                                          c.uploadAddress, c.region, nullptr);
+                                          c.uploadAddress, c.region, nullptr, serviceConfig_);
     }
     c.lastPartNumber = partNumber;
     if (c.retryResume && retryNotify_ != 0) {

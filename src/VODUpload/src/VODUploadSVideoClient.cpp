@@ -5,10 +5,15 @@
 
 namespace quorvane {
 
-VODUploadSVideoClient::VODUploadSVideoClient() : client_(VODUploadClient::create()) {}
+VODUploadSVideoClient::VODUploadSVideoClient() : VODUploadSVideoClient(VODServiceConfig::current()) {}
 
-std::shared_ptr<VODUploadSVideoClient> VODUploadSVideoClient::create() {
-    auto client = std::make_shared<VODUploadSVideoClient>();
+VODUploadSVideoClient::VODUploadSVideoClient(VODServiceConfig config)
+    : client_(VODUploadClient::create(std::move(config))) {}
+
+std::shared_ptr<VODUploadSVideoClient> VODUploadSVideoClient::create() { return create(VODServiceConfig::current()); }
+
+std::shared_ptr<VODUploadSVideoClient> VODUploadSVideoClient::create(VODServiceConfig config) {
+    auto client = std::make_shared<VODUploadSVideoClient>(std::move(config));
     client->init();
     return client;
 }

@@ -33,8 +33,12 @@ public:
     static constexpr std::int32_t kStatusPaused = 2;
 
     // Always held by std::shared_ptr: the engine listener holds the client weakly. create() runs init().
+    // Its own service requests and its engine use `config`; without one, the process-wide settings
+    // as they are now.
     VODUploadSVideoClient();
+    explicit VODUploadSVideoClient(VODServiceConfig config);
     static std::shared_ptr<VODUploadSVideoClient> create();
+    static std::shared_ptr<VODUploadSVideoClient> create(VODServiceConfig config);
     VODUploadSVideoClient(const VODUploadSVideoClient&) = delete;
     VODUploadSVideoClient& operator=(const VODUploadSVideoClient&) = delete;
 
@@ -83,6 +87,7 @@ public:
     std::int32_t status() const;
     std::int32_t step() const;
     std::shared_ptr<VODUploadClient> client() const { return client_; }
+    const VODServiceConfig& serviceConfig() const { return client_->serviceConfig(); }
 
     static constexpr const char* kLogSource = "VODUpload/src/VODUploadSVideoClient";
 

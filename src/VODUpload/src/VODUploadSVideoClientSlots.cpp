@@ -67,7 +67,8 @@ void VODUploadSVideoClient::createUploadImage(std::uint64_t job) {
                                              [weak, job](std::optional<foundation::HttpResponse>,
                                                          std::optional<Value> reply, std::optional<Error> error) {
                                                  if (auto self = weak.lock()) self->onImageSlot(reply, error, job);
-                                             }),
+                                             },
+                                             serviceConfig()),
                job);
 }
 
@@ -182,11 +183,13 @@ void VODUploadSVideoClient::createUploadVideo(std::uint64_t job) {
             job_.curVideoId = record->videoId;
         }
         setCurTask(VODOpenApi::refreshUploadVideo(current->accessKeyId, current->accessKeySecret,
-                                                  current->accessToken, record->videoId, region_, handler),
+                                                  current->accessToken, record->videoId, region_, handler,
+                                                  serviceConfig()),
                    job);
     } else {
         setCurTask(VODOpenApi::createUploadVideo(current->accessKeyId, current->accessKeySecret, current->accessToken,
-                                                 *info.title, current->videoPath, region_, params, handler),
+                                                 *info.title, current->videoPath, region_, params, handler,
+                                                 serviceConfig()),
                    job);
     }
 }
@@ -258,7 +261,8 @@ void VODUploadSVideoClient::refreshUploadVideo(std::uint64_t job) {
                    [weak, job](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
                                std::optional<Error> error) {
                        if (auto self = weak.lock()) self->onRefreshedSlot(reply, error, job);
-                   }),
+                   },
+                   serviceConfig()),
                job);
 }
 

@@ -1,0 +1,40 @@
+#pragma once
+// The services one client talks to: the video service (VOD OpenAPI and its progress reports), the
+// log service, and the HTTP client that carries the requests. Given to a client at creation, so two
+// clients in one process can use different endpoints. A default-constructed value holds the system's
+// own values; current() takes the process-wide settings (VODServiceEndpoint, the log-service
+// endpoint) as they are at the moment of the call.
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "VODUpload/src/VODServiceEndpoint.h"
+
+namespace quorvane {
+
+namespace foundation {
+class HttpClient;
+}
+
+struct VODServiceConfig {
+    // Base URL of the video service; nullopt = the regional "https://vod.<region>.aliyuncs.com/".
+    std::optional<std::string> vodBaseUrl;
+    // An extra CA bundle for the video service's certificate; empty = the system store alone.
+    std::string caFile;
+    // Seconds without a byte moved before a video-service request is given up; non-positive = 60.
+    long idleTimeoutSeconds = VODServiceEndpoint::kDefaultIdleTimeoutSeconds;
+    // "scheme://host[:port]" or a bare host (https) of the log service; empty = no event leaves.
+    std::string logServiceEndpoint;
+    // The client every request of this configuration goes through; nullptr = the process-wide one.
+    std::shared_ptr<foundation::HttpClient> httpClient;
+
+    // The process-wide settings, read now.
+    static VODServiceConfig current();
+
+    // The base URL ending in "/" that requests for `region` go to.
+    std::string urlForRegion(const std::string& region) const;
+    long effectiveIdleTimeoutSeconds() const;
+    std::shared_ptr<foundation::HttpClient> client() const;
+};
+
+}  // namespace quorvane
