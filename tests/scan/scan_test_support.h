@@ -58,7 +58,7 @@ inline ZXing::BitMatrix qrCode(const std::string& text, int size) {
 }
 
 // The canvas as an encoded photo ("jpg" or "png"), turned by `degrees` and with Gaussian noise of
-// deviation `noise` (0: none).
+// deviation `noise` (0: none). The noise is seeded, so a photo that decodes once always does.
 inline platform::ImagePtr photo(const Canvas& canvas, const std::string& suffix = "png", double degrees = 0,
                                 double noise = 0) {
     initImageLibrary();
@@ -68,7 +68,8 @@ inline platform::ImagePtr photo(const Canvas& canvas, const std::string& suffix 
         image = image.similarity(vips::VImage::option()->set("angle", degrees)->set("background", std::vector<double>{255}));
     if (noise > 0)
         image = image + vips::VImage::gaussnoise(image.width(), image.height(), vips::VImage::option()->set("sigma", noise)
-                                                                                  ->set("mean", 0.0));
+                                                                                  ->set("mean", 0.0)
+                                                                                  ->set("seed", 20261123));
     image = image.cast(VIPS_FORMAT_UCHAR);
     void* bytes = nullptr;
     size_t size = 0;
