@@ -270,10 +270,16 @@ std::uint64_t Transfer::wireBytes() {
 
 bool Transfer::idleTimedOut(std::uint64_t movedBytes) {
     if (request_.idleTimeoutSeconds <= 0) return false;
-    movedBytes += wireBytes();
     const auto now = std::chrono::steady_clock::now();
+    // The kernel is asked only while curl's own counters stand still: during a fast transfer this runs
+    // for every chunk, and curl's counters already say bytes move.
     if (movedBytes != movedBytes_) {
         movedBytes_ = movedBytes;
+        lastMoved_ = now;
+        return false;
+    }
+    if (const std::uint64_t wire = wireBytes(); wire != wireBytes_) {
+        wireBytes_ = wire;
         lastMoved_ = now;
         return false;
     }

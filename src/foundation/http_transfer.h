@@ -71,7 +71,8 @@ private:
     std::atomic<bool> progressPending_{false};
     std::uint64_t progressPosted_ = 0;     // curl thread
     std::uint64_t progressDelivered_ = 0;  // strand
-    std::uint64_t movedBytes_ = 0;         // curl thread, for the idle time-out
+    std::uint64_t movedBytes_ = 0;         // curl thread, for the idle time-out: curl's counters
+    std::uint64_t wireBytes_ = 0;          // and the connection's, as the kernel counts them
     std::chrono::steady_clock::time_point lastMoved_ = std::chrono::steady_clock::now();
     bool idleExpired_ = false;
     long socketPort_ = 0;  // the local port of the connection last seen, and its socket
