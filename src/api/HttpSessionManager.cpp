@@ -13,7 +13,7 @@ using Pair = std::pair<std::string, std::optional<std::string>>;
 std::string description(const Value& value) {
     if (value.is_string()) return value.get<std::string>();
     if (value.is_boolean()) return value.get<bool>() ? "1" : "0";
-    return value.dump();
+    return foundation::toJsonText(value);
 }
 
 // Flattens a parameter value into field/value pairs, the nested form servers expect.

@@ -14,7 +14,7 @@ std::optional<std::string> contentTypeOf(int mediaType) {
 }
 
 std::string headerText(const Value& value) {
-    return value.is_string() ? value.get<std::string>() : value.dump();
+    return value.is_string() ? value.get<std::string>() : foundation::toJsonText(value);
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace {
 std::string stringParam(const Value& params, const char* key) {
     if (!params.is_object() || !params.contains(key)) return "";
     const Value& value = params[key];
-    return value.is_string() ? value.get<std::string>() : (value.is_null() ? "" : value.dump());
+    return value.is_string() ? value.get<std::string>() : (value.is_null() ? "" : foundation::toJsonText(value));
 }
 
 Value dictionaryParam(const Value& params, const char* key) {

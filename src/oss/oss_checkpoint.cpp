@@ -1,6 +1,7 @@
 #include "oss/oss_checkpoint.h"
 
-#include <exception>
+#include <charconv>
+#include <limits>
 
 #include "foundation/crypto.h"
 #include "foundation/value.h"
@@ -8,50 +9,107 @@
 namespace quorvane::oss {
 namespace {
 constexpr int kCheckpointVersion = 1;
+
+// Text fields go in as they are when they are UTF-8; anything else (a Linux file name may be any bytes)
+// goes in as base64 under "<name>Base64", so the record never loses or alters a byte.
+void putText(Value& doc, const char* name, const std::string& text) {
+    if (foundation::isValidUtf8(text)) doc[name] = text;
+    else doc[std::string(name) + "Base64"] = foundation::base64Encode(text);
 }
+
+std::optional<std::string> textAt(const Value& doc, const char* name) {
+    if (auto plain = foundation::stringAt(doc, name)) return plain;
+    if (auto encoded = foundation::stringAt(doc, std::string(name) + "Base64")) return foundation::base64Decode(*encoded);
+    return std::nullopt;
+}
+
+// An integer field within T's range; a float, a string or an out-of-range number is a bad record
+// (converting 3.4e112 to an integer would be undefined).
+template <class T>
+std::optional<T> integerAt(const Value& doc, const char* name) {
+    auto it = doc.find(name);
+    if (it == doc.end()) return std::nullopt;
+    if (it->is_number_unsigned()) {
+        auto v = it->get<std::uint64_t>();
+        if (v > static_cast<std::uint64_t>(std::numeric_limits<T>::max())) return std::nullopt;
+        return static_cast<T>(v);
+    }
+    if (it->is_number_integer()) {
+        auto v = it->get<std::int64_t>();
+        if constexpr (std::is_unsigned_v<T>) {
+            if (v < 0) return std::nullopt;
+        } else if (v < static_cast<std::int64_t>(std::numeric_limits<T>::min()) ||
+                   v > static_cast<std::int64_t>(std::numeric_limits<T>::max())) {
+            return std::nullopt;
+        }
+        return static_cast<T>(v);
+    }
+    return std::nullopt;
+}
+
+// CRC-64 values are kept as decimal text: JSON readers lose 64-bit precision.
+std::optional<std::uint64_t> crcAt(const Value& doc, const char* name) {
+    auto text = foundation::stringAt(doc, name);
+    if (!text || text->empty()) return std::nullopt;
+    std::uint64_t value = 0;
+    auto [end, ec] = std::from_chars(text->data(), text->data() + text->size(), value);
+    if (ec != std::errc() || end != text->data() + text->size()) return std::nullopt;
+    return value;
+}
+
+std::optional<OSSPartInfo> parsePart(const Value& p) {
+    if (!p.is_object()) return std::nullopt;
+    auto number = integerAt<int>(p, "partNumber");
+    auto eTag = foundation::stringAt(p, "eTag");
+    auto size = integerAt<std::int64_t>(p, "size");
+    auto crc = crcAt(p, "crc64");
+    if (!number || !eTag || !size || !crc || *number < 1 || *number > 10000 || *size <= 0) return std::nullopt;
+    return OSSPartInfo{*number, *eTag, *size, *crc};
+}
+
+}  // namespace
 
 std::string serializeCheckpoint(const OSSUploadCheckpoint& c) {
     Value parts = Value::array();
-    for (const auto& [number, p] : c.parts)
-        parts.push_back({{"partNumber", p.partNum},
-                         {"eTag", p.eTag},
-                         {"size", p.size},
-                         {"crc64", std::to_string(p.crc64)}});  // text: JSON readers lose 64-bit precision
-    Value doc = {{"version", kCheckpointVersion}, {"bucket", c.bucket},       {"objectKey", c.objectKey},
-                 {"filePath", c.filePath},        {"uploadId", c.uploadId},   {"fileSize", c.fileSize},
-                 {"fileMtimeNs", c.fileMtimeNs},  {"partSize", c.partSize},   {"parts", parts}};
-    return doc.dump();
+    for (const auto& [number, p] : c.parts) {
+        Value part = {{"partNumber", p.partNum}, {"size", p.size}, {"crc64", std::to_string(p.crc64)}};
+        putText(part, "eTag", p.eTag);
+        parts.push_back(std::move(part));
+    }
+    Value doc = {{"version", kCheckpointVersion}};
+    putText(doc, "bucket", c.bucket);
+    putText(doc, "objectKey", c.objectKey);
+    putText(doc, "filePath", c.filePath);
+    putText(doc, "uploadId", c.uploadId);
+    doc["fileSize"] = c.fileSize;
+    doc["fileMtimeNs"] = c.fileMtimeNs;
+    doc["partSize"] = c.partSize;
+    doc["parts"] = std::move(parts);
+    return foundation::toJsonText(doc);
 }
 
 std::optional<OSSUploadCheckpoint> parseCheckpoint(std::string_view text) {
     auto doc = foundation::parseJson(text);
     if (!doc || !doc->is_object()) return std::nullopt;
-    try {
-        const Value& d = *doc;
-        if (d.at("version").get<int>() != kCheckpointVersion) return std::nullopt;
-        OSSUploadCheckpoint c;
-        c.bucket = d.at("bucket").get<std::string>();
-        c.objectKey = d.at("objectKey").get<std::string>();
-        c.filePath = d.at("filePath").get<std::string>();
-        c.uploadId = d.at("uploadId").get<std::string>();
-        c.fileSize = d.at("fileSize").get<std::uint64_t>();
-        c.fileMtimeNs = d.at("fileMtimeNs").get<std::int64_t>();
-        c.partSize = d.at("partSize").get<std::int64_t>();
-        if (c.uploadId.empty() || c.partSize <= 0) return std::nullopt;
-        for (const auto& p : d.at("parts")) {
-            OSSPartInfo part;
-            part.partNum = p.at("partNumber").get<int>();
-            part.eTag = p.at("eTag").get<std::string>();
-            part.size = p.at("size").get<std::int64_t>();
-            part.crc64 = std::stoull(p.at("crc64").get<std::string>());
-            if (part.partNum < 1 || part.partNum > 10000 || part.size <= 0 || c.parts.count(part.partNum))
-                return std::nullopt;
-            c.parts.emplace(part.partNum, part);
-        }
-        return c;
-    } catch (const std::exception&) {
-        return std::nullopt;  // a field missing or of the wrong type
+    const Value& d = *doc;
+    if (integerAt<int>(d, "version") != kCheckpointVersion) return std::nullopt;
+    auto bucket = textAt(d, "bucket");
+    auto objectKey = textAt(d, "objectKey");
+    auto filePath = textAt(d, "filePath");
+    auto uploadId = textAt(d, "uploadId");
+    auto fileSize = integerAt<std::uint64_t>(d, "fileSize");
+    auto fileMtimeNs = integerAt<std::int64_t>(d, "fileMtimeNs");
+    auto partSize = integerAt<std::int64_t>(d, "partSize");
+    auto parts = d.find("parts");
+    if (!bucket || !objectKey || !filePath || !uploadId || !fileSize || !fileMtimeNs || !partSize ||
+        parts == d.end() || !parts->is_array() || uploadId->empty() || *partSize <= 0)
+        return std::nullopt;
+    OSSUploadCheckpoint c{*bucket, *objectKey, *filePath, *uploadId, *fileSize, *fileMtimeNs, *partSize, {}};
+    for (const auto& p : *parts) {
+        auto part = parsePart(p);
+        if (!part || !c.parts.emplace(part->partNum, *part).second) return std::nullopt;
     }
+    return c;
 }
 
 std::string checkpointFileName(const std::string& bucket, const std::string& objectKey, const std::string& filePath) {

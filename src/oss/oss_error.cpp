@@ -1,8 +1,30 @@
 #include "oss/oss_error.h"
 
+#include <curl/curl.h>
+
 #include "oss/oss_xml.h"
 
 namespace quorvane::oss {
+namespace {
+
+// The peer's certificate (or our trust store) was refused: sending again cannot change that, so it is
+// not a network error to retry but a failure to report at once.
+bool isCertificateError(long long curlCode) {
+    switch (curlCode) {
+    case CURLE_PEER_FAILED_VERIFICATION:
+    case CURLE_SSL_CERTPROBLEM:
+    case CURLE_SSL_CACERT_BADFILE:
+    case CURLE_SSL_CRL_BADFILE:
+    case CURLE_SSL_ISSUER_ERROR:
+    case CURLE_SSL_PINNEDPUBKEYNOTMATCH:
+    case CURLE_SSL_INVALIDCERTSTATUS:
+        return true;
+    default:
+        return false;
+    }
+}
+
+}  // namespace
 
 Error makeClientError(OSSClientErrorCode code, const std::string& message) {
     Value details = Value::object();
@@ -27,6 +49,9 @@ Error fromTransportError(const Error& transport) {
             return makeClientError(OSSClientErrorCodeTaskCancelled, "This task has been cancelled!");
         if (transport.code == foundation::kHttpErrorBadRequest)
             return makeClientError(OSSClientErrorCodeInvalidArgument, transport.description);
+        if (isCertificateError(transport.code))
+            return makeClientError(OSSClientErrorCodeNetworkingFailWithResponseCode0,
+                                   "The server's TLS certificate was not accepted: " + transport.toString());
     }
     return makeClientError(OSSClientErrorCodeNetworkError, "Network error: " + transport.toString());
 }

@@ -18,7 +18,7 @@ constexpr long long kSignErrorCode = -1001;
 
 std::string textOf(const Value& value) {
     if (value.is_string()) return value.get<std::string>();
-    return value.is_null() ? "" : value.dump();
+    return value.is_null() ? "" : foundation::toJsonText(value);
 }
 
 std::string stringOr(const Value& dict, const char* key) {

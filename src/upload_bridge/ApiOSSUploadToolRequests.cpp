@@ -41,7 +41,9 @@ void ApiOSSUploadTool::postRequestWithUrl(const std::string& url, const Value& r
     if (header.is_object())
         for (const auto& item : header.items()) {
             const Value& value = item.value();
-            std::string text = value.is_string() ? value.get<std::string>() : (value.is_null() ? "" : value.dump());
+            std::string text = value.is_string()  ? value.get<std::string>()
+                               : value.is_null() ? ""
+                                                 : foundation::toJsonText(value);
             if (!text.empty()) manager->setValue(text, item.key());
         }
     auto request = manager->requestWithMethod("POST", url, requestParam);

@@ -17,7 +17,7 @@ constexpr unsigned long long kMaxVideoBytes = 500000000;
 std::string textAt(const Value& dict, const char* key) {
     if (!dict.is_object() || !dict.contains(key)) return "";
     const Value& value = dict[key];
-    return value.is_string() ? value.get<std::string>() : (value.is_null() ? "" : value.dump());
+    return value.is_string() ? value.get<std::string>() : (value.is_null() ? "" : foundation::toJsonText(value));
 }
 
 std::shared_ptr<VodInfo> videoInfo(const std::string& fileName) {

@@ -90,3 +90,35 @@ TEST(OSSCheckpoint, RoundTripsAndRejectsAnythingMalformed) {
     EXPECT_FALSE(parseCheckpoint(wrongType));
     EXPECT_NE(checkpointFileName("b", "k", "/a"), checkpointFileName("b", "k", "/b"));
 }
+
+TEST(OSSCheckpoint, KeepsAFileNameThatIsNotUtf8ByteForByte) {
+    const std::string path = "/tmp/\xff\xfe-clip\x80.bin";
+    OSSUploadCheckpoint c{"b", "k", path, "UP", 300000, 7, 102400, {}};
+    std::string text;
+    ASSERT_NO_THROW(text = serializeCheckpoint(c));
+    auto back = parseCheckpoint(text);
+    ASSERT_TRUE(back);
+    EXPECT_EQ(back->filePath, path);
+}
+
+TEST(OSSCheckpoint, RejectsNumbersThatDoNotFitInsteadOfConvertingThem) {
+    OSSUploadCheckpoint c{"b", "k", "/f", "UP", 300000, 7, 102400, {}};
+    c.parts[1] = {1, "\"E\"", 102400, 42};
+    const auto text = serializeCheckpoint(c);
+    auto replaced = [&](const std::string& from, const std::string& to) {
+        auto t = text;
+        auto at = t.find(from);
+        EXPECT_NE(at, std::string::npos) << from;
+        return t.replace(at, from.size(), to);
+    };
+    ASSERT_TRUE(parseCheckpoint(text));
+    for (auto bad : {replaced("\"fileMtimeNs\":7", "\"fileMtimeNs\":3.4e112"),
+                     replaced("\"fileSize\":300000", "\"fileSize\":-1"),
+                     replaced("\"fileSize\":300000", "\"fileSize\":1e30"),
+                     replaced("\"partNumber\":1", "\"partNumber\":4294967297"),
+                     replaced("\"partSize\":102400", "\"partSize\":102400.5"),
+                     replaced("\"crc64\":\"42\"", "\"crc64\":\"42abc\""),
+                     replaced("\"crc64\":\"42\"", "\"crc64\":\"99999999999999999999999\"")}) {
+        EXPECT_FALSE(parseCheckpoint(bad)) << bad;
+    }
+}

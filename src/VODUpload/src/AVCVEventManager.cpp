@@ -114,7 +114,7 @@ std::string AVCVEventManager::alivcToString(const Value& value) {
         if (std::isfinite(number) && number == std::trunc(number) && std::fabs(number) < 1e15)
             return std::to_string(static_cast<long long>(number));
     }
-    return value.dump();
+    return foundation::toJsonText(value);
 }
 
 std::string AVCVEventManager::stringUrlEncode(const std::optional<std::string>& text) {

@@ -25,7 +25,7 @@ std::string valueText(const Value& value) {
     if (value.is_string()) return value.get<std::string>();
     if (value.is_boolean()) return value.get<bool>() ? "1" : "0";
     if (value.is_null()) return "<null>";
-    return value.dump();
+    return foundation::toJsonText(value);
 }
 
 // The process's locale (from the environment), falling back to the classic one when the
@@ -238,7 +238,8 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadVideo(
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
     const std::string& fileName, const std::string& region, const Value& optionalParams,
     VODOpenApiCompletionHandler completionHandler, const VODServiceConfig& config) {
-    vodLogDebug(kLogSource, "request vod video auth " + (optionalParams.is_null() ? "(null)" : optionalParams.dump()));
+    vodLogDebug(kLogSource, "request vod video auth " +
+                                (optionalParams.is_null() ? "(null)" : foundation::toJsonText(optionalParams)));
     Value params = Value::object();
     params["Action"] = "CreateUploadVideo";
     params["Title"] = title;
@@ -277,7 +278,8 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadImage(
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& imageType,
     const std::string& region, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler,
     const VODServiceConfig& config) {
-    vodLogDebug(kLogSource, "request vod image auth " + (optionalParams.is_null() ? "(null)" : optionalParams.dump()));
+    vodLogDebug(kLogSource, "request vod image auth " +
+                                (optionalParams.is_null() ? "(null)" : foundation::toJsonText(optionalParams)));
     Value params = Value::object();
     params["Action"] = "CreateUploadImage";
     params["ImageType"] = imageType;

@@ -191,7 +191,7 @@ std::optional<std::string> VODUploadClient::userDataWithVideoPath(const std::str
     dict["Width"] = numberText(size.width);
     dict["Height"] = numberText(size.height);
     try {
-        return dict.dump();
+        return foundation::toJsonText(dict);
     } catch (const std::exception&) {
         return std::nullopt;  // text that is not UTF-8
     }
