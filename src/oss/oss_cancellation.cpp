@@ -13,7 +13,6 @@ void OSSCancellationToken::cancel() {
         for (auto& [id, action] : actions_) actions.push_back(std::move(action));
         actions_.clear();
     }
-    cv_.notify_all();
     for (auto& a : actions) a();
 }
 
@@ -37,11 +36,6 @@ int OSSCancellationToken::add(std::function<void()> onCancel) {
 void OSSCancellationToken::remove(int id) {
     std::lock_guard lock(mutex_);
     actions_.erase(id);
-}
-
-bool OSSCancellationToken::sleepFor(std::chrono::milliseconds duration) {
-    std::unique_lock lock(mutex_);
-    return !cv_.wait_for(lock, duration, [&] { return cancelled_; });
 }
 
 }  // namespace quorvane::oss

@@ -1,8 +1,6 @@
 #pragma once
 // Cancellation shared by a request and the work running for it: cancel() ends every registered
-// HTTP task and wakes any wait, so the operation ends promptly with the cancelled code (5).
-#include <chrono>
-#include <condition_variable>
+// HTTP task and ends any wait for a retry, so the operation ends promptly with the cancelled code (5).
 #include <functional>
 #include <map>
 #include <mutex>
@@ -16,11 +14,8 @@ public:
     // Registers an action run at cancel() (at once if already cancelled); returns an id for remove().
     int add(std::function<void()> onCancel);
     void remove(int id);
-    // Sleeps up to `duration`; returns false when cancelled first.
-    bool sleepFor(std::chrono::milliseconds duration);
 private:
     mutable std::mutex mutex_;
-    std::condition_variable cv_;
     bool cancelled_ = false;
     int nextId_ = 1;
     std::map<int, std::function<void()>> actions_;

@@ -1,8 +1,11 @@
 #pragma once
-// The object-storage client: signed requests to one endpoint, each operation asynchronous.
-// Completions and continuations run on the client's worker threads. Destroying the client cancels
-// what is still running (an interrupted resumable upload keeps its checkpoint) and waits for it.
+// The object-storage client: signed requests to one endpoint, each operation asynchronous. No
+// operation holds a thread while it waits for the network: its steps, completion and continuations
+// run on a serial queue of its own over the shared worker pool. Destroying the client cancels what
+// is still running (an interrupted resumable upload keeps its checkpoint) and waits for it.
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -15,10 +18,13 @@ namespace quorvane::oss {
 
 struct OSSClientConfiguration {
     // Attempts after the first on a network error or a 5xx answer (the body is sent again from
-    // its first byte).
+    // its first byte), retryDelay(n) apart.
     std::uint32_t maxRetryCount = 2;
-    // Time-out of a request without a body, in seconds. A request with a body also gets the time to
-    // send it at a slow floor rate, so large puts are not cut off.
+    // Waits between attempts: calls `resume` once, `delay` later, on any thread. Null = waitOnTimer.
+    // Tests put in one that records the delays, or resumes at once.
+    std::function<void(std::chrono::milliseconds delay, std::function<void()> resume)> retryScheduler;
+    // Idle time-out of a request, in seconds: it fails once no byte has moved for this long, however
+    // large its body (a slow link that still moves bytes is never cut). Zero, negative or NaN: 30.
     double timeoutIntervalForRequest = 30.0;
     // Parts of a resumable upload in flight at once. Two keeps the link busy across each part's
     // request/answer gap; measured on loopback (bench/oss_upload_bench.sh), three or four were
@@ -32,6 +38,11 @@ struct OSSClientConfiguration {
     bool pathStyleAccess = false;
     // The HTTP client to use; null = the process-wide one.
     std::shared_ptr<foundation::HttpClient> httpClient;
+
+    // The wait before retry `retry` (0 for the first): 200 ms, doubling, at most 2 s.
+    static std::chrono::milliseconds retryDelay(std::uint32_t retry);
+    // The default scheduler: a timer of the shared worker pool.
+    static void waitOnTimer(std::chrono::milliseconds delay, std::function<void()> resume);
 };
 
 class OSSClient {

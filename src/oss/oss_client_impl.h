@@ -1,17 +1,23 @@
 #pragma once
-// Inside of OSSClient: the endpoint, the provider, the request executor (signing, time-outs,
-// retries, cancellation) and the worker threads that run operations. Not a public header.
+// Inside of OSSClient: the endpoint, the provider, the signed exchange with its retries, and the
+// operations in flight. Not a public header.
+//
+// Nothing here blocks a thread on the network. An operation runs as a chain of steps on its own
+// serial queue: each HTTP answer is posted to that queue, a retry waits on a timer, and the next
+// step starts from the completion of the previous one. The queue is the only thing that touches
+// an operation's state, so that state needs no lock.
 #include <atomic>
-#include <list>
+#include <condition_variable>
+#include <map>
 #include <mutex>
-#include <thread>
 
+#include "foundation/dispatch.h"
 #include "oss/oss_client.h"
 #include "oss/oss_endpoint.h"
 
 namespace quorvane::oss {
 
-// One signed HTTP exchange, as the executor sends it.
+// One signed HTTP exchange, as the client sends it.
 struct OSSHttpCall {
     std::string method = "GET";
     std::string bucket;
@@ -19,7 +25,7 @@ struct OSSHttpCall {
     OSSQuery query;
     foundation::Headers headers;                 // without Date/Authorization: added per attempt
     std::shared_ptr<foundation::BodySource> body; // rewound before every retry
-    std::function<void(std::uint64_t sent, std::uint64_t total)> onUploadProgress;
+    std::function<void(std::uint64_t sent, std::uint64_t total)> onUploadProgress;  // on an HTTP thread
 };
 
 // A result or an error.
@@ -30,9 +36,20 @@ struct OSSOutcome {
     static OSSOutcome failure(Error e) { return OSSOutcome{nullptr, std::move(e)}; }
 };
 
+template <class T>
+using OSSDone = std::function<void(OSSOutcome<T>)>;
+
 // Fills the fields every result shares from an answer.
 void fillResult(OSSResult& result, const foundation::HttpResponse& response);
 std::optional<std::uint64_t> parseCrcHeader(const foundation::HttpResponse& response);
+
+// What an operation runs with: its client, its cancellation, and the serial queue all its steps and
+// completions run on.
+struct OSSOperationContext {
+    std::shared_ptr<OSSClient::Impl> client;
+    std::shared_ptr<OSSCancellationToken> token;
+    std::shared_ptr<foundation::SerialQueue> queue;
+};
 
 struct OSSClient::Impl : std::enable_shared_from_this<OSSClient::Impl> {
     OSSClientConfiguration conf;
@@ -47,58 +64,40 @@ struct OSSClient::Impl : std::enable_shared_from_this<OSSClient::Impl> {
 
     std::shared_ptr<OSSCredentialProvider> currentProvider() const;
 
-    // Sends the call (blocking) with up to conf.maxRetryCount retries on retryable errors; an HTTP
-    // status >= 300 becomes a server error.
-    OSSOutcome<foundation::HttpResponse> execute(OSSHttpCall call, OSSCancellationToken& token);
-    // One attempt, no retry.
-    OSSOutcome<foundation::HttpResponse> sendOnce(const OSSHttpCall& call, OSSCancellationToken& token);
+    // Sends the call with up to conf.maxRetryCount retries on retryable errors, waiting between
+    // attempts through conf.retryScheduler; an HTTP status >= 300 becomes a server error. `done` runs
+    // once, on the context's queue.
+    void execute(const OSSOperationContext& context, OSSHttpCall call, OSSDone<foundation::HttpResponse> done);
 
-    // Runs `work` on a new worker thread and completes the task with its outcome.
-    template <class T>
-    typename OSSTask<T>::Ptr run(std::shared_ptr<OSSCancellationToken> token,
-                                 std::function<OSSOutcome<T>(OSSCancellationToken&)> work) {
-        auto task = OSSTask<T>::create();
-        auto body = [task, token, work = std::move(work)] {
-            auto outcome = work(*token);
-            if (outcome.error) task->setError(std::move(*outcome.error));
-            else task->setResult(std::move(outcome.result));
-        };
-        startWorker(std::move(token), std::move(body));
-        return task;
-    }
-
-    void startWorker(std::shared_ptr<OSSCancellationToken> token, std::function<void()> body);
-    // Cancels every running operation and waits for them (but the calling worker itself).
+    // Running operations: the end of the client cancels them and waits for their completions.
+    int track(std::shared_ptr<OSSCancellationToken> token);
+    void untrack(int id);
     void shutdown();
     ~Impl();
 
 private:
-    struct Worker {
-        std::thread thread;
-        std::shared_ptr<OSSCancellationToken> token;
-        std::shared_ptr<std::atomic<bool>> done;
-    };
-    std::mutex workersMutex;
-    std::list<Worker> workers;
-    void reapFinishedLocked();
+    std::mutex runningMutex;
+    std::condition_variable runningChanged;
+    std::map<int, std::shared_ptr<OSSCancellationToken>> running;
+    int nextOperationId = 1;
 };
 
-// Blocking operations, shared by the public asynchronous calls and the resumable upload.
-OSSOutcome<OSSInitMultipartUploadResult> doInitMultipart(OSSClient::Impl& c, const OSSInitMultipartUploadRequest& r,
-                                                          OSSCancellationToken& token);
-OSSOutcome<OSSUploadPartResult> doUploadPart(OSSClient::Impl& c, const OSSUploadPartRequest& r,
-                                             OSSCancellationToken& token);
-OSSOutcome<OSSListPartsResult> doListParts(OSSClient::Impl& c, const OSSListPartsRequest& r,
-                                           OSSCancellationToken& token);
-OSSOutcome<OSSCompleteMultipartUploadResult> doComplete(OSSClient::Impl& c, const OSSCompleteMultipartUploadRequest& r,
-                                                        OSSCancellationToken& token);
-OSSOutcome<OSSAbortMultipartUploadResult> doAbort(OSSClient::Impl& c, const OSSAbortMultipartUploadRequest& r,
-                                                  OSSCancellationToken& token);
-OSSOutcome<OSSHeadObjectResult> doHeadObject(OSSClient::Impl& c, const OSSHeadObjectRequest& r,
-                                             OSSCancellationToken& token);
-OSSOutcome<OSSPutObjectResult> doPutObject(OSSClient::Impl& c, const OSSPutObjectRequest& r,
-                                           OSSCancellationToken& token);
-OSSOutcome<OSSResumableUploadResult> doResumableUpload(OSSClient::Impl& c, const OSSResumableUploadRequest& r,
-                                                       OSSCancellationToken& token);
+// The operations, each as steps on the context's queue; `done` runs once, on that queue.
+void startPutObject(const OSSOperationContext& context, const OSSPutObjectRequest& request,
+                    OSSDone<OSSPutObjectResult> done);
+void startInitMultipart(const OSSOperationContext& context, const OSSInitMultipartUploadRequest& request,
+                        OSSDone<OSSInitMultipartUploadResult> done);
+void startUploadPart(const OSSOperationContext& context, const OSSUploadPartRequest& request,
+                     OSSDone<OSSUploadPartResult> done);
+void startListParts(const OSSOperationContext& context, const OSSListPartsRequest& request,
+                    OSSDone<OSSListPartsResult> done);
+void startComplete(const OSSOperationContext& context, const OSSCompleteMultipartUploadRequest& request,
+                   OSSDone<OSSCompleteMultipartUploadResult> done);
+void startAbort(const OSSOperationContext& context, const OSSAbortMultipartUploadRequest& request,
+                OSSDone<OSSAbortMultipartUploadResult> done);
+void startHeadObject(const OSSOperationContext& context, const OSSHeadObjectRequest& request,
+                     OSSDone<OSSHeadObjectResult> done);
+void startResumableUpload(const OSSOperationContext& context, std::shared_ptr<const OSSResumableUploadRequest> request,
+                          OSSDone<OSSResumableUploadResult> done);
 
 }  // namespace quorvane::oss

@@ -1,4 +1,5 @@
-// The single-request operations, as blocking functions run on the client's workers.
+// The single-request operations: each is one exchange (with its retries), its answer read on the
+// operation's queue.
 #include <charconv>
 
 #include "oss/oss_body.h"
@@ -21,6 +22,12 @@ std::optional<OSSOutcome<T>> checkTarget(const std::string& bucket, const std::s
     return std::nullopt;
 }
 
+template <class T>
+std::optional<OSSOutcome<T>> checkUploadId(const std::string& uploadId) {
+    if (uploadId.empty()) return OSSOutcome<T>::failure(makeClientError(OSSClientErrorCodeNilUploadid, "The upload id is empty"));
+    return std::nullopt;
+}
+
 void addMeta(foundation::Headers& headers, const std::string& contentType,
              const std::map<std::string, std::string>& meta) {
     if (!contentType.empty()) headers.emplace_back("Content-Type", contentType);
@@ -37,7 +44,7 @@ std::optional<Error> checkSentBody(const char* what, const Crc64BodySource& body
     return checkCrc(what, body.crc64(), parseCrcHeader(response));
 }
 
-// A body from memory, or from a range of a file (nullopt path means memory).
+// A body from memory, or from a range of a file (nullopt data means the file).
 std::shared_ptr<Crc64BodySource> makeBody(const std::optional<std::string>& data, const std::string& path,
                                           std::uint64_t offset, std::uint64_t length, Error* error) {
     if (data) return std::make_shared<Crc64BodySource>(foundation::makeStringBody(*data));
@@ -51,148 +58,174 @@ std::shared_ptr<Crc64BodySource> makeBody(const std::optional<std::string>& data
     return std::make_shared<Crc64BodySource>(std::move(inner));
 }
 
+// Sends `call` and hands a successful answer to `read`, which makes the result; errors pass through.
+template <class T, class Read>
+void exchange(const OSSOperationContext& context, OSSHttpCall call, OSSDone<T> done, Read read) {
+    context.client->execute(context, std::move(call),
+                            [done = std::move(done), read = std::move(read)](OSSOutcome<foundation::HttpResponse> answer) {
+                                if (answer.error) return done(OSSOutcome<T>::failure(std::move(*answer.error)));
+                                done(read(*answer.result));
+                            });
+}
+
+// A body's upload: progress while it is sent, and the checks after.
+template <class T>
+void sendBody(const OSSOperationContext& context, OSSHttpCall call, std::shared_ptr<Crc64BodySource> body,
+              const char* what, OSSNetworkingUploadProgressBlock progressBlock, OSSDone<T> done) {
+    auto progress = std::make_shared<OSSProgressTracker>(std::move(progressBlock), body->size());
+    call.body = body;
+    call.onUploadProgress = [progress](std::uint64_t sent, std::uint64_t) { progress->update(0, sent); };
+    exchange<T>(context, std::move(call), std::move(done), [body, what, progress](const foundation::HttpResponse& answer) {
+        if (auto bad = checkSentBody(what, *body, answer)) return OSSOutcome<T>::failure(*bad);
+        progress->finish(0, body->size());
+        auto result = std::make_shared<T>();
+        fillResult(*result, answer);
+        result->localCRC64ecma = body->crc64();
+        result->eTag = answer.header("ETag").value_or("");
+        return OSSOutcome<T>{result, std::nullopt};
+    });
+}
+
 }  // namespace
 
-OSSOutcome<OSSPutObjectResult> doPutObject(OSSClient::Impl& c, const OSSPutObjectRequest& r,
-                                           OSSCancellationToken& token) {
+void startPutObject(const OSSOperationContext& context, const OSSPutObjectRequest& r, OSSDone<OSSPutObjectResult> done) {
     using Out = OSSOutcome<OSSPutObjectResult>;
-    if (auto bad = checkTarget<OSSPutObjectResult>(r.bucketName, r.objectKey)) return *bad;
+    if (auto bad = checkTarget<OSSPutObjectResult>(r.bucketName, r.objectKey)) return done(*bad);
     Error error;
     std::string path;
     std::uint64_t size = r.uploadingData ? r.uploadingData->size() : 0;
     if (!r.uploadingData) {
         auto file = inspectLocalFile(r.uploadingFileURL, &error);
-        if (!file) return Out::failure(error);
+        if (!file) return done(Out::failure(error));
         path = file->path;
         size = file->size;
     }
     auto body = makeBody(r.uploadingData, path, 0, size, &error);
-    if (!body) return Out::failure(error);
-    OSSProgressTracker progress(r.uploadProgress, size);
-    OSSHttpCall call{"PUT", r.bucketName, r.objectKey, {}, {}, body,
-                     [&progress](std::uint64_t sent, std::uint64_t) { progress.update(0, sent); }};
+    if (!body) return done(Out::failure(error));
+    OSSHttpCall call{"PUT", r.bucketName, r.objectKey, {}, {}, nullptr, nullptr};
     addMeta(call.headers, r.contentType, r.objectMeta);
-    auto answer = c.execute(std::move(call), token);
-    if (answer.error) return Out::failure(*answer.error);
-    if (auto bad = checkSentBody("object", *body, *answer.result)) return Out::failure(*bad);
-    progress.finish(0, size);
-    auto result = std::make_shared<OSSPutObjectResult>();
-    fillResult(*result, *answer.result);
-    result->localCRC64ecma = body->crc64();
-    result->eTag = answer.result->header("ETag").value_or("");
-    return Out{result, std::nullopt};
+    sendBody<OSSPutObjectResult>(context, std::move(call), std::move(body), "object", r.uploadProgress, std::move(done));
 }
 
-OSSOutcome<OSSInitMultipartUploadResult> doInitMultipart(OSSClient::Impl& c, const OSSInitMultipartUploadRequest& r,
-                                                          OSSCancellationToken& token) {
+void startInitMultipart(const OSSOperationContext& context, const OSSInitMultipartUploadRequest& r,
+                        OSSDone<OSSInitMultipartUploadResult> done) {
     using Out = OSSOutcome<OSSInitMultipartUploadResult>;
-    if (auto bad = checkTarget<OSSInitMultipartUploadResult>(r.bucketName, r.objectKey)) return *bad;
+    if (auto bad = checkTarget<OSSInitMultipartUploadResult>(r.bucketName, r.objectKey)) return done(*bad);
     OSSHttpCall call{"POST", r.bucketName, r.objectKey, {{"uploads", std::nullopt}}, {}, nullptr, nullptr};
     addMeta(call.headers, r.contentType, r.objectMeta);
-    auto answer = c.execute(std::move(call), token);
-    if (answer.error) return Out::failure(*answer.error);
-    auto id = xml::parseInitiateMultipartUpload(answer.result->body);
-    if (!id) return Out::failure(makeClientError(OSSClientErrorCodeNilUploadid, "The service answered no upload id"));
-    auto result = std::make_shared<OSSInitMultipartUploadResult>();
-    fillResult(*result, *answer.result);
-    result->uploadId = *id;
-    return Out{result, std::nullopt};
+    exchange<OSSInitMultipartUploadResult>(context, std::move(call), std::move(done), [](const foundation::HttpResponse& answer) {
+        auto id = xml::parseInitiateMultipartUpload(answer.body);
+        if (!id) return Out::failure(makeClientError(OSSClientErrorCodeNilUploadid, "The service answered no upload id"));
+        auto result = std::make_shared<OSSInitMultipartUploadResult>();
+        fillResult(*result, answer);
+        result->uploadId = *id;
+        return Out{result, std::nullopt};
+    });
 }
 
-OSSOutcome<OSSUploadPartResult> doUploadPart(OSSClient::Impl& c, const OSSUploadPartRequest& r,
-                                             OSSCancellationToken& token) {
+void startUploadPart(const OSSOperationContext& context, const OSSUploadPartRequest& r,
+                     OSSDone<OSSUploadPartResult> done) {
     using Out = OSSOutcome<OSSUploadPartResult>;
-    if (auto bad = checkTarget<OSSUploadPartResult>(r.bucketName, r.objectKey)) return *bad;
-    if (r.uploadId.empty()) return Out::failure(makeClientError(OSSClientErrorCodeNilUploadid, "The upload id is empty"));
-    if (r.partNumber < 1 || r.partNumber > 10000) return invalid<OSSUploadPartResult>("Part numbers run from 1 to 10000");
+    if (auto bad = checkTarget<OSSUploadPartResult>(r.bucketName, r.objectKey)) return done(*bad);
+    if (auto bad = checkUploadId<OSSUploadPartResult>(r.uploadId)) return done(*bad);
+    if (r.partNumber < 1 || r.partNumber > 10000) return done(invalid<OSSUploadPartResult>("Part numbers run from 1 to 10000"));
     Error error;
     auto body = makeBody(r.uploadPartData, pathFromFileURL(r.uploadPartFileURL), r.uploadPartFileOffset,
                          r.uploadPartLength, &error);
-    if (!body) return Out::failure(error);
-    OSSProgressTracker progress(r.uploadPartProgress, body->size());
+    if (!body) return done(Out::failure(error));
     OSSHttpCall call{"PUT", r.bucketName, r.objectKey,
-                     {{"partNumber", std::to_string(r.partNumber)}, {"uploadId", r.uploadId}}, {}, body,
-                     [&progress](std::uint64_t sent, std::uint64_t) { progress.update(0, sent); }};
-    auto answer = c.execute(std::move(call), token);
-    if (answer.error) return Out::failure(*answer.error);
-    if (auto bad = checkSentBody("part", *body, *answer.result)) return Out::failure(*bad);
-    auto result = std::make_shared<OSSUploadPartResult>();
-    fillResult(*result, *answer.result);
-    result->localCRC64ecma = body->crc64();
-    result->eTag = answer.result->header("ETag").value_or("");
-    return Out{result, std::nullopt};
+                     {{"partNumber", std::to_string(r.partNumber)}, {"uploadId", r.uploadId}}, {}, nullptr, nullptr};
+    sendBody<OSSUploadPartResult>(context, std::move(call), std::move(body), "part", r.uploadPartProgress, std::move(done));
 }
 
-OSSOutcome<OSSListPartsResult> doListParts(OSSClient::Impl& c, const OSSListPartsRequest& r,
-                                           OSSCancellationToken& token) {
-    using Out = OSSOutcome<OSSListPartsResult>;
-    if (auto bad = checkTarget<OSSListPartsResult>(r.bucketName, r.objectKey)) return *bad;
-    if (r.uploadId.empty()) return Out::failure(makeClientError(OSSClientErrorCodeNilUploadid, "The upload id is empty"));
-    auto result = std::make_shared<OSSListPartsResult>();
-    int marker = 0;
-    while (true) {
-        OSSQuery query{{"uploadId", r.uploadId}};
-        if (r.maxParts > 0) query.emplace_back("max-parts", std::to_string(r.maxParts));
+namespace {
+
+// ListParts pages through a long list, one exchange per page.
+struct PartLister : std::enable_shared_from_this<PartLister> {
+    OSSOperationContext context;
+    OSSListPartsRequest request;
+    OSSDone<OSSListPartsResult> done;
+    std::shared_ptr<OSSListPartsResult> result = std::make_shared<OSSListPartsResult>();
+
+    void page(int marker) {
+        using Out = OSSOutcome<OSSListPartsResult>;
+        OSSQuery query{{"uploadId", request.uploadId}};
+        if (request.maxParts > 0) query.emplace_back("max-parts", std::to_string(request.maxParts));
         if (marker > 0) query.emplace_back("part-number-marker", std::to_string(marker));
-        auto answer = c.execute(OSSHttpCall{"GET", r.bucketName, r.objectKey, query, {}, nullptr, nullptr}, token);
-        if (answer.error) return Out::failure(*answer.error);
-        auto page = xml::parseListParts(answer.result->body);
-        if (!page) return Out::failure(makeClientError(OSSClientErrorCodeNotKnown, "The part list could not be read"));
-        fillResult(*result, *answer.result);
-        result->parts.insert(result->parts.end(), page->parts.begin(), page->parts.end());
-        if (!page->isTruncated) break;
-        if (page->nextPartNumberMarker <= marker)
-            return Out::failure(makeClientError(OSSClientErrorCodeNotKnown, "The part list does not advance"));
-        marker = page->nextPartNumberMarker;
+        OSSHttpCall call{"GET", request.bucketName, request.objectKey, query, {}, nullptr, nullptr};
+        context.client->execute(context, std::move(call),
+                                [self = shared_from_this(), marker](OSSOutcome<foundation::HttpResponse> answer) {
+            if (answer.error) return self->done(Out::failure(std::move(*answer.error)));
+            auto listed = xml::parseListParts(answer.result->body);
+            if (!listed)
+                return self->done(Out::failure(makeClientError(OSSClientErrorCodeNotKnown, "The part list could not be read")));
+            fillResult(*self->result, *answer.result);
+            auto& parts = self->result->parts;
+            parts.insert(parts.end(), listed->parts.begin(), listed->parts.end());
+            if (!listed->isTruncated) return self->done(Out{self->result, std::nullopt});
+            if (listed->nextPartNumberMarker <= marker)
+                return self->done(Out::failure(makeClientError(OSSClientErrorCodeNotKnown, "The part list does not advance")));
+            self->page(listed->nextPartNumberMarker);
+        });
     }
-    return Out{result, std::nullopt};
+};
+
+}  // namespace
+
+void startListParts(const OSSOperationContext& context, const OSSListPartsRequest& r, OSSDone<OSSListPartsResult> done) {
+    if (auto bad = checkTarget<OSSListPartsResult>(r.bucketName, r.objectKey)) return done(*bad);
+    if (auto bad = checkUploadId<OSSListPartsResult>(r.uploadId)) return done(*bad);
+    auto lister = std::make_shared<PartLister>();
+    lister->context = context;
+    lister->request = r;
+    lister->done = std::move(done);
+    lister->page(0);
 }
 
-OSSOutcome<OSSCompleteMultipartUploadResult> doComplete(OSSClient::Impl& c, const OSSCompleteMultipartUploadRequest& r,
-                                                        OSSCancellationToken& token) {
+void startComplete(const OSSOperationContext& context, const OSSCompleteMultipartUploadRequest& r,
+                   OSSDone<OSSCompleteMultipartUploadResult> done) {
     using Out = OSSOutcome<OSSCompleteMultipartUploadResult>;
-    if (auto bad = checkTarget<OSSCompleteMultipartUploadResult>(r.bucketName, r.objectKey)) return *bad;
-    if (r.uploadId.empty()) return Out::failure(makeClientError(OSSClientErrorCodeNilUploadid, "The upload id is empty"));
+    if (auto bad = checkTarget<OSSCompleteMultipartUploadResult>(r.bucketName, r.objectKey)) return done(*bad);
+    if (auto bad = checkUploadId<OSSCompleteMultipartUploadResult>(r.uploadId)) return done(*bad);
     OSSHttpCall call{"POST", r.bucketName, r.objectKey, {{"uploadId", r.uploadId}}, {},
                      foundation::makeStringBody(xml::buildCompleteMultipartUpload(r.partInfos)), nullptr};
     call.headers.emplace_back("Content-Type", "application/xml");
     for (const auto& [k, v] : r.completeMetaHeader) call.headers.emplace_back(k, v);
-    auto answer = c.execute(std::move(call), token);
-    if (answer.error) return Out::failure(*answer.error);
-    auto parsed = xml::parseCompleteMultipartUpload(answer.result->body);
-    auto result = std::make_shared<OSSCompleteMultipartUploadResult>();
-    fillResult(*result, *answer.result);
-    result->eTag = answer.result->header("ETag").value_or(parsed ? parsed->eTag : "");
-    if (parsed) result->location = parsed->location;
-    return Out{result, std::nullopt};
+    exchange<OSSCompleteMultipartUploadResult>(context, std::move(call), std::move(done), [](const foundation::HttpResponse& answer) {
+        auto parsed = xml::parseCompleteMultipartUpload(answer.body);
+        auto result = std::make_shared<OSSCompleteMultipartUploadResult>();
+        fillResult(*result, answer);
+        result->eTag = answer.header("ETag").value_or(parsed ? parsed->eTag : "");
+        if (parsed) result->location = parsed->location;
+        return Out{result, std::nullopt};
+    });
 }
 
-OSSOutcome<OSSAbortMultipartUploadResult> doAbort(OSSClient::Impl& c, const OSSAbortMultipartUploadRequest& r,
-                                                  OSSCancellationToken& token) {
+void startAbort(const OSSOperationContext& context, const OSSAbortMultipartUploadRequest& r,
+                OSSDone<OSSAbortMultipartUploadResult> done) {
     using Out = OSSOutcome<OSSAbortMultipartUploadResult>;
-    if (auto bad = checkTarget<OSSAbortMultipartUploadResult>(r.bucketName, r.objectKey)) return *bad;
-    if (r.uploadId.empty()) return Out::failure(makeClientError(OSSClientErrorCodeNilUploadid, "The upload id is empty"));
-    auto answer =
-        c.execute(OSSHttpCall{"DELETE", r.bucketName, r.objectKey, {{"uploadId", r.uploadId}}, {}, nullptr, nullptr},
-                  token);
-    if (answer.error) return Out::failure(*answer.error);
-    auto result = std::make_shared<OSSAbortMultipartUploadResult>();
-    fillResult(*result, *answer.result);
-    return Out{result, std::nullopt};
+    if (auto bad = checkTarget<OSSAbortMultipartUploadResult>(r.bucketName, r.objectKey)) return done(*bad);
+    if (auto bad = checkUploadId<OSSAbortMultipartUploadResult>(r.uploadId)) return done(*bad);
+    OSSHttpCall call{"DELETE", r.bucketName, r.objectKey, {{"uploadId", r.uploadId}}, {}, nullptr, nullptr};
+    exchange<OSSAbortMultipartUploadResult>(context, std::move(call), std::move(done), [](const foundation::HttpResponse& answer) {
+        auto result = std::make_shared<OSSAbortMultipartUploadResult>();
+        fillResult(*result, answer);
+        return Out{result, std::nullopt};
+    });
 }
 
-OSSOutcome<OSSHeadObjectResult> doHeadObject(OSSClient::Impl& c, const OSSHeadObjectRequest& r,
-                                             OSSCancellationToken& token) {
+void startHeadObject(const OSSOperationContext& context, const OSSHeadObjectRequest& r, OSSDone<OSSHeadObjectResult> done) {
     using Out = OSSOutcome<OSSHeadObjectResult>;
-    if (auto bad = checkTarget<OSSHeadObjectResult>(r.bucketName, r.objectKey)) return *bad;
-    auto answer = c.execute(OSSHttpCall{"HEAD", r.bucketName, r.objectKey, {}, {}, nullptr, nullptr}, token);
-    if (answer.error) return Out::failure(*answer.error);
-    auto result = std::make_shared<OSSHeadObjectResult>();
-    fillResult(*result, *answer.result);
-    result->eTag = answer.result->header("ETag").value_or("");
-    auto length = answer.result->header("Content-Length").value_or("0");
-    std::from_chars(length.data(), length.data() + length.size(), result->contentLength);
-    return Out{result, std::nullopt};
+    if (auto bad = checkTarget<OSSHeadObjectResult>(r.bucketName, r.objectKey)) return done(*bad);
+    OSSHttpCall call{"HEAD", r.bucketName, r.objectKey, {}, {}, nullptr, nullptr};
+    exchange<OSSHeadObjectResult>(context, std::move(call), std::move(done), [](const foundation::HttpResponse& answer) {
+        auto result = std::make_shared<OSSHeadObjectResult>();
+        fillResult(*result, answer);
+        result->eTag = answer.header("ETag").value_or("");
+        auto length = answer.header("Content-Length").value_or("0");
+        std::from_chars(length.data(), length.data() + length.size(), result->contentLength);
+        return Out{result, std::nullopt};
+    });
 }
 
 }  // namespace quorvane::oss

@@ -1,7 +1,7 @@
 #pragma once
 // An asynchronous outcome: a result or an error, set once. Continuations run on the thread that
-// completes the task (one of the client's worker threads), or at once on the caller's thread when
-// the task has already ended.
+// completes the task (the operation's serial queue, on the shared worker pool), or at once on the
+// caller's thread when the task has already ended.
 #include <chrono>
 #include <condition_variable>
 #include <functional>

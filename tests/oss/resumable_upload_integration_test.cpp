@@ -5,6 +5,7 @@
 #include <set>
 #include <thread>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 #include "oss/crc64.h"
@@ -259,6 +260,64 @@ TEST_F(ResumableUploadTest, CancelWithDeleteUploadIdAbortsAndBadFilesAreRefused)
     EXPECT_EQ(waited(client->resumableUpload(small))->error()->code, OSSClientErrorCodeInvalidArgument);
     auto missing = waited(client->resumableUpload(request(dir.path() + "/nope", "n")));
     EXPECT_EQ(missing->error()->code, OSSClientErrorCodeFileCantRead);
+}
+
+// A file rewritten in place between a crash and the resume, keeping its size and modification time:
+// the record and the service still agree on part 1, but the file no longer holds those bytes.
+TEST_F(ResumableUploadTest, ARecordedPartIsTrustedOnlyWhileTheFileStillHoldsItsBytes) {
+    std::string oldBytes;
+    auto path = makeFile("rewritten.bin", 3 * kPart, &oldBytes);
+    auto client = makeClient();
+    auto init = std::make_shared<OSSInitMultipartUploadRequest>();
+    init->bucketName = bucket();
+    init->objectKey = "rewritten.bin";
+    auto uploadId = waited(client->multipartUploadInit(init))->result()->uploadId;
+    std::map<int, OSSPartInfo> stored;
+    for (int n = 1; n <= 2; ++n) {
+        auto part = std::make_shared<OSSUploadPartRequest>();
+        part->bucketName = bucket();
+        part->objectKey = "rewritten.bin";
+        part->uploadId = uploadId;
+        part->partNumber = n;
+        part->uploadPartFileURL = path;
+        part->uploadPartFileOffset = static_cast<std::uint64_t>(n - 1) * kPart;
+        part->uploadPartLength = kPart;
+        auto sent = waited(client->uploadPart(part));
+        ASSERT_FALSE(sent->error());
+        stored[n] = {n, sent->result()->eTag, kPart, *sent->result()->localCRC64ecma};
+    }
+    struct stat before {};
+    ASSERT_EQ(::stat(path.c_str(), &before), 0);
+    auto newBytes = oldBytes;
+    for (std::size_t i = 0; i < static_cast<std::size_t>(kPart); i += 7) newBytes[i] = static_cast<char>(newBytes[i] ^ 0x5a);
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << newBytes;
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    const auto mtimeNs = static_cast<std::int64_t>(before.st_mtim.tv_sec) * 1000000000LL + before.st_mtim.tv_nsec;
+    OSSUploadCheckpoint record{bucket(), "rewritten.bin", path, uploadId, oldBytes.size(), mtimeNs, kPart, stored};
+    std::filesystem::create_directories(recordDir());
+    ASSERT_TRUE(foundation::writeFileAtomically(recordFile("rewritten.bin", path), serializeCheckpoint(record)));
+
+    auto sentBefore = cloud.requests("UploadPart").size();
+    auto task = waited(client->resumableUpload(request(path, "rewritten.bin")));
+    ASSERT_FALSE(task->error()) << task->error()->toString();
+    EXPECT_EQ(sentPartNumbers(cloud, sentBefore), (std::set<int>{1, 3}));
+    EXPECT_EQ(cloud.objectBytes(bucket(), "rewritten.bin"), newBytes);
+}
+
+// Without its record nothing would ever continue or abort an upload the run initiated.
+TEST_F(ResumableUploadTest, ARunThatCannotWriteItsRecordAbortsTheUploadItStarted) {
+    auto path = makeFile("unrecorded.bin", 2 * kPart);
+    // The record's name is taken by a directory that is not empty, so it cannot be replaced.
+    std::filesystem::create_directories(recordFile("unrecorded.bin", path) + "/occupied");
+    auto client = makeClient();
+    auto task = waited(client->resumableUpload(request(path, "unrecorded.bin")));
+    ASSERT_TRUE(task->error());
+    EXPECT_EQ(task->error()->code, OSSClientErrorCodeFileCantWrite);
+    ASSERT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);
+    for (const auto& upload : cloud.uploads())
+        EXPECT_NE(upload.state, emulator::UploadState::Open) << upload.uploadId;
+    EXPECT_TRUE(cloud.requests("UploadPart").empty());
 }
 
 }  // namespace oss_test
