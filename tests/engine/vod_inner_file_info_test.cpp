@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <unistd.h>
@@ -118,4 +119,15 @@ TEST(VODObjectCache, IdentityIsSizeNameAndCreationDate) {
     EXPECT_TRUE(std::regex_match(*text, std::regex(R"(1000clip\.mp4\d{4}-\d\d-\d\d \d\d:\d\d:\d\d \+0000)"))) << *text;
     auto missing = quorvane::foundation::base64Decode(quorvane::VODObjectCache::uniqueIdWithFilePath(dir.file("no.mp4")));
     EXPECT_EQ(missing, "0no.mp4");
+}
+
+// procfs keeps no birth time: the identity must not fall back to the modification time, which
+// changes with every edit of the file.
+TEST(VODObjectCache, AFileWithoutABirthTimeHasNoCreationDate) {
+    const std::string path = "/proc/self/status";
+    struct statx sx {};
+    if (::statx(AT_FDCWD, path.c_str(), 0, STATX_BTIME, &sx) != 0 || (sx.stx_mask & STATX_BTIME))
+        GTEST_SKIP() << "this kernel gives procfs files a birth time";
+    EXPECT_EQ(VODInnerFileInfo(path).fileCreateTime, "");
+    EXPECT_EQ(quorvane::foundation::base64Decode(quorvane::VODObjectCache::uniqueIdWithFilePath(path)), "0status");
 }

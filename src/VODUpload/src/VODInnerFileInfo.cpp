@@ -30,13 +30,12 @@ struct Stream {
 std::optional<VODFileAttributes> vodFileAttributes(const std::string& path) {
     if (path.empty()) return std::nullopt;
     struct statx sx {};
-    if (::statx(AT_FDCWD, path.c_str(), 0, STATX_SIZE | STATX_BTIME | STATX_MTIME, &sx) != 0) return std::nullopt;
+    if (::statx(AT_FDCWD, path.c_str(), 0, STATX_SIZE | STATX_BTIME, &sx) != 0) return std::nullopt;
     VODFileAttributes attrs;
     attrs.size = static_cast<std::int64_t>(sx.stx_size);
-    if (sx.stx_mask & STATX_BTIME)
-        attrs.creationDate = fromTimespec(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec);
-    else if (sx.stx_mask & STATX_MTIME)
-        attrs.creationDate = fromTimespec(sx.stx_mtime.tv_sec, sx.stx_mtime.tv_nsec);
+    // A file system that keeps no birth time gives no creation date: the modification time would
+    // make the identity change with every edit.
+    if (sx.stx_mask & STATX_BTIME) attrs.creationDate = fromTimespec(sx.stx_btime.tv_sec, sx.stx_btime.tv_nsec);
     return attrs;
 }
 

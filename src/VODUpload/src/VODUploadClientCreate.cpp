@@ -7,6 +7,7 @@
 #include <cstdio>
 
 #include "VODUpload/src/AVCVAssetInfo.h"
+#include "VODUpload/src/VODCreateUploadParams.h"
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadClient.h"
@@ -45,21 +46,21 @@ void VODUploadClient::createUploadVideo() {
         const auto cur = cur_;
         if (!cur) return;
         const auto info = cur->vodInfo;
-        Value params = Value::object();
-        if (info) putIfPresent(params, "CoverURL", info->coverUrl);
-        params["FileSize"] = curInnerFileInfo_ ? curInnerFileInfo_->fileSize : std::string("0");
+        VODCreateUploadFields fields;
+        if (curInnerFileInfo_) fields.fileSize = curInnerFileInfo_->fileSize;
         if (info) {
-            putIfPresent(params, "Description", info->desc);
-            if (info->cateId) params["CateId"] = std::to_string(*info->cateId);
-            putIfPresent(params, "Tags", info->tags);
-            putIfPresent(params, "StorageLocation", info->storageLocation);
-            putIfPresent(params, "TemplateGroupId", info->templateGroupId);
+            fields.coverUrl = info->coverUrl;
+            fields.description = info->desc;
+            fields.cateId = info->cateId;
+            fields.tags = info->tags;
+            fields.storageLocation = info->storageLocation;
+            fields.templateGroupId = info->templateGroupId;
         }
-        if (!transcode_ && !(info && nonEmpty(info->templateGroupId))) params["TranscodeMode"] = "NoTranscode";
-        if (nonEmpty(appId_)) params["AppId"] = *appId_;
-        if (nonEmpty(workflowId_)) params["WorkflowId"] = *workflowId_;
-        if (auto userData = userDataWithVideoPath(cur->filePath, info ? info->userData : std::nullopt))
-            params["UserData"] = *userData;
+        fields.transcode = transcode_;
+        fields.appId = appId_;
+        fields.workflowId = workflowId_;
+        fields.userData = userDataWithVideoPath(cur->filePath, info ? info->userData : std::nullopt);
+        const Value params = createUploadVideoParams(fields);
 
         std::weak_ptr<VODUploadClient> weak = weak_from_this();
         const OSSConfig credentials = credentialsOf(ossConfig_);

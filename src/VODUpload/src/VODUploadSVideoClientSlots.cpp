@@ -3,6 +3,7 @@
 #include <cctype>
 #include <chrono>
 
+#include "VODUpload/src/VODCreateUploadParams.h"
 #include "VODUpload/src/VODInnerFileInfo.h"
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
@@ -156,18 +157,20 @@ void VODUploadSVideoClient::createUploadVideo(std::uint64_t job) {
         return;
     }
     const VodSVideoInfo& info = *current->svideoInfo;
-    Value params = Value::object();
-    putIfPresent(params, "CoverURL", current->curImageURL);
-    params["FileSize"] = std::to_string(current->videoFileSize);
-    putIfPresent(params, "Description", info.desc);
-    if (info.cateId) params["CateId"] = std::to_string(*info.cateId);
-    putIfPresent(params, "Tags", info.tags);
-    putIfPresent(params, "StorageLocation", info.storageLocation);
-    putIfPresent(params, "TemplateGroupId", info.templateGroupId);
-    if (!transcode_ && !info.templateGroupId) params["TranscodeMode"] = "NoTranscode";
-    if (nonEmpty(appId_)) params["AppId"] = *appId_;
-    if (nonEmpty(workflowId_)) params["WorkflowId"] = *workflowId_;
-    if (auto userData = userDataFor(current->videoPath, info.userData)) params["UserData"] = *userData;
+    VODCreateUploadFields fields;
+    fields.coverUrl = current->curImageURL;
+    fields.fileSize = std::to_string(current->videoFileSize);
+    fields.description = info.desc;
+    fields.cateId = info.cateId;
+    fields.tags = info.tags;
+    fields.storageLocation = info.storageLocation;
+    fields.templateGroupId = info.templateGroupId;
+    fields.emptyTemplateGroupIsNone = false;
+    fields.transcode = transcode_;
+    fields.appId = appId_;
+    fields.workflowId = workflowId_;
+    fields.userData = userDataFor(current->videoPath, info.userData);
+    const Value params = createUploadVideoParams(fields);
 
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
     auto handler = [weak, job](std::optional<foundation::HttpResponse>, std::optional<Value> reply,

@@ -1,0 +1,31 @@
+#include "VODUpload/src/VODCreateUploadParams.h"
+
+namespace quorvane {
+namespace {
+
+void putIfPresent(Value& params, const char* key, const std::optional<std::string>& value) {
+    if (value) params[key] = *value;
+}
+
+bool nonEmpty(const std::optional<std::string>& text) { return text && !text->empty(); }
+
+}  // namespace
+
+Value createUploadVideoParams(const VODCreateUploadFields& f) {
+    Value params = Value::object();
+    putIfPresent(params, "CoverURL", f.coverUrl);
+    params["FileSize"] = f.fileSize;
+    putIfPresent(params, "Description", f.description);
+    if (f.cateId) params["CateId"] = std::to_string(*f.cateId);
+    putIfPresent(params, "Tags", f.tags);
+    putIfPresent(params, "StorageLocation", f.storageLocation);
+    putIfPresent(params, "TemplateGroupId", f.templateGroupId);
+    const bool hasTemplateGroup = f.emptyTemplateGroupIsNone ? nonEmpty(f.templateGroupId) : f.templateGroupId.has_value();
+    if (!f.transcode && !hasTemplateGroup) params["TranscodeMode"] = "NoTranscode";
+    if (nonEmpty(f.appId)) params["AppId"] = *f.appId;
+    if (nonEmpty(f.workflowId)) params["WorkflowId"] = *f.workflowId;
+    putIfPresent(params, "UserData", f.userData);
+    return params;
+}
+
+}  // namespace quorvane
