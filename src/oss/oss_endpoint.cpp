@@ -32,6 +32,13 @@ bool validHostChars(const std::string& host) {
 
 }  // namespace
 
+bool isValidBucketName(const std::string& name) {
+    if (name.size() < 3 || name.size() > 63) return false;
+    auto letterOrDigit = [](unsigned char c) { return std::islower(c) || std::isdigit(c); };
+    return letterOrDigit(name.front()) && letterOrDigit(name.back()) &&
+           std::all_of(name.begin(), name.end(), [&](unsigned char c) { return letterOrDigit(c) || c == '-'; });
+}
+
 bool isIpOrLocalHost(const std::string& host) {
     return isIpv4(host) || (!host.empty() && host.front() == '[') || host == "localhost";
 }
@@ -51,18 +58,31 @@ std::optional<OSSEndpoint> parseEndpoint(const std::string& endpoint, bool force
         return std::nullopt;
     }
     rest = rest.substr(0, rest.find_first_of("/?#"));
+    auto fail = [&](const std::string& problem) -> std::optional<OSSEndpoint> {
+        if (why) *why = "the endpoint \"" + endpoint + "\" " + problem;
+        return std::nullopt;
+    };
+    if (rest.find('@') != std::string::npos) return fail("carries user credentials: give keys to the client instead");
     std::string host = rest;
+    std::string port;
     if (!rest.empty() && rest.front() == '[') {
-        host = rest.substr(0, rest.find(']') + 1);
+        auto close = rest.find(']');
+        if (close == std::string::npos) return fail("has an IPv6 address without its closing ']'");
+        host = rest.substr(0, close + 1);
+        if (close + 1 < rest.size()) {
+            if (rest[close + 1] != ':') return fail("has text after its IPv6 address");
+            port = rest.substr(close + 2);
+            if (port.empty()) return fail("has an empty port");
+        }
     } else if (auto colon = rest.rfind(':'); colon != std::string::npos) {
         host = rest.substr(0, colon);
-        auto port = rest.substr(colon + 1);
-        if (port.empty() || !std::all_of(port.begin(), port.end(), ::isdigit)) host.clear();
+        port = rest.substr(colon + 1);
+        if (port.empty()) return fail("has an empty port");
     }
-    if (host.empty() || host == "[]" || !validHostChars(rest)) {
-        if (why) *why = "the endpoint \"" + endpoint + "\" has no host";
-        return std::nullopt;
-    }
+    if (!port.empty() && (port.size() > 5 || !std::all_of(port.begin(), port.end(), ::isdigit) || std::stoi(port) > 65535))
+        return fail("has a port that is not a number from 0 to 65535");
+    if (host.empty() || host == "[]") return fail("has no host");
+    if (!validHostChars(host)) return fail("has characters no host name may have");
     std::transform(host.begin(), host.end(), host.begin(), ::tolower);
     result.host = host;
     result.hostPort = rest;

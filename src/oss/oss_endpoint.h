@@ -17,6 +17,8 @@ struct OSSEndpoint {
 // "host", "https://host", "http://127.0.0.1:9000/" ... nullopt with *why set when there is no
 // usable host.
 std::optional<OSSEndpoint> parseEndpoint(const std::string& endpoint, bool forcePathStyle, std::string* why);
+// OSS bucket naming: 3 to 63 lower-case letters, digits and hyphens, a letter or digit at each end.
+bool isValidBucketName(const std::string& name);
 // Whether the host cannot take a bucket sub-domain (IP literal, "localhost").
 bool isIpOrLocalHost(const std::string& host);
 // Percent-encodes an object key for a URL path, keeping '/'.

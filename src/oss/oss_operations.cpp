@@ -18,6 +18,9 @@ OSSOutcome<T> invalid(const std::string& message) {
 template <class T>
 std::optional<OSSOutcome<T>> checkTarget(const std::string& bucket, const std::string& key) {
     if (bucket.empty()) return invalid<T>("The bucket name is empty");
+    if (!isValidBucketName(bucket))
+        return invalid<T>("The bucket name \"" + bucket + "\" is not valid: 3 to 63 lower-case letters, digits and "
+                          "hyphens, starting and ending with a letter or digit");
     if (key.empty()) return invalid<T>("The object key is empty");
     return std::nullopt;
 }

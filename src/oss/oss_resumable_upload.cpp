@@ -51,6 +51,9 @@ private:
 
     std::optional<Error> validate() {
         if (r_.bucketName.empty()) return makeClientError(OSSClientErrorCodeInvalidArgument, "The bucket name is empty");
+        if (!isValidBucketName(r_.bucketName))
+            return makeClientError(OSSClientErrorCodeInvalidArgument,
+                                   "The bucket name \"" + r_.bucketName + "\" is not valid");
         if (r_.objectKey.empty()) return makeClientError(OSSClientErrorCodeInvalidArgument, "The object key is empty");
         Error error;
         auto file = inspectLocalFile(r_.uploadingFileURL, &error);

@@ -1,6 +1,8 @@
 // Header signatures, endpoints and credential providers: pure functions, no socket.
 #include <gtest/gtest.h>
 
+#include <vector>
+
 #include "foundation/dates.h"
 #include "oss/credential_provider.h"
 #include "oss/oss_endpoint.h"
@@ -120,4 +122,25 @@ TEST(OSSEndpoint, SchemesHostsAndAddressing) {
         EXPECT_FALSE(parseEndpoint(bad, false, &why)) << bad;
         EXPECT_FALSE(why.empty()) << bad;
     }
+    // Each mistake is named, not reported as a missing host.
+    const std::pair<const char*, const char*> named[] = {
+        {"http://user:pw@oss.example.com", "credentials"}, {"http://[::1", "closing ']'"},
+        {"http://[::1]x", "after its IPv6"},                {"http://host:", "empty port"},
+        {"http://host:70000", "0 to 65535"},                {"http://host:8o", "0 to 65535"},
+        {"http://:9000", "no host"},                        {"http://ho st", "characters"}};
+    for (const auto& [endpoint, words] : named) {
+        why.clear();
+        EXPECT_FALSE(parseEndpoint(endpoint, false, &why)) << endpoint;
+        EXPECT_NE(why.find(words), std::string::npos) << endpoint << ": " << why;
+    }
+    auto v6 = parseEndpoint("http://[::1]:9000", false, &why);
+    ASSERT_TRUE(v6);
+    EXPECT_EQ(buildUrl(*v6, "bkt", "k", {}), "http://[::1]:9000/bkt/k");
+}
+
+TEST(OSSEndpoint, BucketNamesFollowTheServicesRules) {
+    const std::vector<std::string> good = {"abc", "quorvane-media", "a1-b2", std::string(63, 'x')};
+    const std::vector<std::string> bad = {"ab", std::string(64, 'x'), "-abc", "abc-", "Abc", "a_bc", "a.bc", "a bc"};
+    for (const auto& name : good) EXPECT_TRUE(isValidBucketName(name)) << name;
+    for (const auto& name : bad) EXPECT_FALSE(isValidBucketName(name)) << name;
 }
