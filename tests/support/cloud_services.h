@@ -19,7 +19,7 @@ struct VODUploadEngineTestAccess {
         c.serially([&] { c.conf_.maxConcurrentParts = n; });
     }
     static std::string uploadId(const VODUploadClient& c) {
-        return c.serially([&] { return c.uploadId_.value_or(""); });
+        return c.serially([&] { return c.attempt_.uploadId.value_or(""); });
     }
 };
 

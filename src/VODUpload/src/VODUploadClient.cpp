@@ -126,7 +126,7 @@ void VODUploadClient::setLogStore(const std::string& logStore) {
 }
 
 void VODUploadClient::setVideoId(std::optional<std::string> videoId) {
-    serially([&] { curVideoId_ = std::move(videoId); });
+    serially([&] { attempt_.curVideoId = std::move(videoId); });
 }
 
 void VODUploadClient::setListener(std::shared_ptr<VODUploadListener> listener) {
@@ -145,8 +145,8 @@ std::shared_ptr<OSSConfig> VODUploadClient::openApiConfig() const {
 std::optional<std::string> VODUploadClient::curUploadAddress() const {
     return serially([&] { return curUploadAddress_; });
 }
-std::optional<std::string> VODUploadClient::curVideoId() const { return serially([&] { return curVideoId_; }); }
-std::optional<std::string> VODUploadClient::curImageURL() const { return serially([&] { return curImageURL_; }); }
+std::optional<std::string> VODUploadClient::curVideoId() const { return serially([&] { return attempt_.curVideoId; }); }
+std::optional<std::string> VODUploadClient::curImageURL() const { return serially([&] { return attempt_.curImageURL; }); }
 std::shared_ptr<VODUploadListener> VODUploadClient::listener() const { return serially([&] { return callback_; }); }
 
 }  // namespace quorvane

@@ -31,6 +31,7 @@
 #include "VODUpload/src/VODInnerFileInfo.h"
 #include "VODUpload/src/VODOpenApi.h"
 #include "VODUpload/src/VODServiceConfig.h"
+#include "VODUpload/src/VODUploadAttempt.h"
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
 #include "VODUpload/src/VodInfo.h"
@@ -251,17 +252,13 @@ private:
     std::shared_ptr<oss::OSSClient> client_;
     oss::OSSClientConfiguration conf_;
     std::shared_ptr<OSSConfig> ossConfig_;
-    std::optional<std::string> uploadId_;
-    bool uploadIdIsNew_ = false;  // initiated by this attempt: nothing stored under it yet
+    VODUploadAttempt attempt_;
     std::optional<std::string> curUploadAddress_;
     std::vector<std::shared_ptr<UploadFileInfo>> uploadList_;
     std::shared_ptr<UploadFileInfo> cur_;
-    std::shared_ptr<VODInnerFileInfo> curInnerFileInfo_;
     std::shared_ptr<oss::OSSResumableUploadRequest> resumableUploadReq_;
     std::shared_ptr<VODUploadListener> callback_;
     std::shared_ptr<AVCVEventManager> eventManager_;
-    std::optional<std::string> curImageURL_;
-    std::optional<std::string> curVideoId_;
     std::shared_ptr<OSSConfig> openApiConfig_;
     bool transcode_ = true;
     bool recordUploadProgress_ = true;

@@ -4,7 +4,7 @@
 namespace quorvane {
 
 void VODUploadClient::continueAfterNewCredentials() {
-    if (uploadId_ && !uploadId_->empty()) {
+    if (attempt_.uploadId && !attempt_.uploadId->empty()) {
         // The expiry struck during the multipart upload. Credentials the service issued for the file
         // are asked for again (a refresh); the caller's own continue the same upload directly.
         bool issued;

@@ -47,7 +47,7 @@ void VODUploadClient::createUploadVideo() {
         if (!cur) return;
         const auto info = cur->vodInfo;
         VODCreateUploadFields fields;
-        if (curInnerFileInfo_) fields.fileSize = curInnerFileInfo_->fileSize;
+        if (attempt_.curInnerFileInfo) fields.fileSize = attempt_.curInnerFileInfo->fileSize;
         if (info) {
             fields.coverUrl = info->coverUrl;
             fields.description = info->desc;
@@ -80,7 +80,7 @@ std::shared_ptr<foundation::HttpTask> VODUploadClient::createOrRefreshUploadVide
     return serially([&] {
         auto entry = VODObjectCache::sharedCache().getObjectWithPath(fileName);
         if (entry && !entry->videoId.empty()) {
-            curVideoId_ = entry->videoId;
+            attempt_.curVideoId = entry->videoId;
             return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, region_,
                                                   std::move(completionHandler), serviceConfig_);
         }
@@ -146,13 +146,13 @@ void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const st
     const std::string address = foundation::stringAt(answer, "UploadAddress").value_or("");
     const std::string auth = foundation::stringAt(answer, "UploadAuth").value_or("");
     if (image) {
-        curImageURL_ = foundation::stringAt(answer, "ImageURL");
+        attempt_.curImageURL = foundation::stringAt(answer, "ImageURL");
     } else {
-        if (auto videoId = foundation::stringAt(answer, "VideoId")) curVideoId_ = videoId;
+        if (auto videoId = foundation::stringAt(answer, "VideoId")) attempt_.curVideoId = videoId;
         auto& cache = VODObjectCache::sharedCache();
         auto entry = cache.getObjectWithPath(cur->filePath);
         if (entry && entry->videoId.empty()) {
-            entry->videoId = curVideoId_.value_or("");
+            entry->videoId = attempt_.curVideoId.value_or("");
             cache.saveObject(entry, cur->filePath);
         }
     }
@@ -205,11 +205,11 @@ void VODUploadClient::sendStartEvent() {
         const AVCVSize size = AVCVAssetInfo::AVCVNaturalSize(cur->filePath);
         std::int64_t fileSize = 0;
         std::string type, hash;
-        if (curInnerFileInfo_) {
-            std::from_chars(curInnerFileInfo_->fileSize.data(),
-                            curInnerFileInfo_->fileSize.data() + curInnerFileInfo_->fileSize.size(), fileSize);
-            type = curInnerFileInfo_->fileType;
-            hash = curInnerFileInfo_->fileHash;
+        if (attempt_.curInnerFileInfo) {
+            std::from_chars(attempt_.curInnerFileInfo->fileSize.data(),
+                            attempt_.curInnerFileInfo->fileSize.data() + attempt_.curInnerFileInfo->fileSize.size(), fileSize);
+            type = attempt_.curInnerFileInfo->fileType;
+            hash = attempt_.curInnerFileInfo->fileHash;
         }
         sendUploadEvent(20002, {{"ft", type},
                                 {"fs", fileSize},

@@ -169,7 +169,7 @@ bool VODUploadClient::resume() {
         vodLogDebug(kLogSource, "resume called.");
         if (state_ != VODClientState::Paused) return false;
         transitionTo(VODClientState::Started);
-        if (uploadId_ && !uploadId_->empty())
+        if (attempt_.uploadId && !attempt_.uploadId->empty())
             resumableUpload();
         else
             next();
@@ -179,16 +179,12 @@ bool VODUploadClient::resume() {
 
 void VODUploadClient::next() {
     serially([&] {
-        uploadId_.reset();
-        uploadIdIsNew_ = false;
+        attempt_ = {};
         cur_.reset();
-        curImageURL_.reset();
-        curVideoId_.reset();
         {
             std::lock_guard lock(*credentialsMutex_);
             openApiConfig_.reset();
         }
-        curInnerFileInfo_.reset();
         std::shared_ptr<UploadFileInfo> file;
         for (const auto& entry : uploadList_) {
             if (entry->state == UploadFileState::Ready) {
@@ -202,7 +198,7 @@ void VODUploadClient::next() {
             return;
         }
         if (callback_ && callback_->started) callback_->started(file);
-        curInnerFileInfo_ = std::make_shared<VODInnerFileInfo>(file->filePath);
+        attempt_.curInnerFileInfo = std::make_shared<VODInnerFileInfo>(file->filePath);
         sendUploadEvent(20001, {{"ql", uploadList_.size()}});
         if (file->bucket && file->endpoint)
             startOSSClientUpload();
@@ -214,7 +210,7 @@ void VODUploadClient::next() {
 void VODUploadClient::requestUploadAuthAddress() {
     serially([&] {
         const auto cur = cur_;
-        const std::string type = curInnerFileInfo_ ? curInnerFileInfo_->fileType : "other";
+        const std::string type = attempt_.curInnerFileInfo ? attempt_.curInnerFileInfo->fileType : "other";
         if (type == "other") {
             sendUploadEvent(20004, {{"code", "400"}, {"message", kNoExtensionMessage}});
             failCurrentFile("400", kNoExtensionMessage);

@@ -97,8 +97,8 @@ void VODUploadClient::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipart
 void VODUploadClient::onUploadIdReady(const std::string& uploadId, bool fresh) {
     // The counter is reset without retryResume here: the upload has not moved yet.
     if (retryNotify_ != 0) retryNotify_ = 0;
-    uploadId_ = uploadId;
-    uploadIdIsNew_ = fresh;
+    attempt_.uploadId = uploadId;
+    attempt_.uploadIdIsNew = fresh;
     vodLogDebug(kLogSource, "init uploadid success. uploadId:" + uploadId);
     if (!cur_) return;
     cur_->state = UploadFileState::Uploading;
@@ -114,18 +114,18 @@ void VODUploadClient::resumableUpload() {
         request->recordDirectoryPath = recordDirectoryPath_;
         request->bucketName = cur_->bucket.value_or("");
         request->objectKey = cur_->object.value_or("");
-        request->uploadId = uploadId_.value_or("");
-        request->uploadIdIsNew = std::exchange(uploadIdIsNew_, false);
+        request->uploadId = attempt_.uploadId.value_or("");
+        request->uploadIdIsNew = std::exchange(attempt_.uploadIdIsNew, false);
         request->partSize = partSizeFor(fileSizeOf(cur_->filePath));
         request->deleteUploadIdOnCancelling = !recordUploadProgress_;
         if (cur_->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur_->vodInfo->toJson();
         request->uploadingFileURL = cur_->filePath;
 
         auto context = std::make_shared<VODUploadProgressContext>();
-        context->fileInfo = curInnerFileInfo_;
+        context->fileInfo = attempt_.curInnerFileInfo;
         context->file = cur_;
-        context->uploadId = uploadId_.value_or("");
-        context->videoId = curVideoId_.value_or("");
+        context->uploadId = attempt_.uploadId.value_or("");
+        context->videoId = attempt_.curVideoId.value_or("");
         context->uploadAddress = curUploadAddress_.value_or("");
         context->region = region_;
         context->partSize = uploadPartSize_;
@@ -203,8 +203,8 @@ void VODUploadClient::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
     if (callback_ && callback_->success) callback_->success(file);
     if (callback_ && callback_->finish) {
         VodUploadResult result;
-        result.videoId = curVideoId_;
-        result.imageUrl = curImageURL_;
+        result.videoId = attempt_.curVideoId;
+        result.imageUrl = attempt_.curImageURL;
         if (file) {
             result.bucket = file->bucket;
             result.endpoint = file->endpoint;
