@@ -55,9 +55,14 @@ protected:
 TEST_F(CliOptions, CredentialsComeFromTheEnvironmentOrAProfileAndAreNeverPrinted) {
     const auto& o = cloud_.options();
     auto file = makeFile("env.bin", 150000, 11);
-    auto fromEnv = run(target({file}), rootEnv());
+    auto log = root_ / "engine.log";
+    auto fromEnv = run(target({"--log-file", log.string(), file}), rootEnv());
     ASSERT_EQ(fromEnv->wait(kGenerous), 0) << fromEnv->errors();
     EXPECT_TRUE(stored("env.bin", file));
+    std::ifstream logFile(log);
+    std::string logText((std::istreambuf_iterator<char>(logFile)), std::istreambuf_iterator<char>());
+    EXPECT_NE(logText.find("env.bin"), std::string::npos);  // the engine's steps went there
+    EXPECT_EQ(logText.find(o.accessKeySecret), std::string::npos);
 
     // The Alibaba Cloud names, with a security token and no expiry.
     auto sts = cloud_.issueSts();
