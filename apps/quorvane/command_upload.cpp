@@ -2,7 +2,8 @@
 // in-process (no service options) or to the services named on the command line.
 #include <unistd.h>
 
-#include <filesystem>
+#include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <iostream>
 #include <memory>
@@ -10,46 +11,24 @@
 #include "VODUpload/src/AVCVAssetInfo.h"
 #include "VODUpload/src/VODInnerFileInfo.h"
 #include "VODUpload/src/VODServiceEndpoint.h"
+#include "credentials.h"
+#include "foundation/http_client.h"
+#include "foundation/log.h"
 #include "foundation/user_defaults.h"
 #include "oss/oss_log.h"
+#include "terminal_text.h"
 #include "upload_commands.h"
+#include "upload_options.h"
 #include "upload_records.h"
 #include "upload_session.h"
+#include "upload_targets.h"
 
 namespace quorvane::app {
 namespace {
-namespace fs = std::filesystem;
 
-struct UploadOptions {
-    std::vector<std::string> files;
-    std::string title;
-    bool vod = false, oss = false, json = false, verbose = false;
-    std::string endpoint, bucket, keyId, secret, token, expire, storage, vodEndpoint;
-    std::string region = "cn-shanghai";
-    std::int32_t partSize = 1048576;
-    std::int32_t retries = 5;
-
-    bool namesService() const {
-        return !endpoint.empty() || !bucket.empty() || !keyId.empty() || !secret.empty() || !token.empty() ||
-               !expire.empty() || !vodEndpoint.empty();
-    }
-};
-
-int usageError(const std::string& message) {
-    std::cerr << "quorvane upload: " << message << "\n";
-    return kExitUsage;
-}
-
-// Why the file cannot be uploaded, or "" when it can.
-std::string fileProblem(const std::string& path) {
-    std::error_code ec;
-    auto status = fs::status(path, ec);
-    if (ec || !fs::exists(status)) return path + ": no such file";
-    if (fs::is_directory(status)) return path + ": is a directory (give the files inside it)";
-    if (!fs::is_regular_file(status)) return path + ": not a regular file";
-    std::ifstream probe(path, std::ios::binary);
-    if (!probe) return path + ": cannot be read (permission denied)";
-    return {};
+std::vector<std::string>& commandArguments() {
+    static std::vector<std::string> arguments;
+    return arguments;
 }
 
 bool isMediaFile(const std::string& path) {
@@ -60,89 +39,181 @@ bool isMediaFile(const std::string& path) {
 // Checks the command line as a whole; "" when it holds together.
 std::string optionsProblem(const UploadOptions& o) {
     if (o.files.empty()) return "no file given";
+    if ((!o.include.empty() || !o.exclude.empty()) && !o.recursive) return "--include and --exclude go with -r";
+    if (!o.bwlimit.empty() && !parseRate(o.bwlimit))
+        return "bad --bwlimit '" + o.bwlimit + "': expected bytes per second such as 500K or 2M";
     if (!o.namesService()) return {};
     if (!o.storage.empty()) return "--storage is for the local cloud; it cannot go with service options";
-    if (o.keyId.empty() || o.secret.empty()) return "services need --key-id and --secret";
-    if (o.token.empty() != o.expire.empty()) return "--sts-token and --expire go together";
+    if (!o.expire.empty() && o.token.empty()) return "--expire goes with --sts-token";
+    if (!o.expire.empty()) {
+        auto at = parseIsoUtc(o.expire);
+        if (!at) return "bad --expire '" + o.expire + "': expected ISO-8601 UTC such as 2030-01-02T03:04:05Z";
+        if (*at <= static_cast<long long>(std::time(nullptr))) return "--expire " + o.expire + " has already passed";
+    }
     auto scheme = o.endpoint.find("://");
     if (scheme != std::string::npos) {
         auto name = o.endpoint.substr(0, scheme);
         if ((name != "http" && name != "https") || o.endpoint.size() == scheme + 3)
             return "bad endpoint '" + o.endpoint + "': expected https://host or a bare host name";
     }
+    if (o.vod && o.namesBucket())
+        return "--vod uploads go where the video service says: --endpoint, --bucket and oss:// are for direct uploads";
     return {};
 }
 
-std::string resumeHint(const UploadOptions& o) {
-    std::string hint = "quorvane upload";
-    for (const auto& file : o.files) hint += " '" + file + "'";
-    if (o.vod) hint += " --vod";
-    if (o.oss) hint += " --oss";
-    if (!o.title.empty()) hint += " --title '" + o.title + "'";
-    if (o.partSize != 1048576) hint += " --part-size " + std::to_string(o.partSize);
-    if (!o.storage.empty()) hint += " --storage '" + o.storage + "'";
-    if (o.namesService()) hint += " <the same service options>";  // they hold secrets: never echoed
-    if (o.json) hint += " --json";
-    return hint;
-}
-
-// The jobs, or a usage problem in `problem`.
-std::vector<UploadJob> planJobs(const UploadOptions& o, std::string& problem) {
+// The jobs, or a usage problem in `problem`. `o.files` has lost its oss:// destination by now.
+std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, std::string& problem) {
+    Selection selection{o.recursive, o.include, o.exclude};
+    auto files = selectFiles(o.files, selection, problem);
+    if (!problem.empty()) return {};
+    if (files.empty()) {
+        problem = "no file matches";
+        return {};
+    }
     std::vector<UploadJob> jobs;
-    for (const auto& file : o.files) {
-        problem = fileProblem(file);
-        if (!problem.empty()) return {};
-        UploadJob job;
-        job.display = file;
-        job.path = fs::absolute(file).lexically_normal().string();
-        std::error_code ec;
-        job.size = fs::file_size(job.path, ec);
-        job.vod = o.vod || (!o.oss && isMediaFile(file));
-        if (o.vod && !isMediaFile(file)) {
-            problem = file + ": --vod takes video, audio or image files (known by their extension)";
+    std::vector<SourceFile> direct;
+    for (const auto& file : files) {
+        UploadJob job{file.display, file.path, {}, false, file.size};
+        // Media files go to the video service unless a bucket is named: a named endpoint is never
+        // passed over for the region's real video service.
+        job.vod = o.vod || (!o.oss && !o.namesBucket() && isMediaFile(file.path));
+        if (o.vod && !isMediaFile(file.path)) {
+            problem = file.display + ": --vod takes video, audio or image files (known by their extension)";
+            return {};
+        }
+        if (job.vod && file.size == 0) {
+            problem = file.display + ": is empty; the video service takes no empty file (--oss stores an empty object)";
+            return {};
+        }
+        if (job.vod && (!rule.key.empty() || !rule.prefix.empty())) {
+            problem = file.display + ": --key and --prefix name objects of direct uploads; the video service names "
+                                     "its own (add --oss)";
             return {};
         }
         if (!job.vod && o.namesService() && (o.endpoint.empty() || o.bucket.empty())) {
-            problem = file + ": direct uploads need --endpoint and --bucket";
+            problem = file.display + ": direct uploads need --endpoint and --bucket (or oss://BUCKET/KEY)";
             return {};
         }
+        if (!job.vod) direct.push_back(file);
         jobs.push_back(std::move(job));
     }
+    auto keys = objectKeys(direct, rule, problem);
+    if (!problem.empty()) return {};
+    std::size_t next = 0;
+    for (auto& job : jobs)
+        if (!job.vod) job.object = keys[next++];
     return jobs;
 }
 
-int runUpload(const UploadOptions& options) {
+// The engine's log lines, appended to --log-file with their time; secrets redacted.
+bool openLogFile(const std::string& path, const std::vector<std::string>& secrets, std::string& problem) {
+    auto file = std::make_shared<std::ofstream>(path, std::ios::app);
+    if (!*file) {
+        problem = "cannot open the log file " + path;
+        return false;
+    }
+    foundation::setLogSink([file, secrets](std::string_view line) {
+        std::time_t now = std::time(nullptr);
+        char stamp[32];
+        std::strftime(stamp, sizeof stamp, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&now));
+        *file << stamp << ' ' << redactSecrets(std::string(line), secrets) << std::endl;
+    });
+    oss::OSSLog::enableLog();
+    return true;
+}
+
+int runUpload(UploadOptions options) {
+    ViewMode mode = options.json ? ViewMode::Json : (isatty(STDOUT_FILENO) ? ViewMode::Terminal : ViewMode::Plain);
+    UploadProgressView view(mode, std::cout, terminalColumns(STDOUT_FILENO));
+    view.setQuiet(options.quiet);
+    auto fail = [&](const std::string& kind, const std::string& message, int status) {
+        std::cerr << "quorvane upload: " << printableText(message) << "\n";
+        view.error(kind, message, status);
+        return status;
+    };
+    auto usageError = [&](const std::string& message) { return fail("usage", message, kExitUsage); };
+
+    KeyRule rule{options.key, options.prefix};
+    if (!options.files.empty()) {
+        if (auto url = parseOssUrl(options.files.back())) {
+            if (!options.bucket.empty() && options.bucket != url->bucket)
+                return usageError("--bucket " + options.bucket + " and " + options.files.back() + " disagree");
+            if (!url->key.empty() && url->key.back() != '/' && !options.key.empty())
+                return usageError("the key is given twice: --key and " + options.files.back());
+            options.bucket = url->bucket;
+            if (url->key.empty() || url->key.back() == '/')
+                rule.prefix = url->key + options.prefix;
+            else if (!options.prefix.empty())
+                return usageError("--prefix goes with oss://BUCKET/ or oss://BUCKET/DIR/, not with a whole key");
+            else
+                rule.key = url->key;
+            options.files.pop_back();
+        } else if (options.files.back().find("://") != std::string::npos) {
+            return usageError("'" + options.files.back() + "': destinations are written oss://BUCKET/KEY");
+        }
+    }
     if (auto problem = optionsProblem(options); !problem.empty()) return usageError(problem);
     std::string problem;
-    auto jobs = planJobs(options, problem);
+
+    const bool embedded = !options.namesService();
+    Credentials credentials;
+    if (!embedded) {
+        CredentialInputs inputs{{options.keyId, options.secret, options.token, options.expire, {}},
+                                options.profile,
+                                options.credentialsFile,
+                                [](const char* name) { return std::getenv(name); }};
+        auto resolved = resolveCredentials(inputs, problem);
+        if (!resolved) return usageError(problem);
+        credentials = *resolved;
+        if (!credentials.token.empty() && credentials.expire.empty()) {
+            // The engine keeps an expiry with temporary credentials but never acts on it: the service
+            // says when they have expired.
+            std::time_t later = std::time(nullptr) + 3600;
+            char text[32];
+            std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%SZ", std::gmtime(&later));
+            credentials.expire = text;
+        }
+    }
+
+    auto jobs = planJobs(options, rule, problem);
     if (!problem.empty()) return usageError(problem);
+
+    if (options.dryRun) {
+        for (const auto& job : jobs)
+            view.planned(job.display, job.vod ? "(video service)" : (embedded ? "(local cloud)" : options.bucket),
+                         job.vod ? "(chosen by the video service)" : job.object, job.size);
+        RunSummary none;
+        view.summary(none);
+        return kExitUploaded;
+    }
+
+    if (!options.logFile.empty() &&
+        !openLogFile(options.logFile, {credentials.secret, credentials.token}, problem))
+        return usageError(problem);
     if (options.verbose)
         oss::OSSLog::enableLog();
     else
         silenceMediaFormatLibrary();  // reading media facts of a file FFmpeg cannot parse is not news
+    if (!options.bwlimit.empty()) foundation::setProcessSendRateLimit(*parseRate(options.bwlimit));
 
-    const bool embedded = !options.namesService();
     auto paths = uploadCachePaths(embedded);
-    if (!prepareUploadCache(paths, problem)) return usageError(problem);
+    if (!prepareUploadCache(paths, problem)) return fail("setup", problem, kExitSomeFailed);
     foundation::UserDefaults::setStandardPath(paths.defaultsFile);  // the resume cache lives there
 
-    ViewMode mode = options.json ? ViewMode::Json : (isatty(STDOUT_FILENO) ? ViewMode::Terminal : ViewMode::Plain);
-    UploadProgressView view(mode, std::cout);
     UploadPlan plan;
     plan.jobs = std::move(jobs);
     plan.partSize = options.partSize;
     plan.maxRetries = options.retries;
+    plan.parallel = options.jobs;
+    plan.caFile = options.caFile;
     plan.recordDir = paths.recordDir;
-    plan.resumeHint = resumeHint(options);
+    plan.resumeHint = resumeCommand(commandArguments());
     if (!options.title.empty()) plan.title = options.title;
 
     std::unique_ptr<EmbeddedCloud> cloud;
     if (embedded) {
         cloud = std::make_unique<EmbeddedCloud>(options.storage.empty() ? paths.cloudStorage : options.storage);
-        if (!cloud->start(problem)) {
-            std::cerr << "quorvane upload: " << problem << "\n";
-            return kExitSomeFailed;
-        }
+        if (!cloud->start(problem)) return fail("setup", problem, kExitSomeFailed);
         auto sts = cloud->issueSts();
         plan.endpoint = cloud->endpoint();
         plan.bucket = cloud->bucket();
@@ -158,10 +229,15 @@ int runUpload(const UploadOptions& options) {
         plan.endpoint = options.endpoint;
         plan.bucket = options.bucket;
         plan.region = options.region;
-        plan.keyId = options.keyId;
-        plan.secret = options.secret;
-        plan.token = options.token;
-        plan.expire = options.expire;
+        plan.keyId = credentials.keyId;
+        plan.secret = credentials.secret;
+        plan.token = credentials.token;
+        plan.expire = credentials.expire;
+        if (options.verbose) view.note("credentials from the " + credentials.source);
+    }
+    if (mode == ViewMode::Terminal) {
+        watchTerminalSize();
+        view.setColumnsProbe([] { return terminalResized() ? terminalColumns(STDOUT_FILENO) : 0; });
     }
     auto session = std::make_shared<UploadSession>(std::move(plan), view, cloud.get());
     int status = session->run();
@@ -171,36 +247,20 @@ int runUpload(const UploadOptions& options) {
 
 }  // namespace
 
+void setCommandArguments(std::vector<std::string> arguments) { commandArguments() = std::move(arguments); }
+
 Subcommand addUploadCommand(CLI::App& app) {
     auto o = std::make_shared<UploadOptions>();
     CLI::App* cmd = app.add_subcommand(
         "upload",
         "Upload files through the resumable upload engine. Without service options they go to a local cloud "
-        "started in-process (storage under ~/.cache/quorvane). Ctrl-C pauses; the same command resumes.\n"
+        "started in-process (storage under ~/.cache/quorvane). Ctrl-C pauses; the same command resumes; a file "
+        "already stored with the same size and CRC-64 is not sent again.\n"
+        "Credentials: --key-id/--secret, else OSS_ACCESS_KEY_ID/OSS_ACCESS_KEY_SECRET/OSS_SESSION_TOKEN (or the "
+        "ALIBABA_CLOUD_ names), else the profile of ~/.config/quorvane/credentials.\n"
         "Exit status: 0 all uploaded, 1 some upload failed, 2 bad usage or a file that is missing, a directory "
         "or unreadable (nothing is uploaded then), 130 interrupted.");
-    cmd->add_option("FILE", o->files, "Files to upload");
-    cmd->add_option("--title", o->title, "Video title (default: the file name without extension)");
-    auto vod = cmd->add_flag("--vod", o->vod, "Register through the video service (default for media files)");
-    auto oss = cmd->add_flag("--oss", o->oss, "Put the files straight into the bucket (default for other files)");
-    vod->excludes(oss);
-    cmd->add_option("--endpoint", o->endpoint, "Object-storage endpoint of direct uploads (https://...)");
-    cmd->add_option("--bucket", o->bucket, "Bucket of direct uploads");
-    cmd->add_option("--key-id", o->keyId, "Access key id");
-    cmd->add_option("--secret", o->secret, "Access key secret");
-    cmd->add_option("--sts-token", o->token, "STS security token (temporary credentials)");
-    cmd->add_option("--expire", o->expire, "Expiry of the STS credentials (ISO-8601)");
-    cmd->add_option("--vod-endpoint", o->vodEndpoint, "Video-service base URL (default: the region's)");
-    cmd->add_option("--region", o->region, "Video-service region")->capture_default_str();
-    cmd->add_option("--part-size", o->partSize, "Multipart part size in bytes")
-        ->check(CLI::Range(102400, 2147483647))
-        ->capture_default_str();
-    cmd->add_option("--retries", o->retries, "Retries after network errors, 2 s apart")
-        ->check(CLI::Range(0, 1000000))
-        ->capture_default_str();
-    cmd->add_flag("--json", o->json, "One JSON object per event on standard output");
-    cmd->add_option("--storage", o->storage, "Storage directory of the local cloud");
-    cmd->add_flag("--verbose", o->verbose, "Log the engine's steps to standard error");
+    addUploadOptions(*cmd, *o);
     return {cmd, [o] { return runUpload(*o); }};
 }
 

@@ -6,11 +6,14 @@
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "cli_docs.h"
 #include "upload_commands.h"
+#include "upload_progress_view.h"
 
 namespace {
 
@@ -35,12 +38,26 @@ int execDemo(int argc, char** argv) {
     return 1;
 }
 
+// A usage error as a JSON event too, when the command line asked for JSON.
+void reportUsageError(int argc, char** argv, const std::string& message) {
+    for (int i = 1; i < argc; ++i)
+        if (std::strcmp(argv[i], "--json") == 0) {
+            quorvane::app::UploadProgressView(quorvane::app::ViewMode::Json, std::cout).error("usage", message, 2);
+            return;
+        }
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "demo") == 0) return execDemo(argc, argv);
-    CLI::App app{"QuorvaneApiSDK command-line host"};
-    app.require_subcommand(1);
+    CLI::App app{"QuorvaneApiSDK command-line host: resumable uploads to object storage and the video service"};
+    app.name("quorvane");
+    app.set_version_flag("--version", std::string("quorvane ") + QUORVANE_VERSION);
+    std::string generate, generated;
+    // Build-time only: the completion script and the man page come from these very definitions.
+    app.add_option("--generate", generate)->check(CLI::IsMember({"bash-completion", "man"}))->group("");
+    app.add_option("--generate-to", generated)->group("");
     // Listed for the help text; its options are the demo program's.
     app.add_subcommand("demo", "Run façade operations on the headless device, printing JSON lines");
     std::vector<quorvane::app::Subcommand> subcommands{
@@ -49,9 +66,25 @@ int main(int argc, char** argv) {
     };
     try {
         app.parse(argc, argv);
+        if (!generate.empty()) {
+            auto text = generate == "man" ? quorvane::app::manPage(app, QUORVANE_VERSION)
+                                          : quorvane::app::bashCompletion(app);
+            if (generated.empty()) {
+                std::cout << text;
+                return 0;
+            }
+            std::ofstream out(generated);
+            out << text;
+            return out.good() ? 0 : 1;
+        }
+        if (app.get_subcommands().empty()) throw CLI::RequiredError("a command (upload, cloud or demo)");
     } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? 0 : 2;  // --help is 0; every usage error is 2
+        int status = app.exit(e);  // --help and --version are 0; every usage error is 2
+        if (status == 0) return 0;
+        reportUsageError(argc, argv, e.what());
+        return 2;
     }
+    quorvane::app::setCommandArguments(std::vector<std::string>(argv + 1, argv + argc));
     for (const auto& subcommand : subcommands)
         if (subcommand.command->parsed()) return subcommand.run();
     return 1;

@@ -1,23 +1,21 @@
 #include "upload_progress_view.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
+
+#include "terminal_text.h"
 
 namespace quorvane::app {
 namespace {
 
 constexpr std::chrono::seconds kRateWindow{3};
-constexpr int kBarWidth = 28;
+constexpr std::size_t kBarWidth = 28;
+constexpr std::size_t kMinBarWidth = 10;
 constexpr std::size_t kNameWidth = 24;
-
-std::string displayName(const std::string& file) {
-    std::string name = std::filesystem::path(file).filename().string();
-    if (name.empty()) name = file;
-    if (name.size() > kNameWidth) name = name.substr(0, kNameWidth - 3) + "...";
-    return name;
-}
+constexpr std::size_t kMinNameWidth = 8;
+constexpr int kDefaultColumns = 80;
 
 std::string format(const char* pattern, double value) {
     char text[64];
@@ -27,9 +25,72 @@ std::string format(const char* pattern, double value) {
 
 Value optionalText(const std::optional<std::string>& text) { return text ? Value(*text) : Value(nullptr); }
 
+// The first `width` characters of `text` ("..." at the end when cut and there is room for it).
+std::string clip(const std::string& text, std::size_t width) {
+    if (UploadProgressView::displayWidth(text) <= width) return text;
+    std::size_t keep = width >= 4 ? width - 3 : width;
+    std::size_t bytes = 0;
+    for (std::size_t chars = 0; bytes < text.size() && chars < keep; ++chars) {
+        ++bytes;
+        while (bytes < text.size() && (static_cast<unsigned char>(text[bytes]) & 0xC0) == 0x80) ++bytes;
+    }
+    return text.substr(0, bytes) + (width >= 4 ? "..." : "");
+}
+
+std::string padded(const std::string& text, std::size_t width) {
+    std::string out = clip(text, width);
+    out.append(width - UploadProgressView::displayWidth(out), ' ');
+    return out;
+}
+
+std::string shortName(const std::string& file) {
+    std::string name = std::filesystem::path(file).filename().string();
+    return printableText(name.empty() ? file : name);
+}
+
+// ISO-8601 UTC with milliseconds, the time of every JSON event.
+std::string timestampNow() {
+    auto now = std::chrono::system_clock::now();
+    auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count();
+    std::time_t seconds = static_cast<std::time_t>(ms / 1000);
+    std::tm tm{};
+    gmtime_r(&seconds, &tm);
+    char text[96];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02dT%02d:%02d:%02d.%03dZ", tm.tm_year + 1900, tm.tm_mon + 1,
+                  tm.tm_mday, tm.tm_hour, tm.tm_min, tm.tm_sec, static_cast<int>(ms % 1000));
+    return text;
+}
+
 }  // namespace
 
-UploadProgressView::UploadProgressView(ViewMode mode, std::ostream& out) : mode_(mode), out_(out) {}
+UploadProgressView::UploadProgressView(ViewMode mode, std::ostream& out, int columns)
+    : mode_(mode), out_(out), columns_(columns > 0 ? columns : kDefaultColumns) {}
+
+void UploadProgressView::setQuiet(bool quiet) {
+    std::lock_guard lock(mutex_);
+    quiet_ = quiet && mode_ != ViewMode::Json;
+}
+
+void UploadProgressView::setColumns(int columns) {
+    std::lock_guard lock(mutex_);
+    columns_ = columns > 0 ? columns : kDefaultColumns;
+}
+
+void UploadProgressView::setColumnsProbe(std::function<int()> probe) {
+    std::lock_guard lock(mutex_);
+    columnsProbe_ = std::move(probe);
+}
+
+void UploadProgressView::setPlanned(int files, std::uint64_t bytes) {
+    std::lock_guard lock(mutex_);
+    plannedFiles_ = files;
+    plannedBytes_ = bytes;
+}
+
+std::size_t UploadProgressView::displayWidth(const std::string& text) {
+    return static_cast<std::size_t>(
+        std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xC0) != 0x80; }));
+}
 
 std::string UploadProgressView::humanBytes(double bytes) {
     static const char* units[] = {"B", "KiB", "MiB", "GiB", "TiB"};
@@ -52,9 +113,44 @@ std::string UploadProgressView::humanDuration(std::optional<double> seconds) {
     return text;
 }
 
-void UploadProgressView::emit(const Value& event) {
-    out_ << event.dump() << '\n';
+std::string UploadProgressView::fitLine(const std::string& name, std::uint64_t uploaded, std::uint64_t total,
+                                        std::optional<double> rate, int columns) {
+    const std::size_t room = columns > 1 ? static_cast<std::size_t>(columns - 1) : 0;
+    double fraction = total > 0 ? std::min(1.0, static_cast<double>(uploaded) / static_cast<double>(total)) : 1.0;
+    std::optional<double> eta;
+    if (rate && *rate > 0) eta = static_cast<double>(total - std::min(uploaded, total)) / *rate;
+    const std::string percent = " " + format("%3.0f%%", fraction * 100.0);
+    const std::string bytes = "  " + humanBytes(double(uploaded)) + " / " + humanBytes(double(total));
+    const std::string speed = "  " + (rate ? humanBytes(*rate) + "/s" : std::string("--")) + "  ETA " + humanDuration(eta);
+    const std::size_t nameWidth = std::min(displayWidth(name), kNameWidth);
+    const std::size_t minName = std::min(nameWidth, kMinNameWidth);
+    // The richest line that fits: all parts, then without speed, then without the byte counts; the bar
+    // gives way to the name down to its least width, and goes before the percentage.
+    for (const std::string& tail : {percent + bytes + speed, percent + bytes, percent}) {
+        if (tail.size() + minName + 3 + kMinBarWidth > room) continue;
+        std::size_t left = room - tail.size();
+        std::size_t shownName = std::min(nameWidth, left - 3 - kMinBarWidth);
+        std::size_t barWidth = std::min(kBarWidth, left - shownName - 3);
+        auto filled = static_cast<std::size_t>(fraction * static_cast<double>(barWidth));
+        std::string bar(filled, '#');
+        bar.append(barWidth - filled, '.');
+        return padded(name, shownName) + " [" + bar + "]" + tail;
+    }
+    for (const std::string& tail : {percent + bytes, percent})
+        if (tail.size() + minName <= room) return padded(name, std::min(nameWidth, room - tail.size())) + tail;
+    return clip(name + percent, room);
+}
+
+void UploadProgressView::emit(Value event) {
+    event["time"] = timestampNow();
+    // Names and server text may hold any bytes: invalid UTF-8 becomes U+FFFD instead of an exception.
+    out_ << event.dump(-1, ' ', false, Value::error_handler_t::replace) << '\n';
     out_.flush();
+}
+
+void UploadProgressView::lineLocked(const std::string& text) {
+    endBarLocked();
+    out_ << text << std::endl;
 }
 
 void UploadProgressView::endBarLocked() {
@@ -71,8 +167,14 @@ std::chrono::milliseconds UploadProgressView::intervalLocked() const {
     }
 }
 
-void UploadProgressView::addSampleLocked(Clock::time_point now, std::uint64_t bytes) {
-    samples_.push_back({now, bytes});
+std::uint64_t UploadProgressView::runBytesLocked() const {
+    std::uint64_t bytes = 0;
+    for (const auto& [name, file] : files_) bytes += file.uploaded - std::min(file.base, file.uploaded);
+    return bytes;
+}
+
+void UploadProgressView::addSampleLocked(Clock::time_point now) {
+    samples_.push_back({now, runBytesLocked()});
     while (samples_.size() > 2 && now - samples_.front().at > kRateWindow) samples_.pop_front();
 }
 
@@ -90,91 +192,111 @@ std::optional<double> UploadProgressView::rate() const {
     return rateLocked();
 }
 
-std::string UploadProgressView::barLineLocked(std::uint64_t uploaded, std::uint64_t total) const {
-    double fraction = total > 0 ? std::min(1.0, static_cast<double>(uploaded) / static_cast<double>(total)) : 1.0;
-    int filled = static_cast<int>(fraction * kBarWidth);
-    std::string bar(static_cast<std::size_t>(filled), '#');
-    bar.append(static_cast<std::size_t>(kBarWidth - filled), '.');
-    auto speed = rateLocked();
-    std::optional<double> eta;
-    if (speed && *speed > 0) eta = static_cast<double>(total - std::min(uploaded, total)) / *speed;
-    std::string line = displayName(current_);
-    line.append(kNameWidth - std::min(kNameWidth, line.size()), ' ');
-    line += " [" + bar + "] " + format("%3.0f%%", fraction * 100.0) + "  " + humanBytes(double(uploaded)) + " / " +
-            humanBytes(double(total));
-    line += "  " + (speed ? humanBytes(*speed) + "/s" : std::string("--")) + "  ETA " + humanDuration(eta);
-    return line;
+void UploadProgressView::drawBarLocked() {
+    if (columnsProbe_)
+        if (int columns = columnsProbe_(); columns > 0) columns_ = columns;
+    std::vector<const std::pair<const std::string, FileState>*> active;
+    for (const auto& entry : files_)
+        if (entry.second.active) active.push_back(&entry);
+    std::string line;
+    if (active.size() == 1) {
+        const auto& [name, file] = *active.front();
+        line = fitLine(shortName(name), file.uploaded, file.total, rateLocked(), columns_);
+    } else {
+        // Several files at once: one line for the whole run.
+        std::uint64_t uploaded = doneBytes_, total = doneBytes_;
+        int ended = 0;
+        for (const auto& [name, file] : files_) {
+            if (file.active) uploaded += file.uploaded, total += file.total;
+            else ++ended;
+        }
+        total = std::max(total, plannedBytes_);
+        std::string label = std::to_string(ended) + "/" + std::to_string(std::max<int>(plannedFiles_, int(files_.size()))) +
+                            " files";
+        line = fitLine(label, uploaded, total, rateLocked(), columns_);
+    }
+    out_ << "\r\033[K" << line << std::flush;
+    barOpen_ = true;
 }
 
 void UploadProgressView::started(const std::string& file, Clock::time_point now) {
     std::lock_guard lock(mutex_);
-    endBarLocked();
-    current_ = file;
-    lastDraw_.reset();
-    samples_.clear();
-    samples_.push_back({now, 0});
+    files_[file] = FileState{0, 0, 0, std::nullopt, true};
+    if (samples_.empty()) samples_.push_back({now, runBytesLocked()});
     if (mode_ == ViewMode::Json) return emit({{"event", "started"}, {"file", file}});
-    out_ << "uploading " << file << std::endl;
+    if (!quiet_) lineLocked("uploading " + printableText(file));
 }
 
 void UploadProgressView::resuming(const std::string& file, std::uint64_t uploaded, std::uint64_t total) {
     std::lock_guard lock(mutex_);
+    auto it = files_.find(file);
+    if (it == files_.end()) return;
     // The rate counts this run's bytes only: start from what was stored before.
-    if (file == current_ && samples_.size() == 1) samples_.front().bytes = uploaded;
+    it->second.base = uploaded;
+    it->second.uploaded = std::max(it->second.uploaded, uploaded);
+    it->second.total = total;
     if (mode_ == ViewMode::Json)
         return emit({{"event", "resuming"}, {"file", file}, {"uploaded", uploaded}, {"total", total}});
-    endBarLocked();
-    out_ << "resuming " << file << ": " << uploaded << " of " << total << " bytes already uploaded" << std::endl;
+    if (!quiet_)
+        lineLocked("resuming " + printableText(file) + ": " + std::to_string(uploaded) + " of " +
+                   std::to_string(total) + " bytes already uploaded");
 }
 
 void UploadProgressView::progress(const std::string& file, std::uint64_t uploaded, std::uint64_t total,
                                   Clock::time_point now) {
     std::lock_guard lock(mutex_);
-    if (file != current_) return;
-    addSampleLocked(now, uploaded);
+    auto it = files_.find(file);
+    if (it == files_.end() || !it->second.active) return;
+    auto& state = it->second;
+    state.total = total;
+    state.uploaded = std::max(state.uploaded, std::min(uploaded, total));
+    addSampleLocked(now);
     const bool last = uploaded >= total;
-    if (!last && lastDraw_ && now - *lastDraw_ < intervalLocked()) return;
-    lastDraw_ = now;
+    auto& lastDraw = mode_ == ViewMode::Terminal ? lastBar_ : state.lastDraw;
+    if (quiet_ || (!last && lastDraw && now - *lastDraw < intervalLocked())) return;
+    lastDraw = now;
     switch (mode_) {
     case ViewMode::Json: {
-        Value event{{"event", "progress"}, {"file", file}, {"uploaded", uploaded}, {"total", total}};
+        Value event{{"event", "progress"}, {"file", file}, {"uploaded", state.uploaded}, {"total", total}};
         if (auto speed = rateLocked()) event["rate"] = static_cast<std::uint64_t>(*speed);
         return emit(event);
     }
-    case ViewMode::Terminal:
-        out_ << "\r\033[K" << barLineLocked(uploaded, total) << std::flush;
-        barOpen_ = true;
-        return;
+    case ViewMode::Terminal: return drawBarLocked();
     case ViewMode::Plain:
-        out_ << displayName(file) << ": " << format("%.0f%%", total ? 100.0 * double(uploaded) / double(total) : 100.0)
-             << " (" << uploaded << " of " << total << " bytes)" << std::endl;
+        out_ << shortName(file) << ": "
+             << format("%.0f%%", total ? 100.0 * double(state.uploaded) / double(total) : 100.0) << " ("
+             << state.uploaded << " of " << total << " bytes)" << std::endl;
         return;
     }
 }
 
-void UploadProgressView::retry() {
+void UploadProgressView::retry(const std::string& file, int count, int limit) {
     std::lock_guard lock(mutex_);
-    if (mode_ == ViewMode::Json) return emit({{"event", "retry"}, {"file", current_}});
-    endBarLocked();
-    out_ << "network trouble: retrying every 2 s" << std::endl;
+    if (mode_ == ViewMode::Json)
+        return emit({{"event", "retry"}, {"file", file}, {"count", count}, {"limit", limit}});
+    if (!quiet_)
+        lineLocked("network trouble with " + printableText(file) + ": retry " + std::to_string(count) + " of " +
+                   std::to_string(limit));
 }
 
-void UploadProgressView::retryResume() {
+void UploadProgressView::retryResume(const std::string& file) {
     std::lock_guard lock(mutex_);
-    if (mode_ == ViewMode::Json) return emit({{"event", "retryResume"}, {"file", current_}});
-    endBarLocked();
-    out_ << "the upload moves again" << std::endl;
+    if (mode_ == ViewMode::Json) return emit({{"event", "retryResume"}, {"file", file}});
+    if (!quiet_) lineLocked("the upload of " + printableText(file) + " moves again");
 }
 
 void UploadProgressView::expire(const std::string& what) {
     std::lock_guard lock(mutex_);
-    if (mode_ == ViewMode::Json) return emit({{"event", "expire"}, {"file", current_}, {"message", what}});
-    endBarLocked();
-    out_ << what << std::endl;
+    if (mode_ == ViewMode::Json) return emit({{"event", "expire"}, {"message", what}});
+    lineLocked(printableText(what));
 }
 
 void UploadProgressView::finished(const FileOutcome& o) {
     std::lock_guard lock(mutex_);
+    if (auto it = files_.find(o.file); it != files_.end() && it->second.active) {
+        it->second.active = false;
+        doneBytes_ += it->second.total;
+    }
     if (mode_ == ViewMode::Json) {
         Value event{{"event", o.success ? "success" : "failure"}, {"file", o.file}, {"videoId", optionalText(o.videoId)},
                     {"bucket", optionalText(o.bucket)}, {"object", optionalText(o.object)}};
@@ -186,48 +308,81 @@ void UploadProgressView::finished(const FileOutcome& o) {
         }
         return emit(event);
     }
-    endBarLocked();
     if (!o.success) {
-        out_ << "failed " << o.file << ": " << o.message << " (" << o.code << ")" << std::endl;
+        lineLocked("failed " + printableText(o.file) + ": " + printableText(o.message) + " (" + printableText(o.code) +
+                   ")");
         return;
     }
-    out_ << "uploaded " << o.file << " (" << o.bytes << " bytes) to " << o.bucket.value_or("?") << "/"
-         << o.object.value_or("?");
-    if (o.videoId) out_ << ", video id " << *o.videoId;
-    out_ << std::endl;
+    if (quiet_) return;
+    std::string line = "uploaded " + printableText(o.file) + " (" + std::to_string(o.bytes) + " bytes) to " +
+                       printableText(o.bucket.value_or("?")) + "/" + printableText(o.object.value_or("?"));
+    if (o.videoId) line += ", video id " + printableText(*o.videoId);
+    lineLocked(line);
+}
+
+void UploadProgressView::skipped(const std::string& file, const std::string& bucket, const std::string& object,
+                                 std::uint64_t size) {
+    std::lock_guard lock(mutex_);
+    doneBytes_ += size;
+    files_[file] = FileState{size, size, size, std::nullopt, false};
+    if (mode_ == ViewMode::Json)
+        return emit({{"event", "skipped"}, {"file", file}, {"bucket", bucket}, {"object", object}, {"size", size},
+                     {"reason", "stored with the same size and CRC-64"}});
+    if (!quiet_)
+        lineLocked("already stored " + printableText(file) + " as " + printableText(bucket) + "/" +
+                   printableText(object) + " (same size and CRC-64): nothing sent");
+}
+
+void UploadProgressView::planned(const std::string& file, const std::string& bucket, const std::string& object,
+                                 std::uint64_t size) {
+    std::lock_guard lock(mutex_);
+    if (mode_ == ViewMode::Json)
+        return emit({{"event", "planned"}, {"file", file}, {"bucket", bucket}, {"object", object}, {"size", size}});
+    if (!quiet_)
+        lineLocked("would upload " + printableText(file) + " (" + std::to_string(size) + " bytes) to " +
+                   printableText(bucket) + "/" + printableText(object));
 }
 
 void UploadProgressView::verified(const std::string& file, std::uint64_t size, std::uint64_t crc64, bool ok) {
     std::lock_guard lock(mutex_);
     if (mode_ == ViewMode::Json)
         return emit({{"event", "verified"}, {"file", file}, {"ok", ok}, {"size", size}, {"crc64", std::to_string(crc64)}});
-    endBarLocked();
-    out_ << (ok ? "verified " : "MISMATCH ") << file << ": " << size << " bytes, CRC-64 " << crc64 << std::endl;
+    if (quiet_ && ok) return;
+    lineLocked(std::string(ok ? "verified " : "MISMATCH ") + printableText(file) + ": " + std::to_string(size) +
+               " bytes, CRC-64 " + std::to_string(crc64));
 }
 
 void UploadProgressView::interrupted(const std::string& resumeHint) {
     std::lock_guard lock(mutex_);
     if (mode_ == ViewMode::Json) return emit({{"event", "interrupted"}, {"resume", resumeHint}});
-    endBarLocked();
-    out_ << "paused; the parts sent so far are kept. Run the same command again to resume:\n  " << resumeHint
-         << std::endl;
+    lineLocked("paused; the parts sent so far are kept. Run the same command again to resume:\n  " +
+               printableText(resumeHint));
 }
 
-void UploadProgressView::summary(int uploaded, int failed, std::uint64_t bytes, double seconds) {
+void UploadProgressView::summary(const RunSummary& s) {
     std::lock_guard lock(mutex_);
     if (mode_ == ViewMode::Json)
-        return emit({{"event", "summary"}, {"uploaded", uploaded}, {"failed", failed}, {"bytes", bytes},
-                     {"seconds", seconds}});
-    endBarLocked();
-    out_ << uploaded << " uploaded, " << failed << " failed, " << humanBytes(double(bytes)) << " in "
-         << format("%.1f", seconds) << " s" << std::endl;
+        return emit({{"event", "summary"}, {"uploaded", s.uploaded}, {"skipped", s.skipped}, {"failed", s.failed},
+                     {"bytes", s.sent}, {"stored", s.stored}, {"seconds", s.seconds}});
+    if (quiet_) return endBarLocked();
+    std::string line = std::to_string(s.uploaded) + " uploaded, ";
+    if (s.skipped) line += std::to_string(s.skipped) + " already stored, ";
+    line += std::to_string(s.failed) + " failed, " + humanBytes(double(s.sent)) + " sent in " +
+            format("%.1f", s.seconds) + " s";
+    lineLocked(line);
 }
 
 void UploadProgressView::note(const std::string& text) {
     std::lock_guard lock(mutex_);
     if (mode_ == ViewMode::Json) return emit({{"event", "note"}, {"message", text}});
+    if (!quiet_) lineLocked(printableText(text));
+}
+
+void UploadProgressView::error(const std::string& kind, const std::string& message, int exitStatus) {
+    std::lock_guard lock(mutex_);
+    if (mode_ == ViewMode::Json)
+        return emit({{"event", "error"}, {"kind", kind}, {"message", message}, {"exit", exitStatus}});
     endBarLocked();
-    out_ << text << std::endl;
 }
 
 }  // namespace quorvane::app

@@ -1,12 +1,13 @@
 #include "upload_session.h"
 
 #include <algorithm>
-#include <atomic>
 #include <csignal>
 #include <filesystem>
 
 #include "VODUpload/src/VodInfo.h"
 #include "foundation/dispatch.h"
+#include "object_store.h"
+#include "terminal_text.h"
 #include "upload_records.h"
 
 namespace quorvane::app {
@@ -19,7 +20,7 @@ void onInterrupt(int) {
     std::signal(SIGINT, SIG_DFL);  // a second Ctrl-C ends the process at once
 }
 
-constexpr int kMaxRenewals = 3;
+constexpr int kMaxRenewals = 3;  // per file at once
 
 }  // namespace
 
@@ -34,143 +35,227 @@ void installInterruptHandler() {
 bool interruptRequested() { return interruptFlag != 0; }
 
 UploadSession::UploadSession(UploadPlan plan, UploadProgressView& view, EmbeddedCloud* cloud)
-    : plan_(std::move(plan)), view_(view), cloud_(cloud), outcomes_(plan_.jobs.size()) {}
+    : plan_(std::move(plan)),
+      view_(view),
+      cloud_(cloud),
+      running_(plan_.jobs.size()),
+      outcomes_(plan_.jobs.size()),
+      skipped_(plan_.jobs.size(), false) {}
 
-std::shared_ptr<VODUploadListener> UploadSession::makeListener() {
+std::string UploadSession::redacted(const std::string& text) const {
+    return redactSecrets(text, {plan_.secret, plan_.token});
+}
+
+std::shared_ptr<VODUploadListener> UploadSession::makeListener(std::size_t index) {
     auto listener = std::make_shared<VODUploadListener>();
     std::weak_ptr<UploadSession> weak = weak_from_this();
-    listener->started = [weak](const auto& file) {
-        if (auto self = weak.lock()) self->onStarted(file);
+    listener->started = [weak, index](const auto&) {
+        if (auto self = weak.lock()) self->onStarted(index);
     };
-    listener->progress = [weak](const auto& file, long uploaded, long total) {
-        auto self = weak.lock();
-        int index = self ? self->indexOf(file) : -1;
-        if (index >= 0)
-            self->view_.progress(self->plan_.jobs[index].display, static_cast<std::uint64_t>(uploaded),
-                                 static_cast<std::uint64_t>(total), UploadProgressView::Clock::now());
+    listener->progress = [weak, index](const auto&, long uploaded, long total) {
+        if (auto self = weak.lock())
+            self->onProgress(index, static_cast<std::uint64_t>(std::max(0L, uploaded)),
+                             static_cast<std::uint64_t>(std::max(0L, total)));
     };
-    listener->retry = [weak] {
-        if (auto self = weak.lock()) self->view_.retry();
+    listener->retry = [weak, index] {
+        if (auto self = weak.lock()) self->onRetry(index);
     };
-    listener->retryResume = [weak] {
-        if (auto self = weak.lock()) self->view_.retryResume();
+    listener->retryResume = [weak, index] {
+        if (auto self = weak.lock()) self->view_.retryResume(self->plan_.jobs[index].display);
     };
-    listener->expire = [weak] {
+    listener->expire = [weak, index] {
         // Answered on the main thread: renewing calls back into the engine.
-        foundation::dispatch::main().async([weak] {
-            if (auto self = weak.lock()) self->onExpire();
+        foundation::dispatch::main().async([weak, index] {
+            if (auto self = weak.lock()) self->onExpire(index);
         });
     };
-    listener->finish = [weak](const auto& file, const VodUploadResult& result) {
-        if (auto self = weak.lock()) self->onFinish(file, result);
+    listener->finish = [weak, index](const auto& file, const VodUploadResult& result) {
+        if (auto self = weak.lock()) self->onFinish(index, file, result);
     };
-    listener->failure = [weak](const auto& file, const std::string& code, const std::string& message) {
-        if (auto self = weak.lock()) self->onFailure(file, code, message);
+    listener->failure = [weak, index](const auto&, const std::string& code, const std::string& message) {
+        if (auto self = weak.lock()) self->onFailure(index, code, message);
     };
     return listener;
 }
 
-bool UploadSession::queueFiles() {
-    for (const auto& job : plan_.jobs) {
-        bool queued;
-        if (job.vod) {
-            auto info = std::make_shared<VodInfo>();
-            info->title = plan_.title.value_or(std::filesystem::path(job.path).stem().string());
-            queued = client_->addFile(job.path, info);
-        } else {
-            std::string object = std::filesystem::path(job.path).filename().string();
-            queued = client_->addFile(job.path, plan_.endpoint, plan_.bucket, object);
-        }
-        if (!queued) {
-            view_.note("the upload engine refused " + job.display);
-            return false;
-        }
-        entries_.push_back(client_->listFiles().back());
-        // The engine enlarges parts so that a file never needs more than 4999 of them.
-        auto partSize = std::max<std::int64_t>(plan_.partSize, static_cast<std::int64_t>(job.size / 4999));
-        recorded_.push_back(recordedUploadBytes(plan_.recordDir, job.path, partSize));
+StoreAccess storeAccess(const UploadPlan& plan) {
+    return {plan.endpoint, plan.bucket, plan.keyId, plan.secret, plan.token, plan.expire, plan.caFile};
+}
+
+// A file already stored under its key with the same size and CRC-64 is not sent again.
+void UploadSession::skipStored() {
+    std::optional<std::uint64_t> crc;
+    for (std::size_t i = 0; i < plan_.jobs.size(); ++i) {
+        const auto& job = plan_.jobs[i];
+        if (job.vod || interruptRequested()) continue;
+        auto stored = headObject(storeAccess(plan_), job.object);
+        if (!stored || stored->size != job.size || !stored->crc64) continue;
+        auto local = fileCrc64(job.path);
+        if (!local || *local != *stored->crc64) continue;
+        skipped_[i] = true;
+        std::lock_guard lock(mutex_);
+        outcomes_[i] = FileOutcome{job.display, true, std::nullopt, plan_.bucket, job.object, job.size, {}, {}};
+        running_[i].ended = true;
+        view_.skipped(job.display, plan_.bucket, job.object, job.size);
     }
+}
+
+// The engine's multipart upload needs at least one byte; an empty file is one PutObject.
+void UploadSession::uploadEmptyFiles() {
+    for (std::size_t i = 0; i < plan_.jobs.size(); ++i) {
+        const auto& job = plan_.jobs[i];
+        if (job.vod || job.size != 0 || running_[i].ended) continue;
+        view_.started(job.display, UploadProgressView::Clock::now());
+        std::string code;
+        auto problem = putEmptyObject(storeAccess(plan_), job.object, code);
+        if (problem.empty())
+            end(i, FileOutcome{job.display, true, std::nullopt, plan_.bucket, job.object, 0, {}, {}});
+        else
+            end(i, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, code, redacted(problem)});
+    }
+}
+
+bool UploadSession::launch(std::size_t index) {
+    const auto& job = plan_.jobs[index];
+    auto& slot = running_[index];
+    slot.client = VODUploadClient::create();
+    slot.client->setRecordDirectoryPath(plan_.recordDir);
+    slot.client->setUploadPartSize(plan_.partSize);
+    slot.client->setMaxRetryCount(plan_.maxRetries);
+    slot.client->setRegion(plan_.region);
+    if (!plan_.caFile.empty()) slot.client->setCaFile(plan_.caFile);
+    auto listener = makeListener(index);
+    bool ready = plan_.token.empty()
+                     ? slot.client->init(plan_.keyId, plan_.secret, listener)
+                     : slot.client->init(plan_.keyId, plan_.secret, plan_.token, plan_.expire, listener);
+    bool queued = false;
+    if (ready && job.vod) {
+        auto info = std::make_shared<VodInfo>();
+        info->title = plan_.title.value_or(std::filesystem::path(job.path).stem().string());
+        queued = slot.client->addFile(job.path, info);
+    } else if (ready) {
+        queued = slot.client->addFile(job.path, plan_.endpoint, plan_.bucket, job.object);
+    }
+    if (!queued) {
+        end(index, FileOutcome{job.display, false, std::nullopt, std::nullopt, std::nullopt, 0, "Refused",
+                               "the upload engine refused the file or the credentials"});
+        return false;
+    }
+    slot.entry = slot.client->listFiles().back();
+    // The engine enlarges parts so that a file never needs more than 4999 of them.
+    auto partSize = std::max<std::int64_t>(plan_.partSize, static_cast<std::int64_t>(job.size / 4999));
+    slot.recorded = recordedUploadBytes(plan_.recordDir, job.path, partSize);
+    slot.client->start();
     return true;
 }
 
-int UploadSession::indexOf(const std::shared_ptr<UploadFileInfo>& file) const {
-    for (std::size_t i = 0; i < entries_.size(); ++i)
-        if (entries_[i] == file) return static_cast<int>(i);
-    return -1;
+// Keeps `parallel` files running while there are files left (main thread).
+void UploadSession::launchMore() {
+    if (interruptRequested()) return;
+    auto runningNow = [this] {
+        std::lock_guard lock(mutex_);
+        if (fatal_) return plan_.parallel;
+        return static_cast<int>(std::count_if(running_.begin(), running_.end(),
+                                              [](const Running& r) { return r.client && !r.ended; }));
+    };
+    while (next_ < plan_.jobs.size() && runningNow() < plan_.parallel) {
+        std::size_t index = next_++;
+        bool ended;
+        {
+            std::lock_guard lock(mutex_);
+            ended = running_[index].ended;
+        }
+        if (!ended) launch(index);
+    }
 }
 
-void UploadSession::onStarted(const std::shared_ptr<UploadFileInfo>& file) {
-    int index = indexOf(file);
-    if (index < 0) return;
+void UploadSession::onStarted(std::size_t index) {
     const auto& job = plan_.jobs[index];
     view_.started(job.display, UploadProgressView::Clock::now());
-    if (recorded_[index]) view_.resuming(job.display, *recorded_[index], job.size);
+    if (running_[index].recorded) view_.resuming(job.display, *running_[index].recorded, job.size);
 }
 
-void UploadSession::onFinish(const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result) {
-    int index = indexOf(file);
-    if (index < 0) return;
-    FileOutcome outcome{plan_.jobs[index].display, true, result.videoId, file->bucket, file->object,
-                        plan_.jobs[index].size, {}, {}};
+void UploadSession::onProgress(std::size_t index, std::uint64_t uploaded, std::uint64_t total) {
+    view_.progress(plan_.jobs[index].display, uploaded, total, UploadProgressView::Clock::now());
+}
+
+// The engine counts its retries afresh once bytes move again, so a link that breaks every few hundred
+// kilobytes would be retried for ever; the command bounds the retries of one file in all.
+void UploadSession::onRetry(std::size_t index) {
+    int count;
     {
         std::lock_guard lock(mutex_);
+        if (running_[index].ended) return;
+        count = ++running_[index].retries;
+    }
+    if (count <= plan_.maxRetries) return view_.retry(plan_.jobs[index].display, count, plan_.maxRetries);
+    const auto& job = plan_.jobs[index];
+    end(index, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, "RetryLimit",
+                           "gave up after " + std::to_string(plan_.maxRetries) + " retries (--retries)"});
+}
+
+void UploadSession::onFinish(std::size_t index, const std::shared_ptr<UploadFileInfo>& file,
+                             const VodUploadResult& result) {
+    const auto& job = plan_.jobs[index];
+    end(index, FileOutcome{job.display, true, result.videoId, file->bucket, file->object, job.size, {}, {}});
+}
+
+void UploadSession::onFailure(std::size_t index, const std::string& code, const std::string& message) {
+    const auto& job = plan_.jobs[index];
+    auto& entry = running_[index].entry;
+    end(index, FileOutcome{job.display, false, std::nullopt, entry ? entry->bucket : std::nullopt,
+                           entry ? entry->object : std::nullopt, 0, redacted(code), redacted(message)});
+}
+
+// Records how the file ended (the first word counts), lets its client go and starts the next file.
+void UploadSession::end(std::size_t index, FileOutcome outcome) {
+    {
+        std::lock_guard lock(mutex_);
+        if (running_[index].ended && outcomes_[index]) return;
+        running_[index].ended = true;
         outcomes_[index] = outcome;
     }
     view_.finished(outcome);
-}
-
-void UploadSession::onFailure(const std::shared_ptr<UploadFileInfo>& file, const std::string& code,
-                              const std::string& message) {
-    int index = indexOf(file);
-    if (index < 0) return;
-    FileOutcome outcome{plan_.jobs[index].display, false, client_->curVideoId(), file->bucket, file->object, 0,
-                        code, message};
-    {
-        std::lock_guard lock(mutex_);
-        outcomes_[index] = outcome;
-    }
-    view_.finished(outcome);
-    // The engine waits on a failed file; the command goes on with the rest of the queue.
     std::weak_ptr<UploadSession> weak = weak_from_this();
-    foundation::dispatch::main().async([weak, file] {
-        if (auto self = weak.lock()) self->continueAfterFailure(file);
+    foundation::dispatch::main().async([weak, index, success = outcome.success] {
+        auto self = weak.lock();
+        if (!self) return;
+        if (auto client = self->running_[index].client) {
+            // A failed file waits in its engine; a file given up on is still running there.
+            if (!success && client->state() == VODClientState::Started) client->stop();
+        }
+        self->launchMore();
     });
 }
 
-void UploadSession::continueAfterFailure(std::shared_ptr<UploadFileInfo>) {
-    // The engine marks a file Failure before it tells the listener, so the queue skips it now.
-    if (client_->state() == VODClientState::Started) client_->next();
-}
-
-void UploadSession::onExpire() {
-    if (cloud_ && renewals_ < kMaxRenewals) {
+void UploadSession::onExpire(std::size_t index) {
+    auto client = running_[index].client;
+    if (cloud_ && client && renewals_ < kMaxRenewals * plan_.parallel) {
         ++renewals_;
         auto sts = cloud_->issueSts();
         view_.expire("the credentials expired; continuing with new ones from the local cloud");
-        if (client_->resumeWithToken(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration)) return;
+        if (client->resumeWithToken(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration)) return;
     }
-    view_.expire("the service refused the credentials (invalid or expired)");
-    std::vector<FileOutcome> refused;
     {
         std::lock_guard lock(mutex_);
+        if (fatal_) return;
         fatal_ = true;
-        for (std::size_t i = 0; i < entries_.size(); ++i) {
-            if (outcomes_[i] || entries_[i]->state == UploadFileState::Success) continue;
-            outcomes_[i] = FileOutcome{plan_.jobs[i].display, false, std::nullopt, entries_[i]->bucket,
-                                       entries_[i]->object, 0, "CredentialsRefused",
-                                       "the service refused the credentials"};
-            refused.push_back(*outcomes_[i]);
-        }
     }
-    for (const auto& outcome : refused) view_.finished(outcome);
+    view_.expire("the service refused the credentials (invalid or expired)");
+    for (std::size_t i = 0; i < plan_.jobs.size(); ++i) {
+        const auto& job = plan_.jobs[i];
+        end(i, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, "CredentialsRefused",
+                           "the service refused the credentials"});
+    }
+}
+
+bool UploadSession::allEnded() const {
+    std::lock_guard lock(mutex_);
+    return std::all_of(outcomes_.begin(), outcomes_.end(), [](const auto& o) { return o.has_value(); });
 }
 
 bool UploadSession::waitUntilDone() {
-    auto done = [this] {
-        if (interruptRequested()) return true;
-        std::lock_guard lock(mutex_);
-        return fatal_ || client_->state() == VODClientState::Finished;
-    };
+    auto done = [this] { return interruptRequested() || allEnded(); };
     auto& loop = foundation::MainLoop::instance();
     while (!loop.runUntil(done, std::chrono::hours(1))) {
     }
@@ -178,15 +263,15 @@ bool UploadSession::waitUntilDone() {
 }
 
 void UploadSession::pauseForResume() {
-    if (client_->state() == VODClientState::Started) client_->pause();
+    for (auto& slot : running_)
+        if (slot.client && slot.client->state() == VODClientState::Started) slot.client->pause();
     view_.interrupted(plan_.resumeHint);
     // Let the cancelled part requests return before the process goes.
     foundation::MainLoop::instance().runUntil([] { return false; }, std::chrono::milliseconds(300));
 }
 
 int UploadSession::finish(std::chrono::steady_clock::time_point began) {
-    int uploaded = 0, failed = 0;
-    std::uint64_t bytes = 0;
+    RunSummary summary;
     for (std::size_t i = 0; i < plan_.jobs.size(); ++i) {
         std::optional<FileOutcome> outcome;
         {
@@ -201,34 +286,33 @@ int UploadSession::finish(std::chrono::steady_clock::time_point began) {
             ok = check.ok;
         }
         if (!ok) {
-            ++failed;
+            ++summary.failed;
             continue;
         }
-        ++uploaded;
-        bytes += outcome->bytes;
+        summary.stored += plan_.jobs[i].size;
+        if (skipped_[i]) {
+            ++summary.skipped;
+            continue;
+        }
+        ++summary.uploaded;
+        summary.sent += plan_.jobs[i].size - std::min(plan_.jobs[i].size, running_[i].recorded.value_or(0));
     }
-    double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
-    view_.summary(uploaded, failed, bytes, seconds);
-    return failed == 0 ? kExitUploaded : kExitSomeFailed;
+    summary.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
+    view_.summary(summary);
+    return summary.failed == 0 ? kExitUploaded : kExitSomeFailed;
 }
 
 int UploadSession::run() {
     const auto began = std::chrono::steady_clock::now();
-    client_ = VODUploadClient::create();
-    client_->setRecordDirectoryPath(plan_.recordDir);
-    client_->setUploadPartSize(plan_.partSize);
-    client_->setMaxRetryCount(plan_.maxRetries);
-    client_->setRegion(plan_.region);
-    auto listener = makeListener();
-    bool ready = plan_.token.empty() ? client_->init(plan_.keyId, plan_.secret, listener)
-                                     : client_->init(plan_.keyId, plan_.secret, plan_.token, plan_.expire, listener);
-    if (!ready) {
-        view_.note("the upload engine refused the credentials (key id and secret must not be empty)");
-        return kExitUsage;
-    }
-    if (!queueFiles()) return kExitSomeFailed;
     installInterruptHandler();
-    foundation::dispatch::main().async([client = client_] { client->start(); });
+    std::uint64_t bytes = 0;
+    for (const auto& job : plan_.jobs) bytes += job.size;
+    view_.setPlanned(static_cast<int>(plan_.jobs.size()), bytes);
+    skipStored();
+    uploadEmptyFiles();
+    foundation::dispatch::main().async([weak = weak_from_this()] {
+        if (auto self = weak.lock()) self->launchMore();
+    });
     if (!waitUntilDone()) {
         pauseForResume();
         return kExitInterrupted;

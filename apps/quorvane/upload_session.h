@@ -1,7 +1,7 @@
 #pragma once
-// One run of `quorvane upload`: queues the files on a VODUploadClient, turns its events into the
-// progress view, runs the main loop until every file has ended or the user interrupts, then checks
-// what the local cloud stored and prints the summary.
+// One run of `quorvane upload`: each file on a VODUploadClient of its own, up to `jobs` at once; turns
+// their events into the progress view, runs the main loop until every file has ended or the user
+// interrupts, then checks what the local cloud stored and prints the summary.
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -18,6 +18,7 @@ namespace quorvane::app {
 struct UploadJob {
     std::string display;  // as the user wrote it
     std::string path;     // absolute
+    std::string object;   // key of a direct upload (the video service chooses its own)
     bool vod = false;     // registered through the video service; else put straight into the bucket
     std::uint64_t size = 0;
 };
@@ -28,9 +29,11 @@ struct UploadPlan {
     std::string bucket;
     std::string keyId, secret, token, expire;  // token and expire empty for a plain key pair
     std::string region;
+    std::string caFile;
     std::optional<std::string> title;
     std::int32_t partSize = 1048576;
-    std::int32_t maxRetries = 5;
+    std::int32_t maxRetries = 5;  // retries of one file in all
+    int parallel = 1;             // files at once
     std::string recordDir;
     std::string resumeHint;  // the command that continues this run
 };
@@ -49,26 +52,40 @@ public:
     int run();
 
 private:
-    std::shared_ptr<VODUploadListener> makeListener();
-    bool queueFiles();
-    int indexOf(const std::shared_ptr<UploadFileInfo>& file) const;
-    void onStarted(const std::shared_ptr<UploadFileInfo>& file);
-    void onFinish(const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result);
-    void onFailure(const std::shared_ptr<UploadFileInfo>& file, const std::string& code, const std::string& message);
-    void continueAfterFailure(std::shared_ptr<UploadFileInfo> file);
-    void onExpire();
+    struct Running {
+        std::shared_ptr<VODUploadClient> client;
+        std::shared_ptr<UploadFileInfo> entry;
+        std::optional<std::uint64_t> recorded;  // bytes stored by an earlier run
+        int retries = 0;
+        bool ended = false;
+    };
+    std::shared_ptr<VODUploadListener> makeListener(std::size_t index);
+    void skipStored();
+    void uploadEmptyFiles();
+    void launchMore();
+    bool launch(std::size_t index);
+    void onStarted(std::size_t index);
+    void onProgress(std::size_t index, std::uint64_t uploaded, std::uint64_t total);
+    void onRetry(std::size_t index);
+    void onFinish(std::size_t index, const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result);
+    void onFailure(std::size_t index, const std::string& code, const std::string& message);
+    void end(std::size_t index, FileOutcome outcome);
+    void onExpire(std::size_t index);
+    bool allEnded() const;
     bool waitUntilDone();
     void pauseForResume();
     int finish(std::chrono::steady_clock::time_point began);
+    // Server text as it may be shown: no credentials in it.
+    std::string redacted(const std::string& text) const;
 
     UploadPlan plan_;
     UploadProgressView& view_;
     EmbeddedCloud* cloud_;
-    std::shared_ptr<VODUploadClient> client_;
-    std::vector<std::shared_ptr<UploadFileInfo>> entries_;  // parallel to plan_.jobs
-    std::vector<std::optional<std::uint64_t>> recorded_;    // bytes stored by an earlier run
+    std::vector<Running> running_;  // parallel to plan_.jobs; a client only while its file runs
+    std::size_t next_ = 0;          // the next job to launch (main thread)
     mutable std::mutex mutex_;
     std::vector<std::optional<FileOutcome>> outcomes_;
+    std::vector<bool> skipped_;
     bool fatal_ = false;  // the run cannot go on (credentials refused)
     int renewals_ = 0;
 };

@@ -122,6 +122,12 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
+// Process-wide cap on the upload rate of all request bodies together, in bytes per second; 0 = none.
+// The bodies being sent at a moment share it evenly (each one's libcurl send-speed limit), and a body
+// that started under another share takes the new one at its next progress tick.
+void setProcessSendRateLimit(std::uint64_t bytesPerSecond);
+std::uint64_t processSendRateLimit();
+
 // Percent-encodes for a URL query (RFC 3986 unreserved kept).
 std::string urlEncode(std::string_view text);
 std::optional<std::string> urlDecode(std::string_view text);

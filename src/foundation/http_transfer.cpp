@@ -15,6 +15,9 @@ namespace {
 
 thread_local const void* tlsWorkerOwner = nullptr;
 
+std::atomic<std::uint64_t> sendRateLimit{0};
+std::atomic<long long> bodiesBeingSent{0};
+
 // Bigger send buffers cut read-callback round trips on large parts.
 constexpr long kUploadBufferSize = 512 * 1024;
 
@@ -70,6 +73,7 @@ int onProgress(void* user, curl_off_t, curl_off_t dlNow, curl_off_t ulTotal, cur
     auto* t = static_cast<Transfer*>(user);
     t->noteUploadProgress(static_cast<std::uint64_t>(ulNow), static_cast<std::uint64_t>(ulTotal));
     if (*t->cancelled) return 1;
+    t->applySendRateShare();
     return t->idleTimedOut(static_cast<std::uint64_t>(dlNow) + static_cast<std::uint64_t>(ulNow)) ? 1 : 0;
 }
 
@@ -107,6 +111,18 @@ bool hasHeader(const Headers& headers, std::string_view name) {
 }  // namespace
 
 const void* currentWorkerOwner() { return tlsWorkerOwner; }
+
+Transfer::SenderSlot::SenderSlot() { ++bodiesBeingSent; }
+Transfer::SenderSlot::~SenderSlot() { --bodiesBeingSent; }
+
+void Transfer::applySendRateShare() {
+    if (!sender_ || !easy_) return;
+    auto limit = static_cast<long long>(sendRateLimit.load());
+    long long share = limit > 0 ? std::max(1LL, limit / std::max(1LL, bodiesBeingSent.load())) : 0;
+    if (share == sendShare_) return;
+    sendShare_ = share;
+    curl_easy_setopt(easy_.get(), CURLOPT_MAX_SEND_SPEED_LARGE, static_cast<curl_off_t>(share));
+}
 
 Transfer::Transfer(HttpRequest request, HttpCompletion completion, Strand strand, const void* owner)
     : request_(std::move(request)), completion_(std::move(completion)), strand_(std::move(strand)), owner_(owner) {}
@@ -151,6 +167,14 @@ std::optional<Error> Transfer::prepare() {
     }
     if (o.error) return o.error;
     if (auto e = setMethodAndBody()) return e;
+    if ((request_.body || request_.form) && sendRateLimit.load() > 0) {
+        sender_.emplace();
+        QV_SET(o, CURLOPT_NOPROGRESS, 0L);
+        QV_SET(o, CURLOPT_XFERINFOFUNCTION, onProgress);
+        QV_SET(o, CURLOPT_XFERINFODATA, static_cast<void*>(this));
+        if (o.error) return o.error;
+        applySendRateShare();
+    }
     return setRequestHeaders();
 }
 
@@ -333,6 +357,7 @@ void Transfer::finishWith(Error error) { complete(std::move(error)); }
 
 void Transfer::complete(std::optional<Error> error) {
     easy_.reset();
+    sender_.reset();
     post([self = shared_from_this(), error = std::move(error)]() mutable {
         HttpResult r;
         r.error = std::move(error);
@@ -347,3 +372,10 @@ void Transfer::complete(std::optional<Error> error) {
 }
 
 }  // namespace quorvane::foundation::detail
+
+namespace quorvane::foundation {
+
+void setProcessSendRateLimit(std::uint64_t bytesPerSecond) { detail::sendRateLimit = bytesPerSecond; }
+std::uint64_t processSendRateLimit() { return detail::sendRateLimit.load(); }
+
+}  // namespace quorvane::foundation

@@ -48,6 +48,9 @@ public:
     // Called at least once a second with the bytes moved so far; true when the idle time-out struck.
     bool idleTimedOut(std::uint64_t movedBytes);
     bool bodyFailed = false;
+    // Under a process-wide send-rate limit: this body's share of it, set again when the number of
+    // bodies being sent has changed (curl thread).
+    void applySendRateShare();
     char errorBuffer[CURL_ERROR_SIZE] = {};
 
 private:
@@ -71,6 +74,14 @@ private:
     std::atomic<bool> progressPending_{false};
     std::uint64_t progressPosted_ = 0;     // curl thread
     std::uint64_t progressDelivered_ = 0;  // strand
+    struct SenderSlot {  // counts this body among those being sent while it lives
+        SenderSlot();
+        ~SenderSlot();
+        SenderSlot(const SenderSlot&) = delete;
+        SenderSlot& operator=(const SenderSlot&) = delete;
+    };
+    std::optional<SenderSlot> sender_;
+    long long sendShare_ = 0;  // the limit handed to curl; curl thread
     std::uint64_t movedBytes_ = 0;         // curl thread, for the idle time-out: curl's counters
     std::uint64_t wireBytes_ = 0;          // and the connection's, as the kernel counts them
     std::chrono::steady_clock::time_point lastMoved_ = std::chrono::steady_clock::now();

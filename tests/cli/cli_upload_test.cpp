@@ -8,7 +8,7 @@
 #include <random>
 #include <thread>
 
-#include "cli/cli_process.h"
+#include "cli/cli_fixture.h"
 #include "emulator/cloud_emulator.h"
 #include "foundation/value.h"
 
@@ -19,50 +19,6 @@ using emulator::CloudEmulator;
 using emulator::Fault;
 using testing::CliProcess;
 using namespace std::chrono_literals;
-
-constexpr auto kGenerous = 180s;  // a loaded two-core machine: events may take long, never forever
-
-class CliUpload : public ::testing::Test {
-protected:
-    void SetUp() override {
-        root_ = fs::temp_directory_path() / ("quorvane-cli-" + std::to_string(::getpid()) + "-" +
-                                             ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        fs::remove_all(root_);
-        fs::create_directories(root_ / "cache");
-    }
-    void TearDown() override { fs::remove_all(root_); }
-
-    std::string makeFile(const std::string& name, std::size_t size, unsigned seed) {
-        std::string bytes(size, '\0');
-        std::mt19937 random(seed);
-        for (auto& byte : bytes) byte = static_cast<char>(random() & 0xff);
-        auto path = root_ / name;
-        std::ofstream(path, std::ios::binary).write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-        contents_[path.string()] = bytes;
-        return path.string();
-    }
-
-    std::unique_ptr<CliProcess> run(std::vector<std::string> args,
-                                    std::vector<std::pair<std::string, std::string>> env = {}) {
-        args.insert(args.begin(), QUORVANE_CLI_PATH);
-        env.emplace_back("XDG_CACHE_HOME", (root_ / "cache").string());
-        env.emplace_back("QUORVANE_LOG_SERVICE_ENDPOINT", "");
-        return std::make_unique<CliProcess>(std::move(args), std::move(env));
-    }
-
-    // The JSON events of the run with the given "event" name.
-    static std::vector<Value> events(const CliProcess& process, const std::string& name) {
-        std::vector<Value> found;
-        for (const auto& line : process.lines()) {
-            auto value = foundation::parseJson(line);
-            if (value && value->is_object() && value->value("event", "") == name) found.push_back(*value);
-        }
-        return found;
-    }
-
-    fs::path root_;
-    std::map<std::string, std::string> contents_;
-};
 
 TEST_F(CliUpload, EmbeddedCloudStoresTheExactBytesOfEachFile) {
     auto data = makeFile("data.bin", 3 << 20, 1);
@@ -140,23 +96,6 @@ TEST_F(CliUpload, BadUsageAndUnusableFilesExitTwoBeforeUploading) {
     // Nothing reached a cloud: no storage was even made.
     EXPECT_FALSE(fs::exists(root_ / "cache" / "quorvane" / "cloud"));
 }
-
-class CliUploadToService : public CliUpload {
-protected:
-    void SetUp() override {
-        CliUpload::SetUp();
-        ASSERT_TRUE(cloud_.start());
-        sts_ = cloud_.issueSts();
-    }
-    std::vector<std::string> serviceArgs(const std::string& file, const std::string& keyId) {
-        return {"upload", "--json", "--oss", "--endpoint", cloud_.endpoint(), "--bucket", cloud_.options().bucket,
-                "--key-id", keyId, "--secret", sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken,
-                "--expire", sts_.Expiration, "--part-size", std::to_string(kPart), "--retries", "2", file};
-    }
-    static constexpr std::size_t kPart = 256 * 1024;
-    CloudEmulator cloud_;
-    emulator::StsCredentials sts_;
-};
 
 TEST_F(CliUploadToService, InterruptPausesAndTheSameCommandResumesWithoutResendingStoredParts) {
     const std::size_t size = 8 * kPart;

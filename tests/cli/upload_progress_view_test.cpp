@@ -1,5 +1,6 @@
-// What `quorvane upload` prints, driven with its own clock: throttled redraws, the last one always,
-// JSON events with their fields, and the rate of the current run only.
+// What `quorvane upload` prints, driven with its own clock and width: throttled redraws, the last one
+// always, JSON events with their fields and time, the rate of the current run only, a terminal line that
+// fits any width, and progress that never goes back.
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -32,7 +33,7 @@ TEST(UploadProgressView, JsonProgressIsThrottledButTheLastReportAlwaysShows) {
     view.progress("a.bin", 200, 1000, t + 20ms);  // too soon after the first
     view.progress("a.bin", 300, 1000, t + 130ms);
     view.progress("a.bin", 1000, 1000, t + 140ms);  // complete: shown at once
-    view.progress("b.bin", 5, 10, t + 500ms);       // not the current file: ignored
+    view.progress("b.bin", 5, 10, t + 500ms);       // not started: ignored
     auto lines = jsonLines(out.str());
     ASSERT_EQ(lines.size(), 4u);
     EXPECT_EQ(lines[0]["event"], "started");
@@ -49,6 +50,8 @@ TEST(UploadProgressView, OutcomesCarryIdsAndOnlySuccessCarriesTheByteCount) {
     view.finished({"x.bin", false, std::nullopt, std::string("bkt"), std::nullopt, 0, "InvalidArgument", "bad"});
     auto lines = jsonLines(out.str());
     ASSERT_EQ(lines.size(), 2u);
+    EXPECT_TRUE(lines[0]["time"].is_string());
+    lines[0].erase("time");
     EXPECT_EQ(lines[0], (Value{{"event", "success"}, {"file", "v.mp4"}, {"videoId", "vid1"}, {"bucket", "bkt"},
                                {"object", "obj"}, {"bytes", 42}}));
     EXPECT_EQ(lines[1]["event"], "failure");
@@ -92,6 +95,99 @@ TEST(UploadProgressView, HumanUnitsAndDurations) {
     EXPECT_EQ(UploadProgressView::humanDuration(65), "1:05");
     EXPECT_EQ(UploadProgressView::humanDuration(3 * 3600 + 3), "3:00:03");
     EXPECT_EQ(UploadProgressView::humanDuration(std::nullopt), "--:--");
+}
+
+// The terminal line of each redraw: the text after the last "\r\033[K" of each write.
+std::vector<std::string> barLines(const std::string& text) {
+    std::vector<std::string> bars;
+    const std::string redraw = "\r\033[K";
+    for (auto at = text.find(redraw); at != std::string::npos; at = text.find(redraw, at + 1)) {
+        auto from = at + redraw.size();
+        auto end = text.find_first_of("\r\n", from);
+        bars.push_back(text.substr(from, end == std::string::npos ? std::string::npos : end - from));
+    }
+    return bars;
+}
+
+TEST(UploadProgressView, TheTerminalLineFitsEveryWidth) {
+    const std::string longName = "a-very-long-file-name-\xE4\xB8\xAD\xE6\x96\x87-that-goes-on-and-on.bin";
+    for (int columns : {20, 40, 80, 200}) {
+        for (std::uint64_t total : {std::uint64_t{0}, std::uint64_t{1000}, std::uint64_t{5} << 40}) {
+            for (auto rate : {std::optional<double>{}, std::optional<double>{123456789.0}}) {
+                auto line = UploadProgressView::fitLine(longName, total / 3, total, rate, columns);
+                EXPECT_LE(UploadProgressView::displayWidth(line), std::size_t(columns - 1)) << columns << ": " << line;
+                EXPECT_EQ(line.find('\n'), std::string::npos);
+            }
+        }
+    }
+    // Wide enough: every part shows; narrow: the percentage stays.
+    auto wide = UploadProgressView::fitLine("a.bin", 512, 2048, 1024.0, 200);
+    EXPECT_NE(wide.find("["), std::string::npos);
+    EXPECT_NE(wide.find("ETA"), std::string::npos);
+    auto narrow = UploadProgressView::fitLine("a.bin", 512, 2048, 1024.0, 40);
+    EXPECT_NE(narrow.find(" 25%"), std::string::npos);
+}
+
+TEST(UploadProgressView, SeveralFilesAtOnceShareOneLineThatFitsAndFollowsResizes) {
+    for (int columns : {40, 80, 200}) {
+        std::ostringstream out;
+        UploadProgressView view(ViewMode::Terminal, out, columns);
+        int probed = 0;
+        view.setColumnsProbe([&] { return ++probed == 3 ? 30 : 0; });  // the window shrinks once
+        view.setPlanned(3, 3000);
+        auto t = Clock::time_point{} + 1h;
+        for (const char* file : {"one.bin", "two.bin", "three.bin"}) view.started(file, t);
+        for (int step = 1; step <= 10; ++step)
+            for (const char* file : {"one.bin", "two.bin", "three.bin"})
+                view.progress(file, 100u * step - 1, 1000, t + std::chrono::milliseconds(150 * step));
+        auto bars = barLines(out.str());
+        ASSERT_GE(bars.size(), 5u);
+        for (std::size_t i = 0; i < bars.size(); ++i) {
+            int limit = i >= 2 ? 30 : columns;
+            EXPECT_LE(UploadProgressView::displayWidth(bars[i]), std::size_t(limit - 1)) << bars[i];
+            EXPECT_NE(bars[i].find("files"), std::string::npos) << bars[i];  // the total, not one copy per file
+        }
+        // Redraws stay on one line: no newline between two redraws.
+        auto text = out.str();
+        auto first = text.find("\r\033[K");
+        EXPECT_EQ(text.find('\n', first), std::string::npos);
+    }
+}
+
+TEST(UploadProgressView, ProgressNeverGoesBackAfterARetry) {
+    std::ostringstream out;
+    UploadProgressView view(ViewMode::Json, out);
+    auto t = Clock::time_point{} + 1h;
+    view.started("a.bin", t);
+    view.progress("a.bin", 2097152, 4194304, t + 1s);
+    view.progress("a.bin", 524288, 4194304, t + 2s);  // a part sent again from its start
+    auto lines = jsonLines(out.str());
+    ASSERT_EQ(lines.size(), 3u);
+    EXPECT_EQ(lines[2]["uploaded"], 2097152);
+}
+
+TEST(UploadProgressView, JsonNeverThrowsOnBytesThatAreNotUtf8) {
+    std::ostringstream out;
+    UploadProgressView view(ViewMode::Json, out);
+    view.started("bad\xff\xfename.bin", Clock::time_point{});
+    view.finished({"bad\xff\xfename.bin", false, std::nullopt, std::nullopt, std::nullopt, 0, "E\xff",
+                   "server \xfe\xff text"});
+    auto lines = jsonLines(out.str());
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1]["message"], "server \xEF\xBF\xBD\xEF\xBF\xBD text");
+}
+
+TEST(UploadProgressView, QuietShowsFailuresOnly) {
+    std::ostringstream out;
+    UploadProgressView view(ViewMode::Plain, out);
+    view.setQuiet(true);
+    auto t = Clock::time_point{} + 1h;
+    view.started("a.bin", t);
+    view.progress("a.bin", 10, 10, t + 1s);
+    view.finished({"a.bin", true, std::nullopt, std::string("b"), std::string("a.bin"), 10, {}, {}});
+    view.finished({"c.bin", false, std::nullopt, std::string("b"), std::nullopt, 0, "Denied", "no"});
+    view.summary({1, 0, 1, 10, 10, 1.0});
+    EXPECT_EQ(out.str(), "failed c.bin: no (Denied)\n");
 }
 
 }  // namespace

@@ -1,0 +1,42 @@
+#pragma once
+// The options of `quorvane upload` as the user gave them, their CLI11 definitions, and the checks of
+// the command line as a whole.
+#include <CLI/CLI.hpp>
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quorvane::app {
+
+struct UploadOptions {
+    std::vector<std::string> files;  // the last may be an oss://bucket/key destination
+    std::string title;
+    bool vod = false, oss = false, json = false, verbose = false, quiet = false, dryRun = false, recursive = false;
+    std::string endpoint, bucket, keyId, secret, token, expire, storage, vodEndpoint;
+    std::string profile, credentialsFile, caFile, logFile;
+    std::string key, prefix, bwlimit;
+    std::vector<std::string> include, exclude;
+    std::string region = "cn-shanghai";
+    std::int32_t partSize = 1048576;
+    std::int32_t retries = 5;
+    int jobs = 1;
+
+    // The command line names a service (else the local cloud is started in-process).
+    bool namesService() const;
+    // A direct-upload target is named: endpoint, bucket or an oss:// destination.
+    bool namesBucket() const;
+};
+
+// Adds the options to `cmd`, bound to `o`.
+void addUploadOptions(CLI::App& cmd, UploadOptions& o);
+
+// "256K", "1.5M", "1000000": bytes per second (K, M, G are 1024-based, an optional "B" or "iB" after
+// them and "/s" at the end); nullopt when it is not a rate.
+std::optional<std::uint64_t> parseRate(const std::string& text);
+
+// The command line with the values of secret-bearing options shown as ***: what to run again.
+std::string resumeCommand(const std::vector<std::string>& arguments);
+
+}  // namespace quorvane::app
