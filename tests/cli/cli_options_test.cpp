@@ -373,8 +373,8 @@ TEST_F(CliTls, TheCaFileIsTrusted) {
     EXPECT_TRUE(cloud_->objectBytes(cloud_->options().bucket, "tls.bin"));
 }
 
-// Disabled until certificate errors are final in the engine: today they are retried like network errors.
-TEST_F(CliTls, DISABLED_AnUntrustedCertificateFailsAtOnce) {
+// A refused certificate is final: no retry, one failure.
+TEST_F(CliTls, AnUntrustedCertificateFailsAtOnce) {
     auto file = makeFile("tls.bin", 150000, 34);
     auto process = run(args({file}), env());
     EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
