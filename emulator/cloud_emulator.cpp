@@ -124,6 +124,10 @@ void CloudEmulator::stop() {
     impl.server.reset();
 }
 
+std::string CloudEmulator::answerRawRequest(const std::string& request) {
+    return impl_->server ? answerWithoutConnection(*impl_->server, request) : std::string();
+}
+
 bool CloudEmulator::running() const { return impl_->server != nullptr; }
 const EmulatorOptions& CloudEmulator::options() const { return impl_->options; }
 int CloudEmulator::port() const { return impl_->port; }

@@ -208,6 +208,9 @@ public:
     // the storage directory cannot be used. Stored state is loaded from the storage directory.
     bool start();
     void stop();
+    // Answers the bytes of one HTTP/1.1 request as a plain-HTTP connection would, without a socket,
+    // and returns the answer's bytes (empty when not started or serving HTTPS). For fuzzing.
+    std::string answerRawRequest(const std::string& request);
     bool running() const;
 
     const EmulatorOptions& options() const;

@@ -77,7 +77,7 @@ public:
 
 private:
     std::size_t buffered() const {
-        return (end_ - begin_) + (ssl_ ? static_cast<std::size_t>(std::max(0, SSL_pending(ssl_))) : 0);
+        return (end_ - begin_) + (ssl_ && SSL_has_pending(ssl_) ? 1 : 0);
     }
 
     bool wait(short events, int timeoutMs) {
@@ -190,6 +190,32 @@ bool serve(Server& server, ConnectionControl& control, int fd, SSL* ssl) {
     return ok;
 }
 
+// A request in memory and the answer written back: the parsing and handling of a connection, no socket.
+class MemoryStream : public httplib::Stream {
+public:
+    explicit MemoryStream(const std::string& in) : in_(in) {}
+    bool is_readable() const override { return at_ < in_.size(); }
+    bool is_writable() const override { return true; }
+    ssize_t read(char* ptr, size_t size) override {
+        auto n = std::min(size, in_.size() - at_);
+        std::memcpy(ptr, in_.data() + at_, n);
+        at_ += n;
+        return static_cast<ssize_t>(n);
+    }
+    ssize_t write(const char* ptr, size_t size) override {
+        out.append(ptr, size);
+        return static_cast<ssize_t>(size);
+    }
+    void get_remote_ip_and_port(std::string& ip, int& port) const override { ip = "127.0.0.1", port = 40000; }
+    void get_local_ip_and_port(std::string& ip, int& port) const override { ip = "127.0.0.1", port = 80; }
+    socket_t socket() const override { return -1; }
+    std::string out;
+
+private:
+    const std::string& in_;
+    std::size_t at_ = 0;
+};
+
 void setTimeouts(int fd, const ConnectionLimits& limits) {
     auto tv = [](int ms) { return timeval{ms / 1000, (ms % 1000) * 1000}; };
     auto r = tv(limits.readTimeoutMs), w = tv(limits.writeTimeoutMs);
@@ -243,6 +269,15 @@ std::unique_ptr<httplib::Server> makeTlsServer(ConnectionControl& control, X509*
     return std::make_unique<TlsServer>(control, cert, key);
 }
 
+std::string answerWithoutConnection(httplib::Server& server, const std::string& request) {
+    auto* plain = dynamic_cast<PlainServer*>(&server);
+    if (!plain) return {};
+    MemoryStream stream(request);
+    bool closed = false;
+    plain->answer(stream, true, closed);
+    return std::move(stream.out);
+}
+
 void dropCurrentConnection() {
     if (current) current->drop();
 }
@@ -266,6 +301,7 @@ void ElasticPool::spawnLocked() {
 void ElasticPool::enqueue(std::function<void()> fn) {
     {
         std::lock_guard lock(mutex_);
+        if (shutdown_) return;  // the server stopped accepting before this
         jobs_.push_back(std::move(fn));
         if (jobs_.size() > idle_ && threads_.size() < max_) spawnLocked();
     }

@@ -37,6 +37,10 @@ std::unique_ptr<httplib::Server> makePlainServer(ConnectionControl& control);
 // The server keeps no reference to `cert` and `key` after construction.
 std::unique_ptr<httplib::Server> makeTlsServer(ConnectionControl& control, X509* cert, EVP_PKEY* key);
 
+// Answers one request read from `request` and returns what a connection would have been sent;
+// empty unless `server` was made by makePlainServer.
+std::string answerWithoutConnection(httplib::Server& server, const std::string& request);
+
 // For request handlers, about the connection the calling thread serves (no effect elsewhere).
 // Drops it now: no answer reaches the client, which sees a reset.
 void dropCurrentConnection();

@@ -170,6 +170,17 @@ TEST(CloudConnections, StopEndsIdleKeptAliveConnections) {
     EXPECT_TRUE(c.closedByServer());
 }
 
+TEST(CloudConnections, AnswersARequestGivenAsBytes) {
+    CloudEmulator cloud;
+    EXPECT_EQ(cloud.answerRawRequest("GET / HTTP/1.1\r\n\r\n"), "");  // not started
+    ASSERT_TRUE(cloud.start());
+    auto ok = cloud.answerRawRequest("GET /logstores/s/track?APIVersion=0.6.0 HTTP/1.1\r\nHost: x\r\n\r\n");
+    EXPECT_EQ(statusLine(ok), "HTTP/1.1 200 OK");
+    auto twice = cloud.answerRawRequest("PUT /b/k HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nxy");
+    EXPECT_EQ(statusLine(twice), "HTTP/1.1 400 Bad Request");
+    EXPECT_EQ(cloud.requests().size(), 2u);
+}
+
 TEST(CloudConnections, Ipv6EndpointIsUsable) {
     EmulatorOptions options;
     options.host = "::1";
