@@ -96,18 +96,22 @@ std::string BlobWriter::md5Raw() {
     return *digest_;
 }
 
-Blob BlobWriter::commit(const std::string& finalPath) {
+std::optional<Blob> BlobWriter::commit(const std::string& finalPath) {
     Blob blob;
-    committed_ = true;
     if (temp_.empty()) {
+        committed_ = true;
         blob.add({std::make_shared<const std::string>(std::move(buffer_)), {}, size_});
         return blob;
     }
+    // Buffered bytes reach the disk only now: a full disk may show first at this flush or the close.
+    if (file_ && (std::fflush(file_) != 0 || std::ferror(file_))) failed_ = true;
     if (file_ && std::fclose(file_) != 0) failed_ = true;
     file_ = nullptr;
+    if (failed_) return std::nullopt;  // the destructor removes the temporary file
     std::error_code ec;
     std::filesystem::rename(temp_, finalPath, ec);
-    if (ec) failed_ = true;
+    if (ec) return failed_ = true, std::nullopt;
+    committed_ = true;
     blob.add({nullptr, finalPath, size_});
     return blob;
 }

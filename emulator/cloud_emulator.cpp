@@ -2,6 +2,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "emulator/connections.h"
 #include "emulator/router.h"
 #include "emulator/tls.h"
 #include "foundation/log.h"
@@ -17,7 +18,10 @@ foundation::SystemTime CloudEmulator::Impl::now() const {
 
 std::string CloudEmulator::Impl::hostPort() const {
     if (!options.advertisedHost.empty()) return options.advertisedHost;
-    auto host = options.host == "0.0.0.0" ? std::string("127.0.0.1") : options.host;
+    // A wildcard address is not one a client can dial: hand out the loopback of its family. An IPv6
+    // literal goes in brackets, or its colons would read as the port's.
+    auto host = options.host == "0.0.0.0" ? std::string("127.0.0.1") : options.host == "::" ? "::1" : options.host;
+    if (host.find(':') != std::string::npos && host.front() != '[') host = "[" + host + "]";
     return host + ":" + std::to_string(port.load());
 }
 
@@ -39,7 +43,7 @@ void CloudEmulator::Impl::clearRecords() {
 namespace {
 
 std::unique_ptr<httplib::Server> makeServer(CloudEmulator::Impl& impl) {
-    if (!impl.options.https) return std::make_unique<httplib::Server>();
+    if (!impl.options.https) return makePlainServer(impl.connections);
     TlsMaterial tls;
     std::vector<std::string> names{"127.0.0.1", "localhost", "*.localhost", "::1"};
     if (impl.options.host != "127.0.0.1" && impl.options.host != "0.0.0.0") names.push_back(impl.options.host);
@@ -51,7 +55,7 @@ std::unique_ptr<httplib::Server> makeServer(CloudEmulator::Impl& impl) {
     std::filesystem::create_directories(dir, ec);
     impl.caFile = (dir / "ca.pem").string();
     std::ofstream(impl.caFile) << tls.caPem;
-    auto server = std::make_unique<httplib::SSLServer>(tls.serverCert, tls.serverKey);
+    auto server = makeTlsServer(impl.connections, tls.serverCert, tls.serverKey);
     if (!server->is_valid()) return nullptr;
     return server;
 }
@@ -81,12 +85,12 @@ bool CloudEmulator::start() {
         foundation::logLine("quorvane-cloud: cannot set up TLS");
         return false;
     }
-    const int threads = std::max(4, impl.options.threads);
-    server->new_task_queue = [threads] { return new httplib::ThreadPool(static_cast<std::size_t>(threads)); };
-    server->set_read_timeout(60);
-    server->set_write_timeout(60);
-    server->set_keep_alive_max_count(100000);
-    server->set_keep_alive_timeout(30);
+    // Every connection holds a worker while it is open, idle or not: workers are added while all are
+    // busy, so clients that keep connections open cannot starve the others.
+    const auto initial = static_cast<std::size_t>(std::max(4, impl.options.threads));
+    const auto most = std::max(initial, static_cast<std::size_t>(std::max(4, impl.options.maxThreads)));
+    server->new_task_queue = [initial, most] { return new ElasticPool(initial, most); };
+    impl.connections.stopping = false;
     // Debian's server library is built with Nagle's algorithm left on: a body written after its headers
     // on a kept-alive connection would wait for the client's delayed ACK (about 40 ms per answer).
     server->set_tcp_nodelay(true);
@@ -112,15 +116,16 @@ bool CloudEmulator::start() {
 void CloudEmulator::stop() {
     auto& impl = *impl_;
     if (!impl.server) return;
+    // Connections waiting for a request (or inside one) notice this within a tenth of a second and
+    // close, so the server's workers, which it waits for, all return.
+    impl.connections.stopping = true;
     impl.server->stop();
-    // The server waits for its workers, and a worker on an idle kept-alive connection waits for
-    // the next request: close those connections until the listener has returned.
-    while (!impl.listenDone.load()) {
-        dropServerConnections(impl.port);
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
     if (impl.thread.joinable()) impl.thread.join();
     impl.server.reset();
+}
+
+std::string CloudEmulator::answerRawRequest(const std::string& request) {
+    return impl_->server ? answerWithoutConnection(*impl_->server, request) : std::string();
 }
 
 bool CloudEmulator::running() const { return impl_->server != nullptr; }
@@ -165,8 +170,7 @@ bool CloudEmulator::putObject(const std::string& bucket, const std::string& key,
     info.crc64 = writer->crc();
     info.contentType = contentType;
     info.lastModified = ossTime(impl_->now());
-    impl_->storage.storeObject(std::move(info), *writer);
-    return true;
+    return impl_->storage.storeObject(std::move(info), *writer);
 }
 
 void CloudEmulator::addFault(Fault fault) { impl_->faults.add(std::move(fault)); }

@@ -44,7 +44,8 @@ struct EmulatorOptions {
     // HTTP status of enterprise error bodies ({"code", "msg", "message"}); 200 lets clients read the code.
     int enterpriseErrorStatus = 200;
     std::uint64_t maxObjectSize = 5ULL << 30;  // PutObject / part limit: larger bodies get EntityTooLarge
-    int threads = 32;                          // server worker threads (each keep-alive connection holds one)
+    int threads = 32;      // server workers started up front (each open connection holds one)
+    int maxThreads = 1024;  // workers are added while all are busy, up to this many
 };
 
 // Temporary credentials, as the STS service names them. Expiration is ISO-8601 UTC ("2024-01-02T03:04:05Z").
@@ -207,6 +208,9 @@ public:
     // the storage directory cannot be used. Stored state is loaded from the storage directory.
     bool start();
     void stop();
+    // Answers the bytes of one HTTP/1.1 request as a plain-HTTP connection would, without a socket,
+    // and returns the answer's bytes (empty when not started or serving HTTPS). For fuzzing.
+    std::string answerRawRequest(const std::string& request);
     bool running() const;
 
     const EmulatorOptions& options() const;

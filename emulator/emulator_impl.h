@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "emulator/cloud_emulator.h"
+#include "emulator/connections.h"
 #include "emulator/faults.h"
 #include "emulator/storage.h"
 #include "emulator/sts.h"
@@ -21,6 +22,7 @@ struct CloudEmulator::Impl {
     explicit Impl(EmulatorOptions o);
 
     EmulatorOptions options;
+    ConnectionControl connections;
     std::unique_ptr<httplib::Server> server;
     std::thread thread;
     std::atomic<bool> listenDone{true};
@@ -86,6 +88,8 @@ public:
     // `answerError` and Reset drops the connection (both return true: the request is finished).
     bool applyFault(const std::string& operation, const std::function<void(const Fault&)>& answerError);
     void drop(std::uint64_t afterBytes = 0);
+    // Answers without reading the body: the connection closes after the answer instead of draining it.
+    void refuseBody();
     bool dropped() const { return dropped_; }
 
 private:

@@ -4,6 +4,9 @@
 #include "emulator/emulator_impl.h"
 
 namespace quorvane::emulator {
+namespace {
+constexpr std::uint64_t kDrainLimit = 1 << 20;
+}  // namespace
 
 Exchange::Exchange(CloudEmulator::Impl& impl_, const httplib::Request& req_, httplib::Response& res_,
                    const httplib::ContentReader* reader)
@@ -18,8 +21,21 @@ Exchange::Exchange(CloudEmulator::Impl& impl_, const httplib::Request& req_, htt
 
 Exchange::~Exchange() {
     if (recorded_) return;
-    if (!bodyConsumed_) readBody([](const char*, std::size_t) { return true; });
+    if (!bodyConsumed_) {
+        // A small unread body is read past so the connection can serve the next request; a large one
+        // (or one of unknown size) would hold the answer back until it had all arrived.
+        auto length = contentLength();
+        bool chunked = toLower(header("Transfer-Encoding").value_or("")).find("chunked") != std::string::npos;
+        if (reader_ && (chunked || (length && *length > kDrainLimit))) refuseBody();
+        else readBody([](const char*, std::size_t) { return true; });
+    }
     saveRecord();
+}
+
+void Exchange::refuseBody() {
+    if (bodyConsumed_) return;
+    bodyConsumed_ = true;
+    closeCurrentConnectionAfterAnswer();
 }
 
 void Exchange::saveRecord() {
@@ -126,7 +142,7 @@ void Exchange::drop(std::uint64_t afterBytes) {
     bodyConsumed_ = true;
     dropped_ = true;
     saveRecord();  // before the client can notice the drop
-    dropConnection(req.remote_addr, req.remote_port, req.local_port);
+    dropCurrentConnection();
     res.status = 500;  // never reaches the client: the socket is shut already
 }
 

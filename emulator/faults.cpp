@@ -1,14 +1,5 @@
 #include "emulator/faults.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <sys/stat.h>
-#include <unistd.h>
-
-#include <cstdlib>
-#include <filesystem>
-
 namespace quorvane::emulator {
 
 Fault Fault::error(std::string op, int status, std::string code, std::string message) {
@@ -94,53 +85,4 @@ std::size_t FaultScript::firedCount(const std::string& operation) const {
     return n;
 }
 
-namespace {
-
-int portOf(const sockaddr_storage& addr) {
-    if (addr.ss_family == AF_INET) return ntohs(reinterpret_cast<const sockaddr_in&>(addr).sin_port);
-    if (addr.ss_family == AF_INET6) return ntohs(reinterpret_cast<const sockaddr_in6&>(addr).sin6_port);
-    return -1;
-}
-
-// remotePort < 0 matches any peer.
-bool matches(int fd, int remotePort, int localPort) {
-    struct stat st {};
-    if (fstat(fd, &st) != 0 || !S_ISSOCK(st.st_mode)) return false;
-    sockaddr_storage local{}, peer{};
-    socklen_t localLen = sizeof local, peerLen = sizeof peer;
-    if (getsockname(fd, reinterpret_cast<sockaddr*>(&local), &localLen) != 0) return false;
-    if (getpeername(fd, reinterpret_cast<sockaddr*>(&peer), &peerLen) != 0) return false;
-    return portOf(local) == localPort && (remotePort < 0 || portOf(peer) == remotePort);
-}
-
-}  // namespace
-
-bool dropConnection(const std::string& /*remoteAddr*/, int remotePort, int localPort) {
-    std::error_code ec;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", ec)) {
-        int fd = std::atoi(entry.path().filename().c_str());
-        if (!matches(fd, remotePort, localPort)) continue;
-        // Linger 0 turns the close that the server library does later into a TCP reset;
-        // shutdown stops this exchange now, so no answer reaches the client.
-        linger lin{1, 0};
-        setsockopt(fd, SOL_SOCKET, SO_LINGER, &lin, sizeof lin);
-        ::shutdown(fd, SHUT_RDWR);
-        return true;
-    }
-    return false;
-}
-
-int dropServerConnections(int localPort) {
-    int dropped = 0;
-    std::error_code ec;
-    for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", ec)) {
-        int fd = std::atoi(entry.path().filename().c_str());
-        if (!matches(fd, -1, localPort)) continue;
-        ::shutdown(fd, SHUT_RDWR);
-        ++dropped;
-    }
-    return dropped;
-}
-
 }  // namespace quorvane::emulator
-

@@ -28,11 +28,4 @@ private:
     std::vector<FiredFault> fired_;
 };
 
-// Drops the TCP connection a request arrived on, without an answer (the peer sees a reset).
-// Found by matching the request's local and remote endpoints against this process's sockets.
-bool dropConnection(const std::string& remoteAddr, int remotePort, int localPort);
-// Shuts down every accepted connection on the server's port, so idle keep-alive connections do
-// not hold a stopping server for the whole keep-alive time-out. Returns how many it found.
-int dropServerConnections(int localPort);
-
 }  // namespace quorvane::emulator

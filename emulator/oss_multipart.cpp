@@ -23,6 +23,11 @@ std::optional<int> parseInt(const std::string& text) {
     return value;
 }
 
+// The storage directory refused a write (a full disk): nothing was stored, the client may try again.
+void internalError(OssRequest& r) {
+    ossError(r.ex, r.bucket, 500, "InternalError", "We encountered an internal error. Please try again.");
+}
+
 void invalidArgument(OssRequest& r, const std::string& message, const std::string& name, const std::string& value) {
     ossError(r.ex, r.bucket, 400, "InvalidArgument", message, {{"ArgumentName", name}, {"ArgumentValue", value}});
 }
@@ -86,7 +91,8 @@ void initiateMultipartUpload(OssRequest& r) {
     auto& ex = r.ex;
     auto type = ex.header("Content-Type").value_or("application/octet-stream");
     auto id = ex.impl.storage.createUpload(r.bucket, r.key, type, metaHeaders(ex));
-    xmlOk(ex, initiateResultXml(r.bucket, r.key, id));
+    if (!id) return internalError(r);
+    xmlOk(ex, initiateResultXml(r.bucket, r.key, *id));
 }
 
 void uploadPart(OssRequest& r) {
@@ -103,9 +109,10 @@ void uploadPart(OssRequest& r) {
                   body->crc(), ossTime(ex.impl.now())};
     auto etag = part.etag;
     auto crc = part.crc64;
-    if (!ex.impl.storage.storePart(ex.param("uploadId").value_or(""), std::move(part), *body)) {
-        openUpload(r);  // completed or aborted meanwhile
-        return;
+    switch (ex.impl.storage.storePart(ex.param("uploadId").value_or(""), std::move(part), *body)) {
+        case Stored::Ok: break;
+        case Stored::NotOpen: openUpload(r); return;  // completed or aborted meanwhile
+        case Stored::Failed: return internalError(r);
     }
     ex.res.status = 200;
     ex.res.set_header("ETag", etag);
@@ -171,9 +178,10 @@ void completeMultipartUpload(OssRequest& r) {
     if (info.notificationRaw) info.notification = decodeNotification(*info.notificationRaw);
     auto etag = info.etag;
     auto crc = info.crc64;
-    if (!ex.impl.storage.completeUpload(upload->info.uploadId, std::move(info), numbers)) {
-        openUpload(r);
-        return;
+    switch (ex.impl.storage.completeUpload(upload->info.uploadId, std::move(info), numbers)) {
+        case Stored::Ok: break;
+        case Stored::NotOpen: openUpload(r); return;
+        case Stored::Failed: return internalError(r);
     }
     auto location = "http://" + r.bucket + "." + ex.impl.hostPort() + "/" + r.key;
     ex.res.set_header("ETag", etag);

@@ -77,7 +77,8 @@ void putObject(OssRequest& r) {
     info.contentType = ex.header("Content-Type").value_or("application/octet-stream");
     info.metadata = metaHeaders(ex);
     info.lastModified = ossTime(ex.impl.now());
-    ex.impl.storage.storeObject(info, *body);
+    if (!ex.impl.storage.storeObject(info, *body))
+        return ossError(ex, r.bucket, 500, "InternalError", "We encountered an internal error. Please try again.");
     ex.res.status = 200;
     ex.res.set_header("ETag", info.etag);
     setCrcHeader(ex, info.crc64);

@@ -74,7 +74,8 @@ bool authorized(OssRequest& r) {
 }
 
 bool validKey(const std::string& key) {
-    return key.size() <= 1023 && key.front() != '/' && key.front() != '\\' && key.find('\0') == std::string::npos;
+    return key.size() <= 1023 && key.front() != '/' && key.front() != '\\' && key.find('\0') == std::string::npos &&
+           validUtf8(key);
 }
 
 void dispatch(OssRequest& r, const std::string& op) {
@@ -128,6 +129,12 @@ void serveOss(Exchange& ex) {
                         {{"BucketName", r.bucket}});
     if (!r.key.empty() && !validKey(r.key))
         return ossError(ex, r.bucket, 400, "InvalidObjectName", "The specified object is not valid.");
+    // Everything stored beside an object is text: metadata, its type and notification.
+    for (const auto& [name, value] : ex.req.headers)
+        if ((startsWith(toLower(name), "x-oss-meta-") || iequals(name, "Content-Type") ||
+             iequals(name, "x-oss-notification")) &&
+            !validUtf8(value))
+            return ossError(ex, r.bucket, 400, "InvalidArgument", "The header " + name + " is not valid UTF-8.");
     dispatch(r, op);
 }
 

@@ -1,6 +1,7 @@
 // Request routing: every method and path reaches one dispatcher that picks the service.
 #include "emulator/router.h"
 
+#include "emulator/oss_service.h"
 #include "foundation/log.h"
 
 namespace quorvane::emulator {
@@ -8,10 +9,27 @@ namespace {
 
 const char* const kAnyPath = "[\\s\\S]*";
 
+// Requests whose body length cannot be told for sure: two lengths, a length that is not a number, or
+// a length beside chunked coding. Whatever a server picked, a proxy in front might pick otherwise.
+std::optional<std::string> framingProblem(const httplib::Request& req) {
+    auto lengths = req.get_header_value_count("Content-Length");
+    if (lengths == 0) return std::nullopt;
+    if (lengths > 1) return "More than one Content-Length header.";
+    auto value = req.get_header_value("Content-Length");
+    if (value.empty() || value.size() > 19 || value.find_first_not_of("0123456789") != std::string::npos)
+        return "The Content-Length header is not a number.";
+    if (req.has_header("Transfer-Encoding")) return "Content-Length and Transfer-Encoding together.";
+    return std::nullopt;
+}
+
 void route(CloudEmulator::Impl& impl, const httplib::Request& req, httplib::Response& res,
            const httplib::ContentReader* reader) {
     try {
         Exchange ex(impl, req, res, reader);
+        if (auto problem = framingProblem(req)) {
+            ex.refuseBody();
+            return ossError(ex, "", 400, "InvalidArgument", *problem);
+        }
         const auto& path = req.path;
         if (startsWith(path, "/enterprise-api/"))
             serveEnterprise(ex);

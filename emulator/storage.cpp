@@ -71,28 +71,37 @@ std::string Storage::uploadDir(const std::string& uploadId) const {
     return (fs::path(dir_) / "uploads" / uploadId).string();
 }
 
-void Storage::saveObjectMeta(const StoredObject& object) const {
-    if (dir_.empty()) return;
+bool Storage::saveObjectMeta(const StoredObject& object) const {
+    if (dir_.empty()) return true;
     auto json = objectToJson(object.info);
-    // A completed multipart upload keeps its parts' files as they are: the record names them in order.
-    if (object.info.partCount > 0) {
-        json["pieces"] = Value::array();
-        for (const auto& piece : object.blob.pieces) json["pieces"].push_back(fs::path(piece.path).filename().string());
-    }
-    writeFileAtomically(objectPath(object.info.bucket, object.info.key) + ".json", json.dump());
+    // The record names its data files in order: one for a simple object, the parts' files as they are
+    // for a completed multipart upload.
+    json["pieces"] = Value::array();
+    for (const auto& piece : object.blob.pieces) json["pieces"].push_back(fs::path(piece.path).filename().string());
+    auto text = recordText(json);
+    return text && writeFileAtomically(objectPath(object.info.bucket, object.info.key) + ".json", *text);
 }
 
-void Storage::saveUploadMeta(const StoredUpload& upload) const {
-    if (!dir_.empty())
-        writeFileAtomically(uploadDir(upload.info.uploadId) + "/upload.json",
-                            uploadToJson(upload.info, upload.metadata).dump());
+bool Storage::saveUploadMeta(const StoredUpload& upload) const {
+    if (dir_.empty()) return true;
+    auto text = recordText(uploadToJson(upload.info, upload.metadata));
+    return text && writeFileAtomically(uploadDir(upload.info.uploadId) + "/upload.json", *text);
 }
+
+namespace {
+void removeFiles(const Blob& blob) {
+    std::error_code ec;
+    for (const auto& piece : blob.pieces)
+        if (!piece.path.empty()) fs::remove(piece.path, ec);
+}
+}  // namespace
 
 // Stores the object's record over any previous one, then removes the files of the version it replaced
 // that the new one does not use: a crash in between leaves a file too many, never a record without data.
-void Storage::putObjectLocked(StoredObject object) {
+// False, with nothing changed, when the record cannot be written.
+bool Storage::putObjectLocked(StoredObject object) {
+    if (!saveObjectMeta(object)) return false;
     buckets_.insert(object.info.bucket);
-    saveObjectMeta(object);
     auto& slot = objects_[{object.info.bucket, object.info.key}];
     std::error_code ec;
     for (const auto& old : slot.blob.pieces) {
@@ -101,13 +110,22 @@ void Storage::putObjectLocked(StoredObject object) {
         if (!old.path.empty() && !kept) fs::remove(old.path, ec);
     }
     slot = std::move(object);
+    return true;
 }
 
-void Storage::storeObject(ObjectInfo info, BlobWriter& body) {
+bool Storage::storeObject(ObjectInfo info, BlobWriter& body) {
     std::lock_guard lock(mutex_);
     StoredObject object{std::move(info), {}};
-    object.blob = body.commit(dir_.empty() ? "" : objectPath(object.info.bucket, object.info.key) + ".data");
-    putObjectLocked(std::move(object));
+    // Each version gets its own data file, so the one it replaces stays whole until the new record is in.
+    auto blob = body.commit(dir_.empty() ? ""
+                                         : objectPath(object.info.bucket, object.info.key) + "." +
+                                               randomHex(12, false) + ".data");
+    if (!blob) return false;
+    object.blob = std::move(*blob);
+    auto written = object.blob;
+    if (putObjectLocked(std::move(object))) return true;
+    removeFiles(written);
+    return false;
 }
 
 std::optional<std::pair<ObjectInfo, Blob>> Storage::object(const std::string& bucket, const std::string& key) const {
@@ -124,8 +142,9 @@ std::vector<ObjectInfo> Storage::objects() const {
     return out;
 }
 
-std::string Storage::createUpload(const std::string& bucket, const std::string& key, const std::string& contentType,
-                                  const std::map<std::string, std::string>& metadata) {
+std::optional<std::string> Storage::createUpload(const std::string& bucket, const std::string& key,
+                                                 const std::string& contentType,
+                                                 const std::map<std::string, std::string>& metadata) {
     StoredUpload upload;
     upload.info = {randomHex(32, true), bucket, key, contentType, UploadState::Open, {}};
     upload.metadata = metadata;
@@ -134,7 +153,11 @@ std::string Storage::createUpload(const std::string& bucket, const std::string& 
         std::error_code ec;
         fs::create_directories(uploadDir(upload.info.uploadId), ec);
     }
-    saveUploadMeta(upload);
+    if (!saveUploadMeta(upload)) {
+        std::error_code ec;
+        fs::remove_all(uploadDir(upload.info.uploadId), ec);
+        return std::nullopt;
+    }
     auto id = upload.info.uploadId;
     uploads_[id] = std::move(upload);
     return id;
@@ -147,20 +170,29 @@ std::optional<StoredUpload> Storage::upload(const std::string& uploadId) const {
     return it->second;
 }
 
-bool Storage::storePart(const std::string& uploadId, PartInfo part, BlobWriter& body) {
+Stored Storage::storePart(const std::string& uploadId, PartInfo part, BlobWriter& body) {
     std::lock_guard lock(mutex_);
     auto it = uploads_.find(uploadId);
-    if (it == uploads_.end() || it->second.info.state != UploadState::Open) return false;
+    if (it == uploads_.end() || it->second.info.state != UploadState::Open) return Stored::NotOpen;
     auto& upload = it->second;
-    auto base = dir_.empty() ? std::string() : uploadDir(uploadId) + "/part-" + std::to_string(part.number);
-    upload.blobs[part.number] = body.commit(base.empty() ? "" : base + ".data");
-    if (!base.empty()) writeFileAtomically(base + ".json", partToJson(part).dump());
     auto& parts = upload.info.parts;
+    auto base = dir_.empty() ? std::string() : uploadDir(uploadId) + "/part-" + std::to_string(part.number);
+    auto blob = body.commit(base.empty() ? "" : base + ".data");
+    auto record = recordText(partToJson(part));
+    if (!blob || !record || (!base.empty() && !writeFileAtomically(base + ".json", *record))) {
+        // The part's files may be half replaced: the part is gone, and the client sends it again.
+        std::error_code ec;
+        if (!base.empty()) fs::remove(base + ".data", ec), fs::remove(base + ".json", ec);
+        upload.blobs.erase(part.number);
+        std::erase_if(parts, [&](const PartInfo& p) { return p.number == part.number; });
+        return Stored::Failed;
+    }
+    upload.blobs[part.number] = std::move(*blob);
     std::erase_if(parts, [&](const PartInfo& p) { return p.number == part.number; });
     auto pos = std::lower_bound(parts.begin(), parts.end(), part.number,
                                 [](const PartInfo& p, int n) { return p.number < n; });
     parts.insert(pos, std::move(part));
-    return true;
+    return Stored::Ok;
 }
 
 void Storage::closeUpload(StoredUpload& upload, UploadState state) {
@@ -175,29 +207,41 @@ void Storage::closeUpload(StoredUpload& upload, UploadState state) {
 
 // The part's file gets a second name beside the object's record (the upload's own name goes when the
 // upload closes), so the object costs a directory entry per part whatever its size.
-Blob::Piece Storage::linkPart(const Blob& part, const std::string& objectBase, const std::string& uploadId,
-                              int number) {
+std::optional<Blob::Piece> Storage::linkPart(const Blob& part, const std::string& objectBase,
+                                             const std::string& uploadId, int number) {
     auto piece = part.pieces.at(0);
     if (piece.memory) return piece;
     auto name = objectBase + "." + uploadId + "-" + std::to_string(number) + ".part";
     std::error_code ec;
     fs::remove(name, ec);
     fs::create_hard_link(piece.path, name, ec);
-    if (ec) fs::copy_file(piece.path, name, ec);  // a file system without hard links
+    if (ec) {
+        ec.clear();
+        fs::copy_file(piece.path, name, ec);  // a file system without hard links
+    }
+    if (ec) {
+        fs::remove(name, ec);
+        return std::nullopt;
+    }
     piece.path = name;
     return piece;
 }
 
-bool Storage::completeUpload(const std::string& uploadId, ObjectInfo info, const std::vector<int>& partNumbers) {
+Stored Storage::completeUpload(const std::string& uploadId, ObjectInfo info, const std::vector<int>& partNumbers) {
     std::lock_guard lock(mutex_);
     auto it = uploads_.find(uploadId);
-    if (it == uploads_.end() || it->second.info.state != UploadState::Open) return false;
+    if (it == uploads_.end() || it->second.info.state != UploadState::Open) return Stored::NotOpen;
     StoredObject object{std::move(info), {}};
     auto base = dir_.empty() ? std::string() : objectPath(object.info.bucket, object.info.key);
-    for (int number : partNumbers) object.blob.add(linkPart(it->second.blobs.at(number), base, uploadId, number));
-    putObjectLocked(std::move(object));
+    for (int number : partNumbers) {
+        auto piece = linkPart(it->second.blobs.at(number), base, uploadId, number);
+        if (!piece) return removeFiles(object.blob), Stored::Failed;
+        object.blob.add(std::move(*piece));
+    }
+    auto linked = object.blob;
+    if (!putObjectLocked(std::move(object))) return removeFiles(linked), Stored::Failed;
     closeUpload(it->second, UploadState::Completed);
-    return true;
+    return Stored::Ok;
 }
 
 bool Storage::abortUpload(const std::string& uploadId) {

@@ -62,7 +62,9 @@ public:
     std::uint64_t crc() const { return crc_; }
     std::string md5Raw();  // once, when the body is whole
     bool ok() const { return !failed_; }
-    Blob commit(const std::string& finalPath);  // finalPath ignored in memory mode
+    // Makes the body a blob under `finalPath` (ignored in memory mode); nullopt, with nothing left on
+    // disk, when any write, the close or the rename failed (a full disk).
+    std::optional<Blob> commit(const std::string& finalPath);
 
 private:
     foundation::Md5Stream md5_;
@@ -75,6 +77,9 @@ private:
     bool failed_ = false;
     bool committed_ = false;
 };
+
+// Outcome of a change to an upload: done, the upload is no longer open, or the disk refused it.
+enum class Stored { Ok, NotOpen, Failed };
 
 struct StoredUpload {
     UploadInfo info;
@@ -93,17 +98,21 @@ public:
     bool hasBucket(const std::string& bucket) const;
     void createBucket(const std::string& bucket);
 
-    void storeObject(ObjectInfo info, BlobWriter& body);
+    // False when the object could not be written whole; what was stored before stays as it was.
+    bool storeObject(ObjectInfo info, BlobWriter& body);
     std::optional<std::pair<ObjectInfo, Blob>> object(const std::string& bucket, const std::string& key) const;
     std::vector<ObjectInfo> objects() const;
 
-    std::string createUpload(const std::string& bucket, const std::string& key, const std::string& contentType,
-                             const std::map<std::string, std::string>& metadata);
+    // The new upload's id; nullopt when its record could not be written.
+    std::optional<std::string> createUpload(const std::string& bucket, const std::string& key,
+                                            const std::string& contentType,
+                                            const std::map<std::string, std::string>& metadata);
     std::optional<StoredUpload> upload(const std::string& uploadId) const;
-    bool storePart(const std::string& uploadId, PartInfo part, BlobWriter& body);  // false unless open
+    // A part that cannot be written leaves the upload without that part number.
+    Stored storePart(const std::string& uploadId, PartInfo part, BlobWriter& body);
     // Makes the listed parts one object and closes the upload in one step, without copying the parts'
-    // bytes; false when the upload is no longer open.
-    bool completeUpload(const std::string& uploadId, ObjectInfo info, const std::vector<int>& partNumbers);
+    // bytes; the upload stays open when the object cannot be written.
+    Stored completeUpload(const std::string& uploadId, ObjectInfo info, const std::vector<int>& partNumbers);
     bool abortUpload(const std::string& uploadId);
     std::vector<UploadInfo> uploads() const;
 
@@ -114,13 +123,14 @@ private:
     };
     std::string objectPath(const std::string& bucket, const std::string& key) const;
     std::string uploadDir(const std::string& uploadId) const;
-    void saveObjectMeta(const StoredObject& object) const;
-    void saveUploadMeta(const StoredUpload& upload) const;
+    bool saveObjectMeta(const StoredObject& object) const;
+    bool saveUploadMeta(const StoredUpload& upload) const;
     void closeUpload(StoredUpload& upload, UploadState state);
     void loadObjects();
     void loadUploads();
-    void putObjectLocked(StoredObject object);
-    Blob::Piece linkPart(const Blob& part, const std::string& objectBase, const std::string& uploadId, int number);
+    bool putObjectLocked(StoredObject object);
+    std::optional<Blob::Piece> linkPart(const Blob& part, const std::string& objectBase, const std::string& uploadId,
+                                        int number);
 
     std::string dir_;
     mutable std::mutex mutex_;

@@ -4,6 +4,9 @@
 #include <fstream>
 #include <sstream>
 
+#include <fcntl.h>
+#include <unistd.h>
+
 namespace quorvane::emulator {
 namespace {
 
@@ -99,15 +102,30 @@ UploadInfo uploadFromJson(const Value& j, std::map<std::string, std::string>& me
     return u;
 }
 
+std::optional<std::string> recordText(const Value& json) {
+    try {
+        return json.dump();
+    } catch (const Value::exception&) {
+        return std::nullopt;
+    }
+}
+
 bool writeFileAtomically(const std::string& path, const std::string& text) {
     auto temp = path + ".tmp";
-    {
-        std::ofstream out(temp, std::ios::binary | std::ios::trunc);
-        if (!out.write(text.data(), static_cast<std::streamsize>(text.size()))) return false;
+    int fd = ::open(temp.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+    if (fd < 0) return false;
+    bool ok = true;
+    for (std::size_t done = 0; ok && done < text.size();) {
+        auto n = ::write(fd, text.data() + done, text.size() - done);
+        if (n < 0 && errno == EINTR) continue;
+        ok = n > 0;
+        if (ok) done += static_cast<std::size_t>(n);
     }
+    ok = ::close(fd) == 0 && ok;
     std::error_code ec;
-    std::filesystem::rename(temp, path, ec);
-    return !ec;
+    if (ok) std::filesystem::rename(temp, path, ec);
+    if (!ok || ec) std::filesystem::remove(temp, ec);
+    return ok && !ec;
 }
 
 std::optional<Value> readJsonFile(const std::string& path) {

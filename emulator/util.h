@@ -26,6 +26,8 @@ std::string trim(std::string_view s);
 bool startsWith(std::string_view s, std::string_view prefix);
 bool endsWith(std::string_view s, std::string_view suffix);
 bool iequals(std::string_view a, std::string_view b);
+// Well-formed UTF-8: no stray continuation bytes, overlong forms, surrogates or code points past U+10FFFF.
+bool validUtf8(std::string_view s);
 
 // RPC-style percent encoding: keep A-Z a-z 0-9 - _ . ~, everything else %XY upper-case.
 std::string percentEncode(std::string_view s);

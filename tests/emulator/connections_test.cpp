@@ -1,0 +1,199 @@
+// The server under clients that misbehave at the connection level: connections held open without a
+// request, idle keep-alive connections, bodies too large to take, ambiguous body lengths; and a server
+// that stops while another one shares its port, or listens on IPv6.
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "emulator_test_support.h"
+
+namespace quorvane::emulator {
+namespace {
+
+using testing::CloudTest;
+using testing::signedHeaders;
+
+// A raw client socket: requests written byte for byte, answers read with a generous time-out.
+class RawConnection {
+public:
+    RawConnection(const char* address, int port) {
+        fd_ = ::socket(AF_INET, SOCK_STREAM, 0);
+        sockaddr_in addr{};
+        addr.sin_family = AF_INET;
+        addr.sin_port = htons(static_cast<std::uint16_t>(port));
+        inet_pton(AF_INET, address, &addr.sin_addr);
+        connected_ = ::connect(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr) == 0;
+    }
+    ~RawConnection() { ::close(fd_); }
+    RawConnection(const RawConnection&) = delete;
+    RawConnection& operator=(const RawConnection&) = delete;
+
+    bool connected() const { return connected_; }
+    bool send(const std::string& text) { return ::send(fd_, text.data(), text.size(), MSG_NOSIGNAL) == ssize_t(text.size()); }
+    // Everything until the answer's headers and Content-Length bytes of body, or "" after 20 s.
+    std::string answer() {
+        std::string text;
+        while (true) {
+            auto end = text.find("\r\n\r\n");
+            if (end != std::string::npos) {
+                auto at = toLowerCopy(text).find("content-length:");
+                std::size_t length = at == std::string::npos ? 0 : std::stoul(text.substr(at + 15));
+                if (text.size() >= end + 4 + length) return text;
+            }
+            char buf[4096];
+            pollfd p{fd_, POLLIN, 0};
+            if (::poll(&p, 1, 20000) <= 0) return "";
+            auto n = ::recv(fd_, buf, sizeof buf, 0);
+            if (n <= 0) return "";
+            text.append(buf, static_cast<std::size_t>(n));
+        }
+    }
+    // True when the server closes the connection within 20 s.
+    bool closedByServer() {
+        pollfd p{fd_, POLLIN, 0};
+        char buf[256];
+        return ::poll(&p, 1, 20000) == 1 && ::recv(fd_, buf, sizeof buf, 0) <= 0;
+    }
+
+private:
+    static std::string toLowerCopy(std::string s) {
+        for (auto& c : s) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        return s;
+    }
+    int fd_ = -1;
+    bool connected_ = false;
+};
+
+std::string statusLine(const std::string& answer) { return answer.substr(0, answer.find("\r\n")); }
+
+std::string requestText(const std::string& method, const std::string& target, const httplib::Headers& headers,
+                        const std::string& extra) {
+    std::string text = method + " " + target + " HTTP/1.1\r\nHost: 127.0.0.1\r\n";
+    for (const auto& [k, v] : headers) text += k + ": " + v + "\r\n";
+    return text + extra + "\r\n";
+}
+
+class ConnectionTest : public CloudTest {
+protected:
+    void SetUp() override {
+        CloudTest::SetUp();
+        client->set_read_timeout(20);  // only "does not hang": the answer is expected at once
+    }
+};
+
+TEST_F(ConnectionTest, ConnectionsHeldOpenDoNotStarveOtherClients) {
+    std::vector<std::unique_ptr<RawConnection>> halfOpen, idle;
+    for (int i = 0; i < 40; ++i) {
+        halfOpen.push_back(std::make_unique<RawConnection>("127.0.0.1", cloud.port()));
+        ASSERT_TRUE(halfOpen.back()->send("GET /" + bucket() + "/x HTTP/1.1\r\nHost: 127.0.0.1\r\n"));
+    }
+    auto res = get(path("none"), path("none"), root);
+    ASSERT_TRUE(res) << "no answer while 40 connections wait for the rest of their request";
+    EXPECT_EQ(res->status, 404);
+
+    for (int i = 0; i < 40; ++i) {
+        idle.push_back(std::make_unique<RawConnection>("127.0.0.1", cloud.port()));
+        ASSERT_TRUE(idle.back()->send(requestText("GET", "/logstores/s/track?APIVersion=0.6.0", {}, "")));
+        ASSERT_EQ(statusLine(idle.back()->answer()), "HTTP/1.1 200 OK");
+    }
+    httplib::Client fresh("127.0.0.1", cloud.port());
+    fresh.set_read_timeout(20);
+    res = fresh.Get("/logstores/s/track?APIVersion=0.6.0");
+    ASSERT_TRUE(res) << "no answer while 40 kept-alive connections are idle";
+    EXPECT_EQ(res->status, 200);
+}
+
+TEST_F(ConnectionTest, BodiesTooLargeAreRefusedFromTheHeaders) {
+    const auto target = path("huge.bin");
+    auto headers = signedHeaders(root, "PUT", target, "application/octet-stream");
+    RawConnection c("127.0.0.1", cloud.port());
+    // 5 GiB + 1 announced, none of it sent: the answer must not wait for the body.
+    ASSERT_TRUE(c.send(requestText("PUT", target, headers,
+                                   "Content-Type: application/octet-stream\r\nContent-Length: 5368709121\r\n")));
+    auto answer = c.answer();
+    EXPECT_EQ(statusLine(answer), "HTTP/1.1 400 Bad Request");
+    EXPECT_NE(answer.find("<Code>EntityTooLarge</Code>"), std::string::npos) << answer;
+    EXPECT_TRUE(c.closedByServer());  // the unread body is not taken for the next request
+    EXPECT_FALSE(cloud.object(bucket(), "huge.bin"));
+
+    // Exactly the limit is allowed to start: the server waits for the body, so it does not answer.
+    RawConnection allowed("127.0.0.1", cloud.port());
+    ASSERT_TRUE(allowed.send(requestText("PUT", target, headers,
+                                         "Content-Type: application/octet-stream\r\nContent-Length: 5368709120\r\n")));
+    ASSERT_TRUE(allowed.send(std::string(1000, 'x')));
+    EXPECT_EQ(get(path("none"), path("none"), root)->status, 404);  // and others are still served
+}
+
+TEST_F(ConnectionTest, AmbiguousBodyLengthsAreRefused) {
+    const auto target = path("twice.bin");
+    auto headers = signedHeaders(root, "PUT", target, "application/octet-stream");
+    for (const char* framing : {"Content-Length: 5\r\nContent-Length: 5\r\n", "Content-Length: 5\r\nContent-Length: 7\r\n",
+                                "Content-Length: +5\r\n", "Content-Length: 5\r\nTransfer-Encoding: chunked\r\n"}) {
+        RawConnection c("127.0.0.1", cloud.port());
+        ASSERT_TRUE(c.send(requestText("PUT", target, headers, std::string("Content-Type: application/octet-stream\r\n") + framing) +
+                           "hello"));
+        auto answer = c.answer();
+        EXPECT_EQ(statusLine(answer), "HTTP/1.1 400 Bad Request") << framing;
+        EXPECT_NE(answer.find("<Code>InvalidArgument</Code>"), std::string::npos) << framing;
+    }
+    EXPECT_FALSE(cloud.object(bucket(), "twice.bin"));
+    EXPECT_EQ(put("twice.bin", "hello", root)->status, 200);
+}
+
+TEST(CloudConnections, StoppingOneServerLeavesAnotherOnTheSamePortAlone) {
+    CloudEmulator first;
+    ASSERT_TRUE(first.start());
+    EmulatorOptions options;
+    options.host = "127.0.0.2";
+    options.port = first.port();
+    CloudEmulator second(options);
+    if (!second.start()) GTEST_SKIP() << "127.0.0.2 is not usable here";
+    RawConnection c("127.0.0.2", second.port());
+    const auto request = requestText("GET", "/logstores/s/track?APIVersion=0.6.0", {}, "");
+    ASSERT_TRUE(c.send(request));
+    ASSERT_EQ(statusLine(c.answer()), "HTTP/1.1 200 OK");
+    first.stop();
+    ASSERT_TRUE(c.send(request));  // the kept-alive connection to the other server still works
+    EXPECT_EQ(statusLine(c.answer()), "HTTP/1.1 200 OK");
+}
+
+TEST(CloudConnections, StopEndsIdleKeptAliveConnections) {
+    CloudEmulator cloud;
+    ASSERT_TRUE(cloud.start());
+    RawConnection c("127.0.0.1", cloud.port());
+    ASSERT_TRUE(c.send(requestText("GET", "/logstores/s/track?APIVersion=0.6.0", {}, "")));
+    ASSERT_EQ(statusLine(c.answer()), "HTTP/1.1 200 OK");
+    cloud.stop();
+    EXPECT_FALSE(cloud.running());
+    EXPECT_TRUE(c.closedByServer());
+}
+
+TEST(CloudConnections, AnswersARequestGivenAsBytes) {
+    CloudEmulator cloud;
+    EXPECT_EQ(cloud.answerRawRequest("GET / HTTP/1.1\r\n\r\n"), "");  // not started
+    ASSERT_TRUE(cloud.start());
+    auto ok = cloud.answerRawRequest("GET /logstores/s/track?APIVersion=0.6.0 HTTP/1.1\r\nHost: x\r\n\r\n");
+    EXPECT_EQ(statusLine(ok), "HTTP/1.1 200 OK");
+    auto twice = cloud.answerRawRequest("PUT /b/k HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\nxy");
+    EXPECT_EQ(statusLine(twice), "HTTP/1.1 400 Bad Request");
+    EXPECT_EQ(cloud.requests().size(), 2u);
+}
+
+TEST(CloudConnections, Ipv6EndpointIsUsable) {
+    EmulatorOptions options;
+    options.host = "::1";
+    CloudEmulator cloud(options);
+    if (!cloud.start()) GTEST_SKIP() << "no IPv6 loopback here";
+    EXPECT_EQ(cloud.endpoint(), "http://[::1]:" + std::to_string(cloud.port()));
+    EXPECT_EQ(cloud.hostPort(), "[::1]:" + std::to_string(cloud.port()));
+    httplib::Client client(cloud.endpoint());
+    client.set_read_timeout(20);
+    auto res = client.Get("/logstores/s/track?APIVersion=0.6.0");
+    ASSERT_TRUE(res) << httplib::to_string(res.error());
+    EXPECT_EQ(res->status, 200);
+}
+
+}  // namespace
+}  // namespace quorvane::emulator

@@ -1,0 +1,142 @@
+// A storage directory that refuses writes (a full disk, here a file-size limit) and records that cannot
+// be written: the client gets an error, never a 200, and nothing half-written stays behind.
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "emulator_test_support.h"
+
+namespace quorvane::emulator {
+namespace {
+
+using testing::Key;
+using testing::signedHeaders;
+using testing::xmlField;
+namespace fs = std::filesystem;
+
+// Files larger than `bytes` cannot be written while this lives: a write past it fails with EFBIG
+// (SIGXFSZ, which would end the process, is ignored meanwhile).
+class FileSizeLimit {
+public:
+    explicit FileSizeLimit(rlim_t bytes) {
+        getrlimit(RLIMIT_FSIZE, &saved_);
+        previous_ = signal(SIGXFSZ, SIG_IGN);
+        rlimit limit{bytes, saved_.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &limit);
+    }
+    ~FileSizeLimit() {
+        setrlimit(RLIMIT_FSIZE, &saved_);
+        signal(SIGXFSZ, previous_);
+    }
+
+private:
+    rlimit saved_{};
+    sighandler_t previous_;
+};
+
+std::vector<std::string> filesUnder(const fs::path& dir) {
+    std::vector<std::string> out;
+    for (const auto& entry : fs::recursive_directory_iterator(dir))
+        if (entry.is_regular_file()) out.push_back(fs::relative(entry.path(), dir).string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+class FullDiskTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = fs::temp_directory_path() / ("emulator-full-" + std::to_string(::getpid()));
+        fs::remove_all(dir);
+        options.storageDir = dir.string();
+        cloud = std::make_unique<CloudEmulator>(options);
+        ASSERT_TRUE(cloud->start());
+        client = std::make_unique<httplib::Client>("127.0.0.1", cloud->port());
+        client->set_read_timeout(60);
+    }
+    void TearDown() override {
+        client.reset();
+        cloud.reset();
+        fs::remove_all(dir);
+    }
+
+    std::string path(const std::string& key) const { return "/" + options.bucket + "/" + key; }
+    httplib::Result put(const std::string& key, const std::string& body,
+                        std::map<std::string, std::string> ossHeaders = {}) {
+        const std::string type = "application/octet-stream";
+        return client->Put(path(key), signedHeaders(key_, "PUT", path(key), type, "", ossHeaders), body, type);
+    }
+    httplib::Result post(const std::string& key, const std::string& query, const std::string& body,
+                         std::map<std::string, std::string> ossHeaders = {}) {
+        const std::string type = "application/xml";
+        return client->Post(path(key) + "?" + query,
+                            signedHeaders(key_, "POST", path(key) + "?" + query, type, "", ossHeaders), body, type);
+    }
+    httplib::Result putPart(const std::string& key, const std::string& uploadId, int number, const std::string& body) {
+        auto resource = path(key) + "?partNumber=" + std::to_string(number) + "&uploadId=" + uploadId;
+        const std::string type = "application/octet-stream";
+        return client->Put(resource, signedHeaders(key_, "PUT", resource, type), body, type);
+    }
+
+    EmulatorOptions options;
+    Key key_{options.accessKeyId, options.accessKeySecret, ""};
+    fs::path dir;
+    std::unique_ptr<CloudEmulator> cloud;
+    std::unique_ptr<httplib::Client> client;
+};
+
+TEST_F(FullDiskTest, RefusedWritesAnswerAnErrorAndKeepWhatWasStored) {
+    ASSERT_EQ(put("kept.bin", "old bytes")->status, 200);
+    auto uploadId = xmlField(post("movie.mp4", "uploads", "")->body, "UploadId");
+    ASSERT_FALSE(uploadId.empty());
+    ASSERT_EQ(putPart("movie.mp4", uploadId, 1, std::string(200, 'p'))->status, 200);
+    const auto before = filesUnder(dir);
+    {
+        FileSizeLimit limit(1000);
+        // Bodies that fit in the writer's buffer meet the limit only when it is flushed.
+        for (const auto& key : {"kept.bin", "new.bin"}) {
+            auto res = put(key, std::string(3000, 'n'));
+            ASSERT_TRUE(res);
+            EXPECT_EQ(res->status, 500) << key;
+            EXPECT_EQ(xmlField(res->body, "Code"), "InternalError");
+        }
+        EXPECT_EQ(put("big.bin", std::string(3 << 20, 'b'))->status, 500);
+        // The data fits, its record does not.
+        EXPECT_EQ(put("noted.bin", "small", {{"x-oss-meta-note", std::string(1200, 'm')}})->status, 500);
+        EXPECT_EQ(post("other.mp4", "uploads", "", {{"x-oss-meta-note", std::string(1200, 'm')}})->status, 500);
+        EXPECT_EQ(putPart("movie.mp4", uploadId, 2, std::string(3000, 'q'))->status, 500);
+    }
+    EXPECT_EQ(filesUnder(dir), before);
+    EXPECT_EQ(cloud->objectBytes(options.bucket, "kept.bin"), "old bytes");
+    EXPECT_FALSE(cloud->object(options.bucket, "new.bin"));
+    ASSERT_EQ(cloud->upload(uploadId)->parts.size(), 1u);
+
+    cloud.reset();  // what is on disk says the same
+    cloud = std::make_unique<CloudEmulator>(options);
+    ASSERT_TRUE(cloud->start());
+    EXPECT_EQ(cloud->objectBytes(options.bucket, "kept.bin"), "old bytes");
+    EXPECT_FALSE(cloud->object(options.bucket, "new.bin"));
+    EXPECT_FALSE(cloud->object(options.bucket, "noted.bin"));
+    EXPECT_EQ(cloud->upload(uploadId)->parts.size(), 1u);
+}
+
+TEST_F(FullDiskTest, NamesAndMetadataThatAreNotUtf8AreRefusedWithoutFiles) {
+    const auto before = filesUnder(dir);
+    auto key = put("bad-\xff-key", "body");
+    ASSERT_TRUE(key);
+    EXPECT_EQ(key->status, 400);
+    EXPECT_EQ(xmlField(key->body, "Code"), "InvalidObjectName");
+    for (const char* value : {"\xc3", "\xc0\xaf", "\xed\xa0\x80", "caf\xe9"}) {
+        auto meta = put("meta.bin", "body", {{"x-oss-meta-note", value}});
+        ASSERT_TRUE(meta);
+        EXPECT_EQ(meta->status, 400) << value;
+        EXPECT_EQ(xmlField(meta->body, "Code"), "InvalidArgument");
+        EXPECT_EQ(post("meta.mp4", "uploads", "", {{"x-oss-meta-note", value}})->status, 400);
+    }
+    EXPECT_EQ(filesUnder(dir), before);
+    EXPECT_EQ(put("caf\xc3\xa9-\xe2\x82\xac.bin", "body", {{"x-oss-meta-note", "\xf0\x9f\x8e\xac"}})->status, 200);
+}
+
+}  // namespace
+}  // namespace quorvane::emulator
