@@ -4,6 +4,7 @@
 #include "device/ApiScanViewController.h"
 #include "permission/LBXPermission.h"
 #include "permission/LBXPermissionSetting.h"
+#include "platform/media_picker.h"
 
 namespace quorvane {
 namespace {
@@ -39,8 +40,9 @@ void QuorvaneApiManager::scanWithController(Controller controller, SuccessCallba
             if (failCallback) failCallback(Value(message));
         });
         scanner->setPermissions(scanPermissions());
-        // The full-screen style belongs on the host's controller here, not on the scanner; the
-        // platform's controllers have no style of their own, so there is nothing to set.
+        // The full-screen style goes on the host's own controller, not on the scanner (kept as the
+        // host expects it).
+        if (controller) controller->setModalPresentationStyle(platform::ModalPresentationFullScreen);
         LBXScanViewController::presentScanner(controller, scanner, true);
     });
 }

@@ -64,7 +64,9 @@ void QuorvaneApiManager::uploadFile(const Value& params, Controller controller, 
         url, formData, *bytes, name, kind.partFileName, kind.mediaType, header,
         [hud, localPath, successCallback, failCallback](const Value& data, const std::string&, const std::optional<Error>&) {
             if (hud) hud->hide(true);
-            if (data.is_null()) return failCallback(kErrorWordRequestFailed);  // the file stays for a retry
+            // Only a dictionary is an answer; anything else (no JSON, an array, a number) is a failed
+            // request and the file stays for a retry.
+            if (!data.is_object()) return failCallback(kErrorWordRequestFailed);
             deleteSandboxFile("file://" + localPath);
             successCallback(data);
         },

@@ -1,6 +1,7 @@
 #include "device/ApiScanViewController.h"
 
 #include "foundation/log.h"
+#include "permission/UIButtonBlock.h"
 
 namespace quorvane {
 
@@ -42,7 +43,7 @@ std::shared_ptr<ApiScanButton> ApiScanViewController::addButton(const std::strin
     button->setTintColor({1, 1, 1, 1});
     button->setFrame(frame);
     std::weak_ptr<ApiScanViewController> weak = self();
-    button->setAction([weak, action = std::move(action)](platform::Button&) {
+    UIButton_Block::addAction(*button, [weak, action = std::move(action)](platform::Button&) {
         if (auto screen = weak.lock()) action(*screen);
     });
     view()->addSubview(button);

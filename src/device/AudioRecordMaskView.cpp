@@ -1,12 +1,13 @@
 #include "device/AudioRecordMaskView.h"
 
+#include "device/InterfaceFile.h"
 #include "foundation/log.h"
 #include "platform/platform.h"
 
 namespace quorvane {
 namespace {
 
-constexpr platform::Color kDimming{0, 0, 0, 0.4};
+constexpr const char* kInterfaceFile = "QuorvaneApiSDKImage.bundle/AudioRecordMaskView";
 
 platform::Rect screenRect() {
     auto device = platform::Platform::current().device;
@@ -19,8 +20,8 @@ platform::Rect screenRect() {
 std::shared_ptr<AudioRecordMaskView> AudioRecordMaskView::initWithAudioRecordMaxTimeLimit(
     std::int32_t limit, RecordStopCallbackType callback) {
     auto view = std::make_shared<AudioRecordMaskView>();
-    view->loadLayout();
     view->setFrame(screenRect());
+    view->loadLayout();
     view->RecordStopCallback_ = std::move(callback);
     view->audioRecordTool_ = std::make_shared<AudioRecordTool>();
     view->audioRecordMaxTimeLimit_ = limit;
@@ -33,30 +34,17 @@ AudioRecordMaskView::~AudioRecordMaskView() {
     if (timer_) timer_->invalidate();
 }
 
-// The layout: a centred panel with the seconds label and the stop button; the overlay owns them
-// through its subviews, the outlets only point at them.
+// The layout comes from the bundle's interface file; the overlay owns its views through its
+// subviews, the outlets only point at them. A missing file leaves a bare overlay (and a log line):
+// the recording and the countdown go on without anything to show them.
 void AudioRecordMaskView::loadLayout() {
-    auto screen = screenRect();
-    setBackgroundColor(kDimming);
-    auto panel = std::make_shared<platform::View>();
-    panel->setFrame({(screen.width - 200) / 2, (screen.height - 160) / 2, 200, 160});
-    panel->setBackgroundColor({1, 1, 1, 1});
-    addSubview(panel);
-
-    auto label = std::make_shared<platform::Label>();
-    label->setFrame({20, 20, 160, 60});
-    panel->addSubview(label);
-    durationLab_ = label;
-
-    auto button = std::make_shared<platform::Button>();
-    button->setFrame({40, 100, 120, 40});
-    button->setTitle("结束录音");
     std::weak_ptr<AudioRecordMaskView> weakSelf = std::static_pointer_cast<AudioRecordMaskView>(shared_from_this());
-    button->setAction([weakSelf](platform::Button& sender) {
-        if (auto self = weakSelf.lock()) self->recordStopBtnClick(&sender);
-    });
-    panel->addSubview(button);
-    stopButton_ = button;
+    auto outlets = loadInterfaceFile(kInterfaceFile, *this, {{"recordStopBtnClick:", [weakSelf](platform::Button& sender) {
+                                                                 if (auto self = weakSelf.lock()) self->recordStopBtnClick(&sender);
+                                                             }}});
+    if (!outlets) return;
+    durationLab_ = std::dynamic_pointer_cast<platform::Label>((*outlets)["durationLab"]);
+    stopButton_ = std::dynamic_pointer_cast<platform::Button>((*outlets)["stopButton"]);
 }
 
 // The tool's own limit is twice the overlay's, so the countdown is what ends a recording. "acc" is

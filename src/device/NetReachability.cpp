@@ -13,6 +13,7 @@
 #include "foundation/dispatch.h"
 #include "foundation/log.h"
 #include "foundation/notification_center.h"
+#include "platform/assertion.h"
 
 namespace quorvane {
 
@@ -36,12 +37,8 @@ std::map<std::uint64_t, std::weak_ptr<NetReachability>>& registry() {
 std::mutex gSlotMutex;
 std::shared_ptr<NetReachability> gHostSlot;
 
-[[noreturn]] void assertionFailure(const char* function, int line, const char* text) {
-    char head[256];
-    std::snprintf(head, sizeof head, "*** Assertion failure in %s, NetReachability:%d", function, line);
-    foundation::logLine(head);
-    foundation::logLine(text);
-    std::abort();
+void assertionFailure(const char* function, int line, const char* text) {
+    platform::assertionFailed({function, "NetReachability", line, text});
 }
 
 bool isRegistered(const void* info) {
@@ -146,8 +143,11 @@ NetworkStatus NetReachability::currentReachabilityStatus() {
 }
 
 bool NetReachability::connectionRequired() {
-    if (!reachabilityRef_) assertionFailure("-[NetReachability connectionRequired]", 309,
-                                            "connectionRequired called with NULL reachabilityRef");
+    if (!reachabilityRef_) {
+        assertionFailure("-[NetReachability connectionRequired]", 309,
+                         "connectionRequired called with NULL reachabilityRef");
+        return false;
+    }
     auto flags = reachabilityRef_->flags();
     return flags && (*flags & kReachabilityFlagsConnectionRequired);
 }
@@ -170,8 +170,9 @@ NetworkStatus NetReachability::NetReachWorkStatusForFlags(ReachabilityFlags flag
 }
 
 void ReachabilityCallback(ReachabilityTarget* /*target*/, ReachabilityFlags /*flags*/, void* info) {
-    if (info == nullptr) assertionFailure(kCallbackFunction, 89, "info was NULL in ReachabilityCallback");
-    if (!isRegistered(info)) assertionFailure(kCallbackFunction, 90, "info was wrong class in ReachabilityCallback");
+    if (info == nullptr) return assertionFailure(kCallbackFunction, 89, "info was NULL in ReachabilityCallback");
+    if (!isRegistered(info))
+        return assertionFailure(kCallbackFunction, 90, "info was wrong class in ReachabilityCallback");
     auto* noteObject = static_cast<NetReachability*>(info);
     const NetworkStatus status = noteObject->currentReachabilityStatus();
     foundation::logLine("status:" + std::to_string(status));

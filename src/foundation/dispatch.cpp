@@ -158,11 +158,11 @@ const std::string& ConcurrentQueue::label() const { return label_; }
 
 Semaphore::Semaphore(long value) : value_(value) {}
 
+// Notified under the lock: a waiter cannot return, and destroy the semaphore, before notify_one
+// has finished with it.
 void Semaphore::signal() {
-    {
-        std::lock_guard lock(mutex_);
-        ++value_;
-    }
+    std::lock_guard lock(mutex_);
+    ++value_;
     cv_.notify_one();
 }
 

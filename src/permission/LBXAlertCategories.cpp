@@ -2,8 +2,6 @@
 
 namespace quorvane {
 
-const char ActionTag = 0;
-
 namespace {
 
 char kAlertViewBlockKey;
@@ -28,26 +26,15 @@ std::shared_ptr<BlockDelegate> blockDelegate() {
     return delegate;
 }
 
-template <class Block>
-Block storedBlock(const platform::AssociatedObjects& owner, const void* key) {
-    auto stored = std::static_pointer_cast<Block>(platform::associatedObject(owner, key));
-    return stored ? *stored : Block();
-}
-
-template <class Block>
-void storeBlock(const platform::AssociatedObjects& owner, const void* key, Block block) {
-    platform::setAssociatedObject(owner, key, block ? std::make_shared<Block>(std::move(block)) : nullptr);
-}
-
 }  // namespace
 
 UIAlertView_LBXAlertAction::Block UIAlertView_LBXAlertAction::block(const platform::AlertView& view) {
-    return storedBlock<Block>(view, &kAlertViewBlockKey);
+    return platform::associatedBlock<Block>(view, &kAlertViewBlockKey);
 }
 
 void UIAlertView_LBXAlertAction::setBlock(platform::AlertView& view, Block block) {
     platform::removeAssociatedObjects(view);
-    storeBlock(view, &kAlertViewBlockKey, std::move(block));
+    platform::setAssociatedBlock(view, &kAlertViewBlockKey, std::move(block));
 }
 
 void UIAlertView_LBXAlertAction::showWithBlock(platform::AlertView& view, Block block) {
@@ -57,11 +44,11 @@ void UIAlertView_LBXAlertAction::showWithBlock(platform::AlertView& view, Block 
 }
 
 UIActionSheet_LBXAlertAction::Block UIActionSheet_LBXAlertAction::block(const platform::ActionSheet& sheet) {
-    return storedBlock<Block>(sheet, &kActionSheetBlockKey);
+    return platform::associatedBlock<Block>(sheet, &kActionSheetBlockKey);
 }
 
 void UIActionSheet_LBXAlertAction::setBlock(platform::ActionSheet& sheet, Block block) {
-    storeBlock(sheet, &kActionSheetBlockKey, std::move(block));
+    platform::setAssociatedBlock(sheet, &kActionSheetBlockKey, std::move(block));
 }
 
 void UIActionSheet_LBXAlertAction::showInView(platform::ActionSheet& sheet, std::shared_ptr<platform::Presenter> view,
@@ -74,9 +61,11 @@ void UIActionSheet_LBXAlertAction::showInView(platform::ActionSheet& sheet, std:
 std::shared_ptr<platform::Presenter> UIWindow_LBXHierarchy::topMostController(const platform::ControllerWindow& window) {
     auto top = window.rootViewController();
     while (top) {
-        auto presented = std::dynamic_pointer_cast<platform::Presenter>(top->presentedViewController());
+        auto presented = top->presentedViewController();
         if (!presented) break;
-        top = presented;
+        // The walk goes to the last one even when it cannot present in turn (an alert): then there
+        // is no controller to present from.
+        top = std::dynamic_pointer_cast<platform::Presenter>(presented);
     }
     return top;
 }
@@ -93,24 +82,6 @@ std::shared_ptr<platform::Presenter> UIWindow_LBXHierarchy::currentViewControlle
 
 int UIAlertController_supportedInterfaceOrientations::supportedInterfaceOrientations(const platform::AlertController&) {
     return 2;
-}
-
-}  // namespace quorvane
-
-namespace quorvane {
-
-void UIButton_Block::addAction(platform::Button& button, ActionBlock block) {
-    addAction(button, std::move(block), platform::UIControlEventTouchUpInside);
-}
-
-void UIButton_Block::addAction(platform::Button& button, ActionBlock block, unsigned long controlEvents) {
-    // Copied, not retained by reference: the block is the button's own from now on.
-    storeBlock(button, &ActionTag, std::move(block));
-    button.addTarget(&button, &UIButton_Block::action, controlEvents);
-}
-
-void UIButton_Block::action(platform::Button& sender) {
-    if (auto block = storedBlock<ActionBlock>(sender, &ActionTag)) block(sender);
 }
 
 }  // namespace quorvane

@@ -1,11 +1,12 @@
 #pragma once
 // What the alert helpers attach to the platform's classes: the tap callbacks of legacy alert views
-// and action sheets (kept in the associated-object side table, so they go with their view), the
+// and action sheets (buttons' in UIButtonBlock.h) (kept in the associated-object side table, so they go with their view), the
 // window's controller walk, and the alert controller's orientation.
 #include <functional>
 #include <memory>
 #include <string>
 
+#include "permission/UIButtonBlock.h"
 #include "platform/legacy_alerts.h"
 #include "platform/view.h"
 #include "platform/window_hierarchy.h"
@@ -31,23 +32,10 @@ struct UIActionSheet_LBXAlertAction {
     static void showInView(platform::ActionSheet& sheet, std::shared_ptr<platform::Presenter> view, Block block);
 };
 
-// UIButton(Block)
-// The key the button's callback is kept under.
-extern const char ActionTag;
-
-struct UIButton_Block {
-    using ActionBlock = std::function<void(platform::Button& sender)>;
-    // Keeps `block` on the button and has `action` answer touch-up-inside.
-    static void addAction(platform::Button& button, ActionBlock block);
-    // The same for the events in `controlEvents`.
-    static void addAction(platform::Button& button, ActionBlock block, unsigned long controlEvents);
-    // The registered target operation: runs the block kept on `sender`, if any.
-    static void action(platform::Button& sender);
-};
-
 // UIWindow(LBXHierarchy)
 struct UIWindow_LBXHierarchy {
-    // The root controller, then each controller it presents, to the last one.
+    // The root controller, then each controller it presents, to the last one; null when that last
+    // one cannot present in turn (an alert, a picker).
     static std::shared_ptr<platform::Presenter> topMostController(const platform::ControllerWindow& window);
     // topMostController, descending through navigation controllers to their top controller.
     static std::shared_ptr<platform::Presenter> currentViewController(const platform::ControllerWindow& window);

@@ -1,34 +1,12 @@
 #include "permission/LBXPermissionLocation.h"
 
-#include <mutex>
-
-#include "foundation/log.h"
+#include "platform/assertion.h"
 #include "platform/permissions.h"
 
 namespace quorvane {
 namespace {
 
 std::shared_ptr<platform::LocationServices> services() { return platform::PrivacyServices::current().location; }
-
-std::mutex& handlerMutex() {
-    static std::mutex mutex;
-    return mutex;
-}
-
-LBXPermissionLocation::AssertionHandler& handlerSlot() {
-    static LBXPermissionLocation::AssertionHandler handler;
-    return handler;
-}
-
-void assertionFailure(const std::string& source, int line, const std::string& text) {
-    LBXPermissionLocation::AssertionHandler handler;
-    {
-        std::lock_guard lock(handlerMutex());
-        handler = handlerSlot();
-    }
-    if (handler) handler(source, line, text);
-    else foundation::logLine("*** Assertion failure in " + source + ":" + std::to_string(line) + " " + text);
-}
 
 bool present(const std::shared_ptr<platform::AppInfo>& info, const char* key) {
     return info && info->objectForInfoDictionaryKey(key).has_value();
@@ -77,11 +55,6 @@ std::shared_ptr<LBXPermissionLocation> LBXPermissionLocation::sharedManager() {
     return shared;
 }
 
-void LBXPermissionLocation::setAssertionHandler(AssertionHandler handler) {
-    std::lock_guard lock(handlerMutex());
-    handlerSlot() = std::move(handler);
-}
-
 void LBXPermissionLocation::startGps(LBXPermissionCompletion completion) {
     if (locationManager_) stopGps();
     permissionCompletion_ = std::move(completion);
@@ -97,9 +70,10 @@ void LBXPermissionLocation::startGps(LBXPermissionCompletion completion) {
         else if (present(info, "NSLocationWhenInUseUsageDescription"))
             locationManager_->requestWhenInUseAuthorization();
         else
-            assertionFailure("LBXPermissionLocation", 120,
-                             "To use location services in iOS 8+, your Info.plist must provide a value for either "
-                             "NSLocationWhenInUseUsageDescription or NSLocationAlwaysUsageDescription.");
+            platform::assertionFailed({"-[LBXPermissionLocation startGps:]", "LBXPermissionLocation", 120,
+                                       "To use location services in iOS 8+, your Info.plist must provide a value for "
+                                       "either NSLocationWhenInUseUsageDescription or "
+                                       "NSLocationAlwaysUsageDescription."});
     }
     locationManager_->startUpdatingLocation();
 }

@@ -13,17 +13,12 @@ namespace quorvane {
 class LBXPermissionLocation : public platform::LocationManagerDelegate,
                               public std::enable_shared_from_this<LBXPermissionLocation> {
 public:
-    // Reports a failed assertion: source, line, text.
-    using AssertionHandler = std::function<void(const std::string& source, int line, const std::string& text)>;
-
     static bool isServicesEnabled();
     // Authorised always (3) or when in use (4).
     static bool authorized();
     static int authorizationStatus();
     static void authorizeWithCompletion(LBXPermissionCompletion completion);
     static std::shared_ptr<LBXPermissionLocation> sharedManager();
-    // The default handler logs the failure and carries on; tests and hosts may replace it.
-    static void setAssertionHandler(AssertionHandler handler);
 
     // Replaces any pending callback without calling it, then asks through a fresh manager.
     void startGps(LBXPermissionCompletion completion);

@@ -3,6 +3,7 @@
 // side table keyed by the owning object, whose entries go when the owner is destroyed.
 #include <cstddef>
 #include <memory>
+#include <utility>
 
 namespace quorvane::platform {
 
@@ -22,5 +23,17 @@ std::shared_ptr<void> associatedObject(const AssociatedObjects& owner, const voi
 void removeAssociatedObjects(const AssociatedObjects& owner);
 // How many values are attached, over all owners.
 std::size_t associatedObjectCount();
+
+// A callback kept as an associated value (copied in); an empty one removes it.
+template <class Block>
+Block associatedBlock(const AssociatedObjects& owner, const void* key) {
+    auto stored = std::static_pointer_cast<Block>(associatedObject(owner, key));
+    return stored ? *stored : Block();
+}
+
+template <class Block>
+void setAssociatedBlock(const AssociatedObjects& owner, const void* key, Block block) {
+    setAssociatedObject(owner, key, block ? std::make_shared<Block>(std::move(block)) : nullptr);
+}
 
 }  // namespace quorvane::platform

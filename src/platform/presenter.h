@@ -1,6 +1,7 @@
 #pragma once
 // The screen controller the façade presents from: present and dismiss screens, show HUDs and
 // alerts. Implementations: a real user interface where one exists, headless::HeadlessPresenter here.
+#include <atomic>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -81,9 +82,15 @@ private:
     bool removed_ = false;
 };
 
+// UIModalPresentationAutomatic: the platform chooses how a screen is shown.
+inline constexpr int kModalPresentationAutomatic = -2;
+
 class Presenter : public std::enable_shared_from_this<Presenter> {
 public:
     virtual ~Presenter() = default;
+    // How this controller is shown when it is presented itself (UIModalPresentationStyle; 0 full screen).
+    int modalPresentationStyle() const { return modalPresentationStyle_; }
+    void setModalPresentationStyle(int style) { modalPresentationStyle_ = style; }
     // Presents `controller` modally; `completion` (may be empty) runs once it is on screen.
     virtual void present(std::shared_ptr<ViewController> controller, bool animated, std::function<void()> completion) = 0;
     // Dismisses the screen presented from this controller, if any.
@@ -91,6 +98,8 @@ public:
     virtual std::shared_ptr<ViewController> presentedViewController() const = 0;
     // Adds a new HUD to this controller's view and shows it.
     virtual std::shared_ptr<Hud> showHUD(bool animated) = 0;
+private:
+    std::atomic<int> modalPresentationStyle_{kModalPresentationAutomatic};
 };
 
 }  // namespace quorvane::platform

@@ -8,6 +8,8 @@
 //   ApiOSSUploadToolVideo.cpp     the ticket request and the video hand-off
 //   ApiOSSUploadToolRequests.cpp  the HTTP helpers
 #include <atomic>
+#include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -65,6 +67,9 @@ public:
     void simpleUploadMany(const Value& dict, ResultBlock successCallback, ResultBlock failCallback);
     // Asks the enterprise server for a ticket and hands the first of "files" to the engine.
     void VODUploadFile(const Value& dict, ResultBlock successCallback, ResultBlock failCallback);
+    // The overlay's figure while file `index` of `count` is put: that file's own percentage (in
+    // single precision) scaled by its place in the list, truncated.
+    static int imageUploadPercent(std::int64_t sent, std::int64_t expected, std::size_t index, std::size_t count);
 
     // Temporary directory [/ middleDir] / fileName, without touching the disk.
     static std::string getfilePathFromSandboxTmpWithMiddleDir(const std::string& middleDir, const std::string& fileName);

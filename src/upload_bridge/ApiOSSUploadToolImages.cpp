@@ -39,14 +39,15 @@ unsigned long long fileSizeOf(const std::string& path) {
     return error ? 0 : size;
 }
 
-// The overall figure scales the current file's own percentage by its place in the list.
-int overallPercent(std::int64_t sent, std::int64_t expected, std::size_t index, std::size_t count) {
-    if (expected <= 0) return 0;
+}  // namespace
+
+// Deliberately simple: not a byte-accurate total, and it jumps back at each new file.
+int ApiOSSUploadTool::imageUploadPercent(std::int64_t sent, std::int64_t expected, std::size_t index,
+                                         std::size_t count) {
+    if (expected <= 0 || count == 0) return 0;
     float filePercent = static_cast<float>(sent * 1.0 / (expected * 1.0) * 100.0);
     return static_cast<int>(filePercent * static_cast<float>(index + 1) / static_cast<float>(count));
 }
-
-}  // namespace
 
 void ApiOSSUploadTool::simpleUploadMany(const Value& dict, ResultBlock successCallback, ResultBlock failCallback) {
     imageUploadCancelStatus_ = 0;
@@ -114,7 +115,7 @@ void ApiOSSUploadTool::uploadFiles(Value files, std::string bucket, std::string 
             request->uploadingFileURL = localPath;
             std::weak_ptr<ApiOSSUploadTool> weak = self;
             request->uploadProgress = [weak, i, count](std::int64_t, std::int64_t sent, std::int64_t expected) {
-                int percent = overallPercent(sent, expected, i, count);
+                int percent = imageUploadPercent(sent, expected, i, count);
                 foundation::dispatch::main().async([weak, percent] {
                     auto tool = weak.lock();
                     if (tool && tool->uploadingView_) tool->uploadingView_->uploadingViewUpdate(percent);

@@ -18,12 +18,13 @@ namespace {
 
 namespace fs = std::filesystem;
 
-TEST(FacadeErrors, NativeCodesAreCodeMessageDictionaries) {
+TEST(FacadeErrors, NativeCodesAreTwoKeyDictionariesWithTheirTexts) {
+    // As the host reads them: written out, code first.
     EXPECT_EQ(kNativeErrorRequestFailed.toValue().dump(),
               R"({"code":"nativeErrorCode.000","message":"请求失败，请稍后再试"})");
-    EXPECT_EQ(kNativeErrorFileTooLarge.toValue(), nativeError("nativeErrorCode.012", "上传文件过大"));
-    EXPECT_EQ(kNativeErrorTokenExpired.toValue(), nativeError("nativeErrorCode.013", "token expired"));
-    EXPECT_EQ(kNativeErrorUploadFailed.toValue(), nativeError("nativeErrorCode.014", "上传失败"));
+    EXPECT_EQ(kNativeErrorFileTooLarge.toValue().dump(), R"({"code":"nativeErrorCode.012","message":"上传文件过大"})");
+    EXPECT_EQ(kNativeErrorTokenExpired.toValue().dump(), R"({"code":"nativeErrorCode.013","message":"token expired"})");
+    EXPECT_EQ(kNativeErrorUploadFailed.toValue().dump(), R"({"code":"nativeErrorCode.014","message":"上传失败"})");
     EXPECT_STREQ(kErrorWordSystemInfoFailed, "获取手机系统信息失败");
     EXPECT_STREQ(kErrorWordNoLocationPermission, "no location permission");
 }

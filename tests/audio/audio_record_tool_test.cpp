@@ -202,10 +202,18 @@ TEST_F(AudioRecordToolTest, RecorderThatCannotBeMadeReportsInitFailure) {
         EXPECT_TRUE(log.contains("音频格式和文件存储格式不匹配,无法初始化Recorder"));
         EXPECT_FALSE(fresh->judgeStatus());
     }
+}
+
+TEST_F(AudioRecordToolTest, RecorderThatExistsButCannotRecordStillStarts) {
     microphone->setUnavailable(true);
-    events.clear();
-    start(Value::object());
-    EXPECT_EQ(namesOf(events), (Names{"onError"}));
+    foundation::LogCapture log;
+    start(Value{{"duration", "5"}});
+    EXPECT_EQ(namesOf(events), (Names{"onStart"}));
+    EXPECT_FALSE(log.contains("音频格式和文件存储格式不匹配,无法初始化Recorder"));
+    EXPECT_FALSE(tool->judgeStatus());
+    microphone->advance(6);
+    tool->audioRecordStop();  // nothing is recording: nothing to stop
+    EXPECT_EQ(namesOf(events), (Names{"onStart"}));
 }
 
 TEST_F(AudioRecordToolTest, StopWithoutRecordingDoesNothing) {

@@ -19,7 +19,12 @@ TEST(UploadingView, BarAndLabelFollowThePercentage) {
         EXPECT_EQ(view->uploadBar()->frame().height, 4);
         EXPECT_EQ(view->uploadValue()->text(), std::to_string(percent) + "%");
     }
-    EXPECT_DOUBLE_EQ(view->uploadBar()->backgroundColor().blue, 0.9019607901573181);
+    // The bar is (81, 106, 230) in 8-bit channels, opaque.
+    const auto colour = view->uploadBar()->backgroundColor();
+    EXPECT_NEAR(colour.red * 255, 81, 1e-4);
+    EXPECT_NEAR(colour.green * 255, 106, 1e-4);
+    EXPECT_NEAR(colour.blue * 255, 230, 1e-4);
+    EXPECT_EQ(colour.alpha, 1.0);
 }
 
 TEST(UploadingView, CancelCallsBackOnceThenLeavesTheWindow) {

@@ -3,6 +3,7 @@
 #include "permission/LBXPermission.h"
 #include "permission/LBXPermissionLocation.h"
 #include "permission_test_support.h"
+#include "platform/assertion.h"
 
 namespace quorvane {
 namespace {
@@ -14,7 +15,7 @@ class LBXPermissionLocationTest : public PrivacyTest {
 protected:
     void TearDown() override {
         LBXPermissionLocation::sharedManager()->stopGps();
-        LBXPermissionLocation::setAssertionHandler(nullptr);
+        platform::setAssertionHandler(nullptr);
         PrivacyTest::TearDown();
     }
 };
@@ -54,8 +55,8 @@ TEST_F(LBXPermissionLocationTest, WhenInUseKeyAndRefusal) {
 
 TEST_F(LBXPermissionLocationTest, MissingUsageDescriptionFailsTheAssertion) {
     std::vector<std::string> failures;
-    LBXPermissionLocation::setAssertionHandler([&](const std::string& source, int line, const std::string& text) {
-        failures.push_back(source + ":" + std::to_string(line) + " " + text);
+    platform::setAssertionHandler([&](const platform::AssertionFailure& failure) {
+        failures.push_back(failure.source + ":" + std::to_string(failure.line) + " " + failure.text);
     });
     LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
     ASSERT_EQ(failures.size(), 1u);
@@ -63,6 +64,12 @@ TEST_F(LBXPermissionLocationTest, MissingUsageDescriptionFailsTheAssertion) {
               "LBXPermissionLocation:120 To use location services in iOS 8+, your Info.plist must provide a value for "
               "either NSLocationWhenInUseUsageDescription or NSLocationAlwaysUsageDescription.");
     EXPECT_TRUE(privacy.location->authorizationRequests().empty());
+}
+
+TEST_F(LBXPermissionLocationTest, MissingUsageDescriptionEndsTheProcessByDefault) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder()),
+                 "Assertion failure in -\\[LBXPermissionLocation startGps:\\], LBXPermissionLocation:120");
 }
 
 TEST_F(LBXPermissionLocationTest, NewRequestReplacesThePendingCallbackWithoutCallingIt) {

@@ -1,5 +1,6 @@
 // Where alerts are presented: the key window's walk through presented and navigation controllers,
 // and the settings helper's walk that also enters the selected tab.
+#include "permission/LBXAlertAction.h"
 #include "permission/LBXAlertCategories.h"
 #include "permission/LBXPermissionSetting.h"
 #include "permission_test_support.h"
@@ -26,9 +27,14 @@ TEST_F(WindowWalk, FollowsPresentedControllersThenNavigationTops) {
     auto modal = HeadlessScreen::create();
     navigation->present(modal, false, nullptr);
     EXPECT_EQ(UIWindow_LBXHierarchy::currentViewController(*window), modal);
-    // An alert on top cannot present: the walk stops at the last controller that can.
+    // An alert on top is the last presented controller: the walk does not stop below it, and as an
+    // alert cannot present, there is nothing to present from.
     modal->present(std::make_shared<platform::AlertController>("t", "m", platform::AlertControllerStyle::Alert), false,
                    nullptr);
+    EXPECT_EQ(UIWindow_LBXHierarchy::topMostController(*window), nullptr);
+    EXPECT_EQ(UIWindow_LBXHierarchy::currentViewController(*window), nullptr);
+    EXPECT_EQ(LBXAlertAction::getTopViewController(), nullptr);
+    modal->dismiss(false, nullptr);
     EXPECT_EQ(UIWindow_LBXHierarchy::currentViewController(*window), modal);
 }
 

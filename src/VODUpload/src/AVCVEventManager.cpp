@@ -49,7 +49,7 @@ void AVCVEventManager::sendEvent(long long eventNumber, const Value& params) {
 void AVCVEventManager::sendEvent(long long eventNumber, const Value& params, const Value& commonParams) {
     if (!enabled()) return;
     if (endpoint().empty()) return;  // no log service configured: nowhere to send
-    transport()->enqueue(eventUrl(eventNumber, params, commonParams));
+    transport()->send(eventUrl(eventNumber, params, commonParams));
 }
 
 std::string AVCVEventManager::eventUrl(long long eventNumber, const Value& params, const Value& commonParams) const {

@@ -19,6 +19,7 @@ platform::ImagePtr QuorvaneApiManager::scaleToSize(const platform::ImagePtr& ima
 void QuorvaneApiManager::getImageByCameraCompressed(int compressed, Controller controller,
                                                     SuccessCallback successCallback, FailCallback failCallback) {
     passPermissionGate(LBXPermissionTypeCamera, kErrorWordNoCameraPermission, failCallback, [=] {
+        if (!controller) return;  // nowhere to show the camera
         if (!platform::MediaPicker::current()->isSourceTypeAvailable(platform::SourceTypeCamera)) return;
         auto camera = std::make_shared<CaptureViewController>();
         camera->setModalPresentationStyle(platform::ModalPresentationFullScreen);
@@ -39,6 +40,7 @@ void QuorvaneApiManager::getImageByCameraCompressed(int compressed, Controller c
 void QuorvaneApiManager::getImageByAlbumCompressed(int compressed, int count, Controller controller,
                                                    SuccessCallback successCallback, FailCallback failCallback) {
     passPermissionGate(LBXPermissionTypePhotos, kErrorWordNoAlbumPermission, failCallback, [=] {
+        if (!controller) return;  // nowhere to show the album
         auto picker = std::make_shared<platform::AlbumPickerController>();
         picker->modalPresentationStyle = platform::ModalPresentationFullScreen;
         picker->settings = SettingTool::getSettingWithMax(count);
@@ -46,9 +48,12 @@ void QuorvaneApiManager::getImageByAlbumCompressed(int compressed, int count, Co
         picker->cancelButtonImage = "common_back";
         picker->onSelect = [](const platform::MediaAsset&) { foundation::logLine("选中"); };
         picker->onDeselect = [](const platform::MediaAsset&) { foundation::logLine("取消选中"); };
+        // The picker keeps this block and the controller keeps the picker: the block holds it weakly.
+        std::weak_ptr<platform::Presenter> weakController = controller;
         auto finished = [=](std::vector<platform::MediaAsset> assets) {
             foundation::dispatch::main().async([=] {
-                auto hud = controller->showHUD(true);
+                auto presenter = weakController.lock();
+                auto hud = presenter ? presenter->showHUD(true) : nullptr;
                 Value images = Value::array();
                 for (const auto& asset : assets) {
                     auto data = ImageTool::getImageFromPHAsset(asset);

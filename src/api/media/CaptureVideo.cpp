@@ -53,16 +53,18 @@ struct AlbumExport {
 
 // One asset: asks the library for the movie, exports it on the main queue's behalf, and signals
 // when done, whatever came of it.
+// The semaphore is shared: the waiter may return and let go of it while the signalling side is
+// still inside signal().
 void exportOne(const platform::MediaAsset& asset, media::ExportPreset preset, std::shared_ptr<AlbumExport> results,
-               foundation::Semaphore& done) {
+               std::shared_ptr<foundation::Semaphore> done) {
     std::string path = QuorvaneApiManager::getPathFromSandboxTempWithMiddleDir(kMediaDirectory, "", "mp4");
     auto playable = platform::MediaPicker::current()->requestPlayableVideo(asset);
-    foundation::dispatch::main().async([&done, playable, path, preset, results] {
+    foundation::dispatch::main().async([done, playable, path, preset, results] {
         if (!playable) {
-            done.signal();
+            done->signal();
             return;
         }
-        std::thread([&done, source = *playable, path, preset, results] {
+        std::thread([done, source = *playable, path, preset, results] {
             auto outcome = media::exportVideo(source, path, preset);
             foundation::logLine(std::to_string(static_cast<long>(outcome.status)));
             std::optional<Value> dictionary;
@@ -74,7 +76,7 @@ void exportOne(const platform::MediaAsset& asset, media::ExportPreset preset, st
                 std::lock_guard lock(results->mutex);
                 results->videos.push_back(*dictionary);
             }
-            done.signal();
+            done->signal();
         }).detach();
     });
 }
@@ -84,6 +86,7 @@ void exportOne(const platform::MediaAsset& asset, media::ExportPreset preset, st
 void QuorvaneApiManager::getVideoByCameraCompressed(int compressed, int maxDuration, Controller controller,
                                                     SuccessCallback successCallback, FailCallback failCallback) {
     passPermissionGate(LBXPermissionTypeCamera, kErrorWordNoCameraPermission, failCallback, [=] {
+        if (!controller) return;  // nowhere to show the camera
         if (!platform::MediaPicker::current()->isSourceTypeAvailable(platform::SourceTypeCamera)) return;
         auto camera = std::make_shared<CaptureViewController>();
         camera->setModalPresentationStyle(platform::ModalPresentationFullScreen);
@@ -105,6 +108,7 @@ void QuorvaneApiManager::getVideoByCameraCompressed(int compressed, int maxDurat
 void QuorvaneApiManager::getVideoByAlbumCompressed(int compressed, int count, int maxDuration, Controller controller,
                                                    SuccessCallback successCallback, FailCallback failCallback) {
     passPermissionGate(LBXPermissionTypePhotos, kErrorWordNoAlbumPermission, failCallback, [=] {
+        if (!controller) return;  // nowhere to show the album
         auto picker = std::make_shared<platform::AlbumPickerController>();
         picker->modalPresentationStyle = platform::ModalPresentationFullScreen;
         picker->settings = SettingTool::getVideoSettingWithMax(count);
@@ -118,16 +122,18 @@ void QuorvaneApiManager::getVideoByAlbumCompressed(int compressed, int count, in
             });
         };
         auto preset = compressed == 1 ? media::ExportPreset::MediumQuality : media::ExportPreset::HighestQuality;
+        // The picker keeps this block and the controller keeps the picker: the block holds it weakly.
+        std::weak_ptr<platform::Presenter> weakController = controller;
         auto finished = [=](std::vector<platform::MediaAsset> assets) {
             foundation::dispatch::main().async([=] {
-                auto hud = showMBProgressHUDIndeterminateWithContent("视频压缩...", controller);
+                auto hud = showMBProgressHUDIndeterminateWithContent("视频压缩...", weakController.lock());
                 auto queue = std::make_shared<foundation::SerialQueue>("com.brenlow.platform");
                 queue->async([=] {
                     auto results = std::make_shared<AlbumExport>();
                     for (const auto& asset : assets) {
-                        foundation::Semaphore done(0);
+                        auto done = std::make_shared<foundation::Semaphore>(0);
                         exportOne(asset, preset, results, done);
-                        done.wait();  // one export at a time
+                        done->wait();  // one export at a time
                     }
                     foundation::dispatch::main().async([queue, hud, results, successCallback] {
                         hideMBProgressHUD(hud);

@@ -31,9 +31,15 @@ std::optional<VideoFacts> readVideoFacts(const std::string& path) {
     if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0) return std::nullopt;
     std::unique_ptr<AVFormatContext, InputCloser> input(raw);
     if (avformat_find_stream_info(input.get(), nullptr) < 0) return std::nullopt;
-    int index = av_find_best_stream(input.get(), AVMEDIA_TYPE_VIDEO, -1, -1, nullptr, 0);
-    if (index < 0) return std::nullopt;
-    const AVStream* stream = input->streams[index];
+    // The first video track, as the asset lists them; a cover picture is not a track.
+    const AVStream* stream = nullptr;
+    for (unsigned i = 0; i < input->nb_streams && !stream; ++i) {
+        const AVStream* candidate = input->streams[i];
+        if (candidate->codecpar->codec_type == AVMEDIA_TYPE_VIDEO &&
+            !(candidate->disposition & AV_DISPOSITION_ATTACHED_PIC))
+            stream = candidate;
+    }
+    if (!stream) return std::nullopt;
     double w = stream->codecpar->width, h = stream->codecpar->height;
     if (w <= 0 || h <= 0) return std::nullopt;
 
