@@ -100,3 +100,21 @@ TEST_F(EngineReports, InitiationThatFailsOnceIsRetriedOnceAndSucceeds) {
     EXPECT_EQ(client->retryNotify(), 0);
     EXPECT_EQ(cloud.objectBytes(bucket(), "up/init.bin"), randomBytes(200 << 10, 32));
 }
+
+// A host may switch reporting off while a file is under way: the next progress call already sends
+// no report (only the first call's report, sent before the host heard of it, may arrive).
+TEST_F(EngineReports, ReportingSwitchedOffMidFileStopsTheReportsAtTheNextProgressCall) {
+    auto clip = makeFile("clip.mp4", randomBytes(kFileSize, 37));
+    auto switching = std::make_shared<VODUploadListener>(*client->listener());
+    std::atomic<int> progressCalls{0};
+    switching->progress = [this, &progressCalls, inner = switching->progress](const auto& file, long sent, long total) {
+        if (progressCalls++ == 0) client->setReportEnabled(false);  // on the engine's queue: takes effect at once
+        if (inner) inner(file, sent, total);
+    };
+    client->setListener(switching);
+    ASSERT_TRUE(client->addFile(clip, cloud.endpoint(), bucket(), "up/switched.mp4", nullptr));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("finish"));
+    EXPECT_GT(progressCalls.load(), 2);
+    EXPECT_FALSE(waitUntil([&] { return cloud.progressReports().size() > 1; }, 2s));
+}
