@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <thread>
+#include <vector>
 
 #include "oss/oss_client_impl.h"
 
@@ -40,8 +42,13 @@ int OSSClient::Impl::track(std::shared_ptr<OSSCancellationToken> token) {
     std::lock_guard lock(runningMutex);
     if (shuttingDown) token->cancel();
     int id = nextOperationId++;
-    running.emplace(id, std::move(token));
+    running.emplace(id, Running{std::move(token), {}});
     return id;
+}
+
+void OSSClient::Impl::delivering(int id) {
+    std::lock_guard lock(runningMutex);
+    if (auto it = running.find(id); it != running.end()) it->second.delivering = std::this_thread::get_id();
 }
 
 void OSSClient::Impl::untrack(int id) {
@@ -53,17 +60,21 @@ void OSSClient::Impl::untrack(int id) {
 }
 
 void OSSClient::Impl::shutdown() {
-    std::map<int, std::shared_ptr<OSSCancellationToken>> cancelling;
+    std::vector<std::shared_ptr<OSSCancellationToken>> cancelling;
     {
         std::lock_guard lock(runningMutex);
         shuttingDown = true;
-        cancelling = running;
+        for (const auto& [id, op] : running) cancelling.push_back(op.token);
     }
-    for (auto& [id, token] : cancelling) token->cancel();
-    // Cancelled operations end promptly (a cancelled HTTP transfer completes at once); their last
-    // steps run on the worker pool, never on the thread that waits here.
+    for (auto& token : cancelling) token->cancel();
+    // Cancelled operations end promptly (a cancelled HTTP transfer completes at once) and their tasks
+    // are complete when this returns; only a task this very thread is completing (its continuation
+    // ends the client) is not waited for.
+    const auto self = std::this_thread::get_id();
     std::unique_lock lock(runningMutex);
-    runningChanged.wait(lock, [this] { return running.empty(); });
+    runningChanged.wait(lock, [&] {
+        return std::all_of(running.begin(), running.end(), [&](const auto& entry) { return entry.second.delivering == self; });
+    });
 }
 
 OSSClient::Impl::~Impl() { shutdown(); }
@@ -93,8 +104,7 @@ bool OSSClient::isValid() const { return impl_->endpoint.has_value(); }
 namespace {
 
 // Starts `op` for a request on a serial queue of its own, or fails at once when there is no request.
-// The task ends after the operation has left the client's list of running operations, so a
-// continuation may destroy the client.
+// The operation leaves the client's list of running operations once its task is complete.
 template <class Result, class Request, class Op>
 typename OSSTask<Result>::Ptr start(const std::shared_ptr<OSSClient::Impl>& impl, std::shared_ptr<Request> request,
                                     Op op) {
@@ -106,9 +116,10 @@ typename OSSTask<Result>::Ptr start(const std::shared_ptr<OSSClient::Impl>& impl
     const int id = impl->track(context.token);
     context.queue->async([context, request, op, task, id] {
         op(context, request, [impl = context.client, task, id](OSSOutcome<Result> outcome) {
-            impl->untrack(id);
+            impl->delivering(id);
             if (outcome.error) task->setError(std::move(*outcome.error));
             else task->setResult(std::move(outcome.result));
+            impl->untrack(id);
         });
     });
     return task;

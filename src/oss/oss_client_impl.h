@@ -10,6 +10,7 @@
 #include <condition_variable>
 #include <map>
 #include <mutex>
+#include <thread>
 
 #include "foundation/dispatch.h"
 #include "oss/oss_client.h"
@@ -71,6 +72,9 @@ struct OSSClient::Impl : std::enable_shared_from_this<OSSClient::Impl> {
 
     // Running operations: the end of the client cancels them and waits for their completions.
     int track(std::shared_ptr<OSSCancellationToken> token);
+    // Around the completion of an operation's task: its continuations may end the client, which then
+    // waits for every operation but the ones this thread is completing.
+    void delivering(int id);
     void untrack(int id);
     void shutdown();
     ~Impl();
@@ -78,7 +82,11 @@ struct OSSClient::Impl : std::enable_shared_from_this<OSSClient::Impl> {
 private:
     std::mutex runningMutex;
     std::condition_variable runningChanged;
-    std::map<int, std::shared_ptr<OSSCancellationToken>> running;
+    struct Running {
+        std::shared_ptr<OSSCancellationToken> token;
+        std::thread::id delivering;  // the thread completing its task, once it does
+    };
+    std::map<int, Running> running;
     int nextOperationId = 1;
 };
 
