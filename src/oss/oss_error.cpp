@@ -56,6 +56,10 @@ Error fromTransportError(const Error& transport) {
     return makeClientError(OSSClientErrorCodeNetworkError, "Network error: " + transport.toString());
 }
 
+Error makeCancelledError() {
+    return fromTransportError(Error(foundation::kHttpErrorDomain, foundation::kHttpErrorCancelled));
+}
+
 bool isCancelledError(const Error& error) {
     return error.domain == kOSSClientErrorDomain && error.code == OSSClientErrorCodeTaskCancelled;
 }

@@ -38,6 +38,8 @@ Error makeServerError(const foundation::HttpResponse& response);
 // A transport error of the HTTP client mapped onto 5 (cancelled), 3 (bad request) or 6 (network).
 Error fromTransportError(const Error& transport);
 
+// The error of an operation ended by its cancellation token (code 5).
+Error makeCancelledError();
 bool isCancelledError(const Error& error);
 // Worth another attempt: a network error or a 5xx answer.
 bool isRetryableError(const Error& error);

@@ -18,8 +18,6 @@ long idleSecondsFor(const OSSClientConfiguration& conf) {
     return std::max(1L, static_cast<long>(std::ceil(std::min(seconds, 86400.0))));
 }
 
-Error cancelledError() { return fromTransportError(Error(foundation::kHttpErrorDomain, foundation::kHttpErrorCancelled)); }
-
 class Exchange : public std::enable_shared_from_this<Exchange> {
 public:
     Exchange(OSSOperationContext context, OSSHttpCall call, OSSDone<foundation::HttpResponse> done)
@@ -42,7 +40,7 @@ private:
         if (finished_) return;
         auto& c = *context_.client;
         if (!c.endpoint) return finish(Out::failure(makeClientError(OSSClientErrorCodeInvalidArgument, c.endpointError)));
-        if (context_.token->isCancelled()) return finish(Out::failure(cancelledError()));
+        if (context_.token->isCancelled()) return finish(Out::failure(makeCancelledError()));
         if (attempts_ > 0 && call_.body && !call_.body->rewind())
             return finish(Out::failure(
                 makeClientError(OSSClientErrorCodeFileCantRead, "Can't send the body again from its start")));
@@ -104,7 +102,7 @@ private:
     void onCancel() {
         if (finished_) return;
         if (http_) http_->cancel();  // its answer (cancelled) ends the exchange
-        else if (waiting_) finish(Out::failure(cancelledError()));
+        else if (waiting_) finish(Out::failure(makeCancelledError()));
     }
 
     void finish(Out outcome) {

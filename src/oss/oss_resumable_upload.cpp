@@ -27,8 +27,6 @@ bool isServerCode(const Error& e, long long status, const char* code) {
     return e.domain == kOSSServerErrorDomain && e.code == -status && foundation::stringAt(e.userInfo, "Code") == code;
 }
 
-Error cancelledError() { return fromTransportError(Error(foundation::kHttpErrorDomain, foundation::kHttpErrorCancelled)); }
-
 std::string normalizedETag(std::string s) {
     s.erase(std::remove(s.begin(), s.end(), '"'), s.end());
     std::transform(s.begin(), s.end(), s.begin(), ::toupper);
@@ -68,7 +66,7 @@ private:
             return makeClientError(OSSClientErrorCodeInvalidArgument,
                                    "The file needs more than 10000 parts of " + std::to_string(r_.partSize) + " bytes");
         partCount_ = static_cast<int>(parts);
-        if (context_.token->isCancelled()) return cancelledError();
+        if (context_.token->isCancelled()) return makeCancelledError();
         return std::nullopt;
     }
 
@@ -227,7 +225,7 @@ private:
         while (inFlight_ < slots && nextMissing_ < missing_.size() && !partError_ && !context_.token->isCancelled())
             sendPart(missing_[nextMissing_++]);
         if (inFlight_ > 0) return;
-        if (context_.token->isCancelled()) return finish(cancelledError());
+        if (context_.token->isCancelled()) return finish(makeCancelledError());
         if (partError_) return finish(*partError_);
         complete();
     }
