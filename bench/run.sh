@@ -71,8 +71,8 @@ median() { sort -g | awk '{ v[NR] = $1 } END { print (NR % 2) ? v[(NR + 1) / 2] 
 
 # Alternates the engine on the files named first (up to "--") and curl with the arguments after it,
 # runs + 1 times each, the first pair a warm-up; leaves the timings in $work/a and $work/b. Both run
-# straight under /usr/bin/time (no shell in between); the engine gets a fresh cache each time, so it
-# has nothing to resume.
+# straight under /usr/bin/time (no shell in between); the engine gets a fresh cache and a fresh key
+# prefix each time, so it has nothing to resume and finds nothing already stored to skip.
 export QUORVANE_LOG_SERVICE_ENDPOINT=""
 alternate() {
     local files=()
@@ -83,7 +83,7 @@ alternate() {
         XDG_CACHE_HOME=$(mktemp -d "$work/cache.XXXXXX")
         export XDG_CACHE_HOME
         run_timed "$work/a" "$cli" upload --oss --endpoint "$endpoint" --bucket "$bucket" --key-id "$key_id" \
-            --secret "$secret" "${files[@]}"
+            --secret "$secret" --prefix "run-$i/" "${files[@]}"
         run_timed "$work/b" curl -sS --fail -o /dev/null "$@"
         if [ "$i" -eq 0 ]; then rm -f "$work/a" "$work/b"; fi
     done
