@@ -84,7 +84,6 @@ StoreAccess storeAccess(const UploadPlan& plan) {
 
 // A file already stored under its key with the same size and CRC-64 is not sent again.
 void UploadSession::skipStored() {
-    std::optional<std::uint64_t> crc;
     for (std::size_t i = 0; i < plan_.jobs.size(); ++i) {
         const auto& job = plan_.jobs[i];
         if (job.vod || interruptRequested()) continue;
