@@ -96,8 +96,11 @@ Subcommand addDemoCommand(CLI::App& app) {
     demo->add_flag("--keep-files", options->keepFiles, "Keep the media file the demo writes");
     demo->add_option("--delay", options->delaySeconds, "Seconds for the GCDDelay step")->check(CLI::Range(0.0, 10.0));
     auto location = addDemoLocationCommand(*demo);
-    return {demo, [options, location] {
+    auto capture = addDemoCaptureCommands(*demo);
+    return {demo, [options, location, capture] {
                 if (location.command->parsed()) return location.run();
+                for (const auto& command : capture)
+                    if (command.command->parsed()) return command.run();
                 return runDemo(*options);
             }};
 }

@@ -6,6 +6,7 @@
 
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "foundation/value.h"
 
@@ -20,6 +21,8 @@ struct Subcommand {
 Subcommand addDemoCommand(CLI::App& app);
 // `demo location`, a subcommand of the demo.
 Subcommand addDemoLocationCommand(CLI::App& demo);
+// `demo record`, `demo scan`, `demo photo`: capture on this machine's devices (or FFmpeg inputs).
+std::vector<Subcommand> addDemoCaptureCommands(CLI::App& demo);
 // One JSON line {"op": op, ...fields} on standard output.
 void printDemoLine(const std::string& op, const Value& fields);
 

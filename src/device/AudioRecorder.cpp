@@ -51,7 +51,11 @@ bool AudioRecorder::prepareToRecord() {
     capture_ = microphone->openCapture([weakSelf](const std::int16_t* interleaved, std::size_t frames) {
         if (auto self = weakSelf.lock()) self->receive(interleaved, frames);
     });
-    return capture_ != nullptr;
+    if (!capture_) return false;
+    capture_->setEndHandler([weakSelf] {
+        if (auto self = weakSelf.lock()) self->inputEnded();
+    });
+    return true;
 }
 
 bool AudioRecorder::record() {
@@ -81,6 +85,18 @@ void AudioRecorder::stop() {
 double AudioRecorder::currentTime() const {
     if (stopped_) return 0;
     return static_cast<double>(framesRecorded_) / input_.sampleRate;
+}
+
+// The input went away mid-recording: the file keeps what was captured, and the recording has
+// finished unsuccessfully.
+void AudioRecorder::inputEnded() {
+    if (stopped_) return;
+    stopped_ = true;
+    recording_ = false;
+    writer_->finish();
+    framesRecorded_ = 0;
+    auto keep = shared_from_this();
+    if (auto delegate = delegate_.lock()) delegate->audioRecorderDidFinishRecording(*this, false);
 }
 
 void AudioRecorder::receive(const std::int16_t* interleaved, std::size_t frames) {

@@ -57,6 +57,7 @@ public:
 private:
     AudioRecorder(std::string path, std::unique_ptr<AudioFileWriter> writer, platform::PcmFormat input);
     void receive(const std::int16_t* interleaved, std::size_t frames);
+    void inputEnded();
 
     std::string path_;
     std::unique_ptr<AudioFileWriter> writer_;

@@ -8,6 +8,7 @@
 namespace quorvane {
 
 LBXScanViewController::~LBXScanViewController() {
+    observeCameraErrors(false);
     if (scanning_ && camera_) camera_->stopRunning();
 }
 
@@ -69,11 +70,32 @@ void LBXScanViewController::startScan() {
             screen->invokeLabel_->removeFromSuperview();
             screen->invokeLabel_.reset();
         });
+    observeCameraErrors(scanning_);
+}
+
+// A camera that stops by itself ends the scan with no result, as a scan that found nothing.
+void LBXScanViewController::observeCameraErrors(bool observe) {
+    auto& center = foundation::NotificationCenter::defaultCenter();
+    if (!observe) {
+        if (cameraErrorObserver_) center.removeObserver(*cameraErrorObserver_);
+        cameraErrorObserver_.reset();
+        return;
+    }
+    if (cameraErrorObserver_) return;
+    auto weak = weak_from_this();
+    cameraErrorObserver_ = center.addObserver(platform::AVCaptureSessionRuntimeErrorNotification,
+                                              [weak](const std::string&, const Value&) {
+                                                  auto screen = std::static_pointer_cast<LBXScanViewController>(weak.lock());
+                                                  if (!screen || !screen->scanning_) return;
+                                                  screen->stopScan();
+                                                  screen->scanResultWithArray(std::nullopt);
+                                              });
 }
 
 void LBXScanViewController::stopScan() {
     if (!scanning_) return;
     scanning_ = false;
+    observeCameraErrors(false);
     if (camera_) camera_->stopRunning();
 }
 

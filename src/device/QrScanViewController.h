@@ -11,6 +11,7 @@
 
 #include "device/QrDecoder.h"
 #include "device/QrScanStyle.h"
+#include "foundation/notification_center.h"
 #include "platform/capture_camera.h"
 #include "platform/presenter.h"
 #include "platform/view.h"
@@ -71,6 +72,7 @@ protected:
 
 private:
     void handleFrame(const platform::VideoFrame& frame);
+    void observeCameraErrors(bool observe);
     LumaView interestRegion(const platform::VideoFrame& frame) const;
 
     std::string cameraInvokeMsg_;
@@ -82,6 +84,7 @@ private:
     std::shared_ptr<platform::Label> invokeLabel_;
     std::shared_ptr<platform::CaptureCamera> camera_;
     bool scanning_ = false;
+    std::optional<foundation::NotificationCenter::Token> cameraErrorObserver_;
     std::shared_ptr<platform::ViewController> presented_;
     std::vector<std::shared_ptr<platform::Hud>> huds_;
 };

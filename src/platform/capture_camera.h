@@ -9,6 +9,10 @@
 
 namespace quorvane::platform {
 
+// Posted on the default notification centre, on the main thread, when a running camera stops by
+// itself (its device went away, its input ended); no frame follows.
+inline constexpr const char* AVCaptureSessionRuntimeErrorNotification = "AVCaptureSessionRuntimeErrorNotification";
+
 // One frame's luminance (the Y plane of the camera's output), 8 bits per pixel, row by row.
 struct VideoFrame {
     int width = 0;

@@ -32,6 +32,9 @@ public:
     virtual ~CaptureStream() = default;
     virtual void start() = 0;
     virtual void stop() = 0;
+    // Called once, on the main thread, when the input ends by itself while capturing (a device that
+    // went away, the end of a file). Inputs that cannot end never call it.
+    virtual void setEndHandler(std::function<void()>) {}
 };
 
 class Microphone {
