@@ -210,11 +210,16 @@ void UploadSession::onFailure(std::size_t index, const std::string& code, const 
 void UploadSession::end(std::size_t index, FileOutcome outcome) {
     {
         std::lock_guard lock(mutex_);
-        if (running_[index].ended && outcomes_[index]) return;
+        if (running_[index].ended) return;
         running_[index].ended = true;
+    }
+    // The run ends once every outcome is in, so an outcome goes in only after the view has shown it:
+    // otherwise the summary could be printed, and the process gone, before this file's last event.
+    view_.finished(outcome);
+    {
+        std::lock_guard lock(mutex_);
         outcomes_[index] = outcome;
     }
-    view_.finished(outcome);
     std::weak_ptr<UploadSession> weak = weak_from_this();
     foundation::dispatch::main().async([weak, index, success = outcome.success] {
         auto self = weak.lock();
