@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "foundation/dispatch.h"
+#include "support/call_outcomes.h"
 #include "foundation/temp_files.h"
 #include "platform/headless/headless_containers.h"
 #include "platform/headless/headless_permissions.h"
@@ -40,17 +41,6 @@ struct DecodedSound {
     double frequency() const;
 };
 DecodedSound decodeSound(const std::string& path);
-
-// What the façade answered, in order: ("success"|"fail", value).
-struct Outcomes {
-    std::vector<std::pair<std::string, Value>> calls;
-    std::function<void(const Value&)> success() {
-        return [this](const Value& v) { calls.emplace_back("success", v); };
-    }
-    std::function<void(const Value&)> fail() {
-        return [this](const Value& v) { calls.emplace_back("fail", v); };
-    }
-};
 
 class LinuxCaptureTest : public ::testing::Test {
 protected:

@@ -15,6 +15,7 @@
 
 #include "device/ApiScanViewController.h"
 #include "foundation/dispatch.h"
+#include "support/call_outcomes.h"
 #include "foundation/value.h"
 #include "platform/capture_camera.h"
 #include "platform/headless/headless_capture_camera.h"
@@ -80,17 +81,6 @@ inline platform::ImagePtr photo(const Canvas& canvas, const std::string& suffix 
     g_free(bytes);
     return result;
 }
-
-// The outcomes a scan reported, in order: ("success"|"fail", value).
-struct Outcomes {
-    std::vector<std::pair<std::string, Value>> calls;
-    std::function<void(const Value&)> success() {
-        return [this](const Value& v) { calls.emplace_back("success", v); };
-    }
-    std::function<void(const Value&)> fail() {
-        return [this](const Value& v) { calls.emplace_back("fail", v); };
-    }
-};
 
 class ScanTest : public ::testing::Test {
 protected:
