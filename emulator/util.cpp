@@ -1,37 +1,26 @@
 #include "emulator/util.h"
 
-#include <openssl/rand.h>
 
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
-#include <random>
 
 #include "foundation/crypto.h"
 #include "foundation/dates.h"
+#include "foundation/http_client.h"
 
 namespace quorvane::emulator {
 
-namespace {
-std::string randomBytes(std::size_t n) {
-    std::string out(n, '\0');
-    if (RAND_bytes(reinterpret_cast<unsigned char*>(out.data()), static_cast<int>(n)) != 1) {
-        std::random_device rd;  // OpenSSL's pool failing is not worth a crash in a test server
-        for (auto& c : out) c = static_cast<char>(rd());
-    }
-    return out;
-}
-}  // namespace
 
 std::string randomHex(std::size_t chars, bool upper) {
-    auto bytes = randomBytes((chars + 1) / 2);
+    auto bytes = foundation::randomBytes((chars + 1) / 2);
     auto hex = upper ? foundation::hexUpper(bytes) : foundation::hexLower(bytes);
     return hex.substr(0, chars);
 }
 
 std::string randomAlnum(std::size_t chars) {
     static constexpr char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
-    auto bytes = randomBytes(chars);
+    auto bytes = foundation::randomBytes(chars);
     std::string out;
     for (unsigned char b : bytes) out += kAlphabet[b % 62];
     return out;
@@ -43,10 +32,7 @@ std::string ossTime(std::chrono::system_clock::time_point t) {
 
 std::string newRequestId() { return randomHex(24, true); }
 
-std::string newUuid() {
-    auto h = randomHex(32, true);
-    return h.substr(0, 8) + "-" + h.substr(8, 4) + "-" + h.substr(12, 4) + "-" + h.substr(16, 4) + "-" + h.substr(20);
-}
+std::string newUuid() { return foundation::randomUuid(); }
 
 std::string hexToBytes(std::string_view hex) {
     std::string out;
@@ -101,20 +87,7 @@ bool validUtf8(std::string_view s) {
     return true;
 }
 
-std::string percentEncode(std::string_view s) {
-    static constexpr char kHex[] = "0123456789ABCDEF";
-    std::string out;
-    for (unsigned char c : s) {
-        if (std::isalnum(c) || c == '-' || c == '_' || c == '.' || c == '~') {
-            out += static_cast<char>(c);
-        } else {
-            out += '%';
-            out += kHex[c >> 4];
-            out += kHex[c & 15];
-        }
-    }
-    return out;
-}
+std::string percentEncode(std::string_view s) { return foundation::urlEncode(s); }
 
 std::string urlDecode(std::string_view s, bool plusIsSpace) {
     auto hexValue = [](char c) -> int {

@@ -2,7 +2,10 @@
 
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
+#include <openssl/rand.h>
 
+#include <cstdio>
+#include <random>
 #include <stdexcept>
 
 namespace quorvane::foundation {
@@ -85,6 +88,26 @@ std::string Md5Stream::finishRaw() {
     EVP_DigestFinal_ex(static_cast<EVP_MD_CTX*>(ctx_), out, &len);
     EVP_DigestInit_ex(static_cast<EVP_MD_CTX*>(ctx_), EVP_md5(), nullptr);
     return std::string(reinterpret_cast<char*>(out), len);
+}
+
+std::string randomBytes(std::size_t count) {
+    std::string out(count, '\0');
+    if (count > 0 && RAND_bytes(reinterpret_cast<unsigned char*>(out.data()), static_cast<int>(count)) != 1) {
+        std::random_device device;
+        for (auto& c : out) c = static_cast<char>(device());
+    }
+    return out;
+}
+
+std::string randomUuid() {
+    std::string raw = randomBytes(16);
+    auto* b = reinterpret_cast<unsigned char*>(raw.data());
+    b[6] = static_cast<unsigned char>((b[6] & 0x0F) | 0x40);  // version 4
+    b[8] = static_cast<unsigned char>((b[8] & 0x3F) | 0x80);  // RFC 4122 variant
+    char out[37];
+    std::snprintf(out, sizeof out, "%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X", b[0], b[1],
+                  b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
+    return out;
 }
 
 }  // namespace quorvane::foundation

@@ -22,6 +22,11 @@ std::string base64Encode(std::string_view bytes);
 // Strict decode: nullopt for characters outside the alphabet, bad padding or a bad length.
 std::optional<std::string> base64Decode(std::string_view text);
 
+// `count` bytes from OpenSSL's generator (std::random_device should OpenSSL's pool ever fail).
+std::string randomBytes(std::size_t count);
+// A random (version 4) UUID: 36 characters, upper-case hex with hyphens.
+std::string randomUuid();
+
 std::string hexLower(std::string_view bytes);
 std::string hexUpper(std::string_view bytes);
 

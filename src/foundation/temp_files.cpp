@@ -1,7 +1,6 @@
 #include "foundation/temp_files.h"
 
 #include <fcntl.h>
-#include <openssl/rand.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,8 +10,9 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
-#include <random>
 #include <sstream>
+
+#include "foundation/crypto.h"
 
 namespace quorvane::foundation {
 namespace {
@@ -38,21 +38,6 @@ std::string defaultDir() {
     std::string dir = base;
     while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
     return dir + "/quorvane-" + std::to_string(::getuid()) + "/";
-}
-
-// 16 random bytes as an upper-case UUID; falls back to std::random_device if OpenSSL cannot.
-std::string randomUuid() {
-    unsigned char b[16];
-    if (RAND_bytes(b, sizeof b) != 1) {
-        std::random_device rd;
-        for (auto& c : b) c = static_cast<unsigned char>(rd());
-    }
-    b[6] = (b[6] & 0x0f) | 0x40;
-    b[8] = (b[8] & 0x3f) | 0x80;
-    char out[37];
-    std::snprintf(out, sizeof out, "%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X", b[0], b[1],
-                  b[2], b[3], b[4], b[5], b[6], b[7], b[8], b[9], b[10], b[11], b[12], b[13], b[14], b[15]);
-    return out;
 }
 
 bool writeAll(int fd, std::string_view bytes) {

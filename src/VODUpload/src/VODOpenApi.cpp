@@ -2,14 +2,13 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <locale>
-#include <random>
 #include <vector>
 
 #include "VODUpload/src/VODLog.h"
 #include "foundation/crypto.h"
 #include "foundation/dates.h"
+#include "foundation/http_client.h"
 
 namespace quorvane {
 
@@ -116,31 +115,8 @@ std::optional<Value> parseVodReply(const std::string& body, std::optional<Error>
     }
 }
 
-std::string VODOpenApi::percentEncode(const Value& value) {
-    static const char* hex = "0123456789ABCDEF";
-    std::string text = valueText(value), out;
-    out.reserve(text.size() * 3);
-    for (unsigned char c : text) {
-        bool unreserved = (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9') || c == '-' ||
-                          c == '.' || c == '_' || c == '~';
-        if (unreserved) {
-            out.push_back(static_cast<char>(c));
-        } else {
-            out.push_back('%');
-            out.push_back(hex[c >> 4]);
-            out.push_back(hex[c & 0x0F]);
-        }
-    }
-    // Nothing is left for these after the escaping above; they stay as the service's rule states them.
-    auto replaceAll = [&out](const std::string& from, const std::string& to) {
-        for (std::size_t at = out.find(from); at != std::string::npos; at = out.find(from, at + to.size()))
-            out.replace(at, from.size(), to);
-    };
-    replaceAll("+", "%20");
-    replaceAll("*", "%2A");
-    replaceAll("%7E", "~");
-    return out;
-}
+// The signing encoding keeps exactly RFC 3986's unreserved characters, upper-case hex: libcurl's escape.
+std::string VODOpenApi::percentEncode(const Value& value) { return foundation::urlEncode(valueText(value)); }
 
 std::string VODOpenApi::getParamsString(const Value& params) {
     std::vector<std::string> pairs;
@@ -158,21 +134,7 @@ std::string VODOpenApi::getParamsString(const Value& params) {
 
 std::string VODOpenApi::timeStamp() { return foundation::iso8601Utc(std::chrono::system_clock::now()); }
 
-std::string VODOpenApi::randomUUID() {
-    static thread_local std::mt19937_64 engine{std::random_device{}()};
-    unsigned char bytes[16];
-    for (int i = 0; i < 16; i += 8) {
-        std::uint64_t r = engine();
-        for (int j = 0; j < 8; ++j) bytes[i + j] = static_cast<unsigned char>(r >> (8 * j));
-    }
-    bytes[6] = static_cast<unsigned char>((bytes[6] & 0x0F) | 0x40);  // version 4
-    bytes[8] = static_cast<unsigned char>((bytes[8] & 0x3F) | 0x80);  // RFC 4122 variant
-    char text[37];
-    std::snprintf(text, sizeof text, "%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X",
-                  bytes[0], bytes[1], bytes[2], bytes[3], bytes[4], bytes[5], bytes[6], bytes[7], bytes[8], bytes[9],
-                  bytes[10], bytes[11], bytes[12], bytes[13], bytes[14], bytes[15]);
-    return text;
-}
+std::string VODOpenApi::randomUUID() { return foundation::randomUuid(); }
 
 std::string VODOpenApi::hmacSha1(const std::string& key, const std::string& data) {
     // Both texts are C strings: they end at their first zero byte.
