@@ -7,8 +7,6 @@
 
 #include "foundation/temp_files.h"
 #include "oss/crc64.h"
-#include "oss/oss_body.h"
-#include "oss/oss_checkpoint.h"
 
 namespace quorvane::app {
 namespace fs = std::filesystem;
@@ -37,27 +35,6 @@ bool prepareUploadCache(const UploadCachePaths& paths, std::string& error) {
         }
     }
     return true;
-}
-
-std::optional<std::uint64_t> recordedUploadBytes(const std::string& recordDir, const std::string& filePath,
-                                                 std::int64_t partSize) {
-    Error error;
-    auto file = oss::inspectLocalFile(filePath, &error);
-    std::error_code ec;
-    if (!file || !fs::is_directory(recordDir, ec)) return std::nullopt;
-    std::optional<std::uint64_t> best;
-    for (const auto& entry : fs::directory_iterator(recordDir, ec)) {
-        if (!entry.is_regular_file(ec)) continue;
-        auto text = foundation::readFile(entry.path().string());
-        auto record = text ? oss::parseCheckpoint(*text) : std::nullopt;
-        if (!record || record->filePath != file->path || record->fileSize != file->size ||
-            record->fileMtimeNs != file->mtimeNs || record->partSize != partSize || record->parts.empty())
-            continue;
-        std::uint64_t stored = 0;
-        for (const auto& [number, part] : record->parts) stored += static_cast<std::uint64_t>(part.size);
-        if (!best || stored > *best) best = stored;
-    }
-    return best;
 }
 
 std::optional<std::uint64_t> fileCrc64(const std::string& path) {

@@ -19,11 +19,6 @@ UploadCachePaths uploadCachePaths(bool embedded);
 // Creates the directories; false (with `error` set) when one cannot be made.
 bool prepareUploadCache(const UploadCachePaths& paths, std::string& error);
 
-// Bytes an earlier, interrupted upload of this file stored, from its checkpoint in `recordDir`
-// (same path, size, modification time and part size); nullopt when there is none or it holds no part.
-std::optional<std::uint64_t> recordedUploadBytes(const std::string& recordDir, const std::string& filePath,
-                                                 std::int64_t partSize);
-
 // CRC-64 of the whole file, read in pieces; nullopt when it cannot be read.
 std::optional<std::uint64_t> fileCrc64(const std::string& path);
 

@@ -6,6 +6,7 @@
 
 #include "VODUpload/src/VodInfo.h"
 #include "foundation/dispatch.h"
+#include "oss/oss_upload_record.h"
 #include "object_store.h"
 #include "terminal_text.h"
 #include "upload_records.h"
@@ -143,7 +144,7 @@ bool UploadSession::launch(std::size_t index) {
     slot.entry = slot.client->listFiles().back();
     // The engine enlarges parts so that a file never needs more than 4999 of them.
     auto partSize = std::max<std::int64_t>(plan_.partSize, static_cast<std::int64_t>(job.size / 4999));
-    slot.recorded = recordedUploadBytes(plan_.recordDir, job.path, partSize);
+    slot.recorded = oss::recordedUploadBytes(plan_.recordDir, job.path, partSize);
     slot.client->start();
     return true;
 }

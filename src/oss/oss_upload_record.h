@@ -12,5 +12,10 @@ namespace quorvane::oss {
 std::optional<std::string> recordedUploadId(const std::string& recordDirectoryPath, const std::string& bucket,
                                             const std::string& objectKey, const std::string& fileURL,
                                             std::int64_t partSize);
+// The bytes an earlier, interrupted upload of this file stored, from any record in `recordDirectoryPath`
+// for the same file (path, size, modification time) and part size; none when no record holds a part.
+// For showing where a resumed upload starts, whatever key the upload was given.
+std::optional<std::uint64_t> recordedUploadBytes(const std::string& recordDirectoryPath, const std::string& fileURL,
+                                                 std::int64_t partSize);
 
 }  // namespace quorvane::oss
