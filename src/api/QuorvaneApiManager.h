@@ -6,12 +6,13 @@
 #include <optional>
 #include <string>
 
-#include "api/HttpSessionManager.h"
-#include "api/QuorvaneErrors.h"
+#include "foundation/HttpSessionManager.h"
 #include "foundation/error.h"
+#include "foundation/sandbox_paths.h"
 #include "foundation/value.h"
 #include "platform/image.h"
 #include "platform/presenter.h"
+#include "upload_bridge/QuorvaneErrors.h"
 
 namespace quorvane {
 
@@ -28,7 +29,7 @@ using ShareCallback = std::function<void(const std::optional<std::string>& activ
 // Media types of the multipart upload: the file part's content type.
 enum MediaType { MediaTypeImage = 0, MediaTypeVideo = 1, MediaTypeAudio = 2 };
 
-inline constexpr const char* kMediaDirectory = "media";
+using foundation::kMediaDirectory;
 inline constexpr const char* kWeChatURL = "wechat:";
 
 class LocationTool;

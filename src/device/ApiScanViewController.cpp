@@ -1,7 +1,7 @@
 #include "device/ApiScanViewController.h"
 
 #include "foundation/log.h"
-#include "permission/UIButtonBlock.h"
+#include "device/UIButtonBlock.h"
 
 namespace quorvane {
 

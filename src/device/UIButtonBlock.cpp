@@ -1,4 +1,4 @@
-#include "permission/UIButtonBlock.h"
+#include "device/UIButtonBlock.h"
 
 #include "platform/associated_objects.h"
 

@@ -1,4 +1,4 @@
-#include "api/HttpSessionManager.h"
+#include "foundation/HttpSessionManager.h"
 
 #include <algorithm>
 #include <atomic>

@@ -1,4 +1,5 @@
 #include "foundation/dispatch.h"
+#include "foundation/dispatch_asio.h"
 
 #include <asio/executor_work_guard.hpp>
 #include <asio/post.hpp>
@@ -43,7 +44,7 @@ std::atomic<std::thread::id>& mainThreadId() {
 class MainQueue : public Queue {
 public:
     void async(Task task) override {
-        asio::post(MainLoop::instance().context(), [this, task = std::move(task)] { runGuarded(task, label_); });
+        asio::post(mainLoopContext(), [this, task = std::move(task)] { runGuarded(task, label_); });
     }
     const std::string& label() const override { return label_; }
 
@@ -77,7 +78,7 @@ MainLoop& MainLoop::instance() {
     return *loop;
 }
 
-asio::io_context& MainLoop::context() { return impl_->io; }
+asio::io_context& mainLoopContext() { return MainLoop::instance().impl_->io; }
 
 void MainLoop::run() {
     mainThreadId() = std::this_thread::get_id();

@@ -1,14 +1,16 @@
 #pragma once
 // The main loop and dispatch queues, on Asio. The host runs the main loop on its main thread;
 // the library never starts one of its own.
-#include <asio/io_context.hpp>
-
 #include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
+
+namespace asio {
+class io_context;
+}  // namespace asio
 
 namespace quorvane::foundation {
 
@@ -26,7 +28,6 @@ public:
 class MainLoop {
 public:
     static MainLoop& instance();
-    asio::io_context& context();
     // Runs until stop() is called.
     void run();
     void stop();
@@ -34,6 +35,7 @@ public:
     // or the timeout passes. Returns whether `done` held. For tests and the command-line host.
     bool runUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout);
 private:
+    friend asio::io_context& mainLoopContext();
     MainLoop();
     struct Impl;
     std::unique_ptr<Impl> impl_;

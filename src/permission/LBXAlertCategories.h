@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "permission/UIButtonBlock.h"
+#include "device/UIButtonBlock.h"
 #include "platform/legacy_alerts.h"
 #include "platform/view.h"
 #include "platform/window_hierarchy.h"

@@ -4,7 +4,7 @@
 #include <map>
 #include <mutex>
 
-#include "device/LBXPermissionNet.h"
+#include "permission/LBXPermissionNet.h"
 #include "permission/LBXPermissionKinds.h"
 #include "permission/LBXPermissionLocation.h"
 

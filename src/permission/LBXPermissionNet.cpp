@@ -1,4 +1,4 @@
-#include "device/LBXPermissionNet.h"
+#include "permission/LBXPermissionNet.h"
 
 #include <mutex>
 

@@ -4,9 +4,10 @@
 #include <mutex>
 
 #include "VODUpload/src/VODUploadClient.h"
-#include "api/QuorvaneApiManager.h"
 #include "foundation/dispatch.h"
 #include "foundation/log.h"
+#include "foundation/sandbox_paths.h"
+#include "upload_bridge/QuorvaneErrors.h"
 
 namespace quorvane {
 namespace {
@@ -45,7 +46,7 @@ std::string ApiOSSUploadTool::hostNameOf(std::string host) {
 
 std::string ApiOSSUploadTool::getfilePathFromSandboxTmpWithMiddleDir(const std::string& middleDir,
                                                                      const std::string& fileName) {
-    return QuorvaneApiManager::getfilePathFromSandboxTmpWithMiddleDir(middleDir, fileName);
+    return foundation::sandboxTempFilePath(middleDir, fileName);
 }
 
 ApiOSSUploadTool::Config ApiOSSUploadTool::Config::current() {

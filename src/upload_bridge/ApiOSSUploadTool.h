@@ -17,7 +17,7 @@
 #include <string>
 
 #include "VODUpload/src/VODServiceConfig.h"
-#include "api/HttpSessionManager.h"
+#include "foundation/HttpSessionManager.h"
 #include "foundation/value.h"
 #include "oss/oss_client.h"
 #include "upload_bridge/UploadingView.h"

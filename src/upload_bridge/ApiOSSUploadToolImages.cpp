@@ -3,12 +3,13 @@
 #include <filesystem>
 #include <vector>
 
-#include "api/QuorvaneApiManager.h"
 #include "foundation/dispatch.h"
 #include "foundation/log.h"
+#include "foundation/sandbox_paths.h"
 #include "oss/credential_provider.h"
 #include "platform/view.h"
 #include "upload_bridge/ApiOSSUploadTool.h"
+#include "upload_bridge/QuorvaneErrors.h"
 #include "upload_bridge/UploadPaths.h"
 
 namespace quorvane {

@@ -3,10 +3,11 @@
 #include <filesystem>
 
 #include "VODUpload/src/VODUploadClient.h"
-#include "api/QuorvaneApiManager.h"
 #include "foundation/dispatch.h"
+#include "foundation/sandbox_paths.h"
 #include "platform/view.h"
 #include "upload_bridge/ApiOSSUploadTool.h"
+#include "upload_bridge/QuorvaneErrors.h"
 #include "upload_bridge/UploadPaths.h"
 
 namespace quorvane {
@@ -38,7 +39,7 @@ void ApiOSSUploadTool::VODUploadFile(const Value& dict, ResultBlock successCallb
     if (!files.is_array() || files.empty() || !files[0].is_object()) return FailCallback_(kNativeErrorRequestFailed.toValue());
     const Value& entry = files[0];
     std::string fileName = lastMediaComponent(textAt(entry, "filePath"));
-    std::string filePath = getfilePathFromSandboxTmpWithMiddleDir(kMediaDirectory, fileName);
+    std::string filePath = getfilePathFromSandboxTmpWithMiddleDir(foundation::kMediaDirectory, fileName);
     std::error_code error;
     unsigned long long fileSize = std::filesystem::file_size(filePath, error);
     if (error) fileSize = 0;

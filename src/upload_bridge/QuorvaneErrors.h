@@ -1,6 +1,6 @@
 #pragma once
 // The façade's failure values: plain error words, and native error codes sent as
-// {"code", "message"} dictionaries.
+// {"code", "message"} dictionaries. The upload bridge fails with them too, so they live here, below both.
 #include <string>
 
 #include "foundation/value.h"

@@ -1,11 +1,11 @@
 #include "upload_bridge/UploadPaths.h"
 
-#include "api/QuorvaneApiManager.h"
+#include "foundation/sandbox_paths.h"
 
 namespace quorvane {
 namespace {
 const std::string& separator() {
-    static const std::string text = std::string("/") + kMediaDirectory + "/";
+    static const std::string text = std::string("/") + foundation::kMediaDirectory + "/";
     return text;
 }
 
@@ -36,7 +36,7 @@ std::string lastMediaComponent(const std::string& hostPath) {
 }
 
 std::string localMediaPath(const std::string& hostPath) {
-    return QuorvaneApiManager::getfilePathFromSandboxTmpWithMiddleDir(kMediaDirectory, mediaFileName(hostPath).value_or(""));
+    return foundation::sandboxTempFilePath(foundation::kMediaDirectory, mediaFileName(hostPath).value_or(""));
 }
 
 }  // namespace quorvane

@@ -4,7 +4,7 @@
 #include <atomic>
 
 #include "api/QuorvaneApiManager.h"
-#include "api/HttpSessionManager.h"
+#include "foundation/HttpSessionManager.h"
 #include "api_test_support.h"
 #include "support/net_faults.h"
 #include "upload_bridge/ApiOSSUploadTool.h"

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "device/LBXPermissionNet.h"
+#include "permission/LBXPermissionNet.h"
 #include "device/reachability_test_support.h"
 #include "foundation/dispatch.h"
 #include "foundation/log.h"

@@ -1,6 +1,6 @@
 // Permission checks by type: dispatch by class name, known statuses answered at once, prompts
 // answered on the main thread.
-#include "device/LBXPermissionNet.h"
+#include "permission/LBXPermissionNet.h"
 #include "permission/LBXPermission.h"
 #include "permission/LBXPermissionKinds.h"
 #include "permission_test_support.h"

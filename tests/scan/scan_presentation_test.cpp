@@ -1,7 +1,7 @@
 // How the façade's scanner is shown: the host's own controller takes the full-screen style, and
 // the screen's buttons keep their actions with the button category.
 #include "api/QuorvaneApiManager.h"
-#include "permission/UIButtonBlock.h"
+#include "device/UIButtonBlock.h"
 #include "scan_test_support.h"
 
 namespace quorvane::testing {

@@ -6,6 +6,7 @@
 #include <atomic>
 
 #include "foundation/dispatch.h"
+#include "foundation/dispatch_asio.h"
 
 namespace quorvane::platform::linux_capture {
 namespace {
@@ -19,7 +20,7 @@ Clock::duration toDuration(double seconds) {
 class Timer : public RecordingTimer, public std::enable_shared_from_this<Timer> {
 public:
     Timer(Clock::duration interval, std::function<void()> tick)
-        : timer_(foundation::MainLoop::instance().context()), interval_(interval), tick_(std::move(tick)) {}
+        : timer_(foundation::mainLoopContext()), interval_(interval), tick_(std::move(tick)) {}
 
     void arm(Clock::time_point due) {
         timer_.expires_at(due);
