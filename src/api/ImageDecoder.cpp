@@ -13,6 +13,8 @@ extern "C" {
 #include <memory>
 #include <string_view>
 
+#include "foundation/ffmpeg_handles.h"
+
 namespace quorvane {
 namespace {
 
@@ -43,24 +45,11 @@ int64_t seekTo(void* opaque, int64_t offset, int whence) {
     return target;
 }
 
-struct IoDeleter {
-    void operator()(AVIOContext* io) const {
-        av_freep(&io->buffer);
-        avio_context_free(&io);
-    }
-};
-struct FormatDeleter {
-    void operator()(AVFormatContext* f) const { avformat_close_input(&f); }
-};
-struct CodecDeleter {
-    void operator()(AVCodecContext* c) const { avcodec_free_context(&c); }
-};
-struct PacketDeleter {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-struct FrameDeleter {
-    void operator()(AVFrame* f) const { av_frame_free(&f); }
-};
+using foundation::ffmpeg::CodecContextPtr;
+using foundation::ffmpeg::FormatContextPtr;
+using foundation::ffmpeg::FramePtr;
+using foundation::ffmpeg::IoContextPtr;
+using foundation::ffmpeg::PacketPtr;
 
 // Image demuxers read a single picture: "jpeg_pipe", "png_pipe", "webp_pipe", ... and "gif".
 bool isStillImageFormat(const AVInputFormat* format) {
@@ -72,12 +61,12 @@ bool isStillImageFormat(const AVInputFormat* format) {
 bool decodeFirstPicture(AVFormatContext* format, const AVStream* stream, platform::Image& image) {
     const AVCodec* codec = avcodec_find_decoder(stream->codecpar->codec_id);
     if (!codec) return false;
-    std::unique_ptr<AVCodecContext, CodecDeleter> context(avcodec_alloc_context3(codec));
+    CodecContextPtr context(avcodec_alloc_context3(codec));
     if (!context || avcodec_parameters_to_context(context.get(), stream->codecpar) < 0 ||
         avcodec_open2(context.get(), codec, nullptr) < 0)
         return false;
-    std::unique_ptr<AVPacket, PacketDeleter> packet(av_packet_alloc());
-    std::unique_ptr<AVFrame, FrameDeleter> frame(av_frame_alloc());
+    PacketPtr packet(av_packet_alloc());
+    FramePtr frame(av_frame_alloc());
     auto take = [&] {
         image.width = frame->width;
         image.height = frame->height;
@@ -102,7 +91,7 @@ platform::ImagePtr imageWithData(const std::string& data) {
     MemoryReader reader{&data};
     auto* buffer = static_cast<unsigned char*>(av_malloc(kBufferSize));
     if (!buffer) return nullptr;
-    std::unique_ptr<AVIOContext, IoDeleter> io(avio_alloc_context(buffer, kBufferSize, 0, &reader, readPacket, nullptr, seekTo));
+    IoContextPtr io(avio_alloc_context(buffer, kBufferSize, 0, &reader, readPacket, nullptr, seekTo));
     if (!io) {
         av_free(buffer);
         return nullptr;
@@ -112,7 +101,7 @@ platform::ImagePtr imageWithData(const std::string& data) {
     raw->pb = io.get();
     raw->flags |= AVFMT_FLAG_CUSTOM_IO;
     if (avformat_open_input(&raw, nullptr, nullptr, nullptr) < 0) return nullptr;  // frees `raw` on failure
-    std::unique_ptr<AVFormatContext, FormatDeleter> format(raw);
+    FormatContextPtr format(raw);
     if (!isStillImageFormat(format->iformat) || format->nb_streams < 1) return nullptr;
     const AVStream* stream = format->streams[0];
     auto image = std::make_shared<platform::Image>();

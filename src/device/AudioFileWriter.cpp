@@ -12,6 +12,8 @@ extern "C" {
 
 #include <algorithm>
 
+#include "foundation/ffmpeg_handles.h"
+
 namespace quorvane {
 namespace {
 
@@ -34,9 +36,7 @@ bool containerFor(std::uint32_t formatID, Container* out) {
 
 bool fail(Error* error, long long code, const std::string& what) {
     if (error) {
-        char text[AV_ERROR_MAX_STRING_SIZE] = {};
-        if (code < 0) av_strerror(static_cast<int>(code), text, sizeof text);
-        *error = Error(kErrorDomain, code, code < 0 ? what + ": " + text : what);
+        *error = Error(kErrorDomain, code, code < 0 ? foundation::ffmpeg::describe(what, static_cast<int>(code)) : what);
     }
     return false;
 }

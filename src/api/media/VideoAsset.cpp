@@ -9,12 +9,10 @@ extern "C" {
 #include <cstdio>
 #include <filesystem>
 
+#include "foundation/ffmpeg_handles.h"
+
 namespace quorvane::media {
 namespace {
-
-struct InputCloser {
-    void operator()(AVFormatContext* f) const { avformat_close_input(&f); }
-};
 
 // Seconds rounded up, from a count of `base` units.
 long long ceilSeconds(int64_t value, AVRational base) {
@@ -29,7 +27,7 @@ long long ceilSeconds(int64_t value, AVRational base) {
 std::optional<VideoFacts> readVideoFacts(const std::string& path) {
     AVFormatContext* raw = nullptr;
     if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0) return std::nullopt;
-    std::unique_ptr<AVFormatContext, InputCloser> input(raw);
+    foundation::ffmpeg::FormatContextPtr input(raw);
     if (avformat_find_stream_info(input.get(), nullptr) < 0) return std::nullopt;
     // The first video track, as the asset lists them; a cover picture is not a track.
     const AVStream* stream = nullptr;

@@ -11,15 +11,12 @@ extern "C" {
 #include <cstring>
 
 #include "api/media/VideoExport.h"
+#include "foundation/ffmpeg_handles.h"
 
 namespace quorvane::media {
 namespace {
 
-std::string describe(const char* what, int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return std::string(what) + ": " + text;
-}
+using foundation::ffmpeg::describe;
 
 // The size that fits the medium box (long side 568, short side 320) without growing, kept even.
 void mediumSize(int width, int height, int& outWidth, int& outHeight) {

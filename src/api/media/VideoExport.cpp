@@ -12,28 +12,12 @@ extern "C" {
 #include <vector>
 
 #include "api/media/VideoEncoder.h"
+#include "foundation/ffmpeg_handles.h"
 
 namespace quorvane::media {
 namespace {
 
-struct InputCloser {
-    void operator()(AVFormatContext* f) const { avformat_close_input(&f); }
-};
-struct OutputCloser {
-    void operator()(AVFormatContext* f) const {
-        if (f->pb) avio_closep(&f->pb);
-        avformat_free_context(f);
-    }
-};
-struct PacketFree {
-    void operator()(AVPacket* p) const { av_packet_free(&p); }
-};
-
-std::string describe(const char* what, int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return std::string(what) + ": " + text;
-}
+using foundation::ffmpeg::describe;
 
 bool copiesVideo(AVCodecID codec, ExportPreset preset) {
     if (preset == ExportPreset::MediumQuality) return false;
@@ -113,7 +97,7 @@ private:
     }
 
     std::string copyPackets() {
-        std::unique_ptr<AVPacket, PacketFree> packet(av_packet_alloc());
+        foundation::ffmpeg::PacketPtr packet(av_packet_alloc());
         while (av_read_frame(input_.get(), packet.get()) >= 0) {
             int in = packet->stream_index;
             int out = outIndex_[in];
@@ -139,8 +123,8 @@ private:
 
     ExportPreset preset_;
     double maxSeconds_;
-    std::unique_ptr<AVFormatContext, InputCloser> input_;
-    std::unique_ptr<AVFormatContext, OutputCloser> output_;
+    foundation::ffmpeg::FormatContextPtr input_;
+    foundation::ffmpeg::OutputContextPtr output_;
     std::unique_ptr<VideoEncoder> encoder_;
     std::vector<int> outIndex_;
 };
