@@ -1,5 +1,6 @@
 #include "object_store.h"
 
+#include <algorithm>
 #include <memory>
 
 #include "oss/oss_client.h"
@@ -37,25 +38,40 @@ std::optional<std::string> header(const foundation::Headers& headers, const std:
 
 }  // namespace
 
-std::optional<StoredObject> headObject(const StoreAccess& access, const std::string& key) {
+std::vector<std::optional<StoredObject>> headObjects(const StoreAccess& access, const std::vector<std::string>& keys,
+                                                     std::size_t inFlight) {
+    // One client, so its connections are reused; a window of requests in flight, answers taken in order.
     auto client = makeClient(access);
-    auto request = std::make_shared<oss::OSSHeadObjectRequest>();
-    request->bucketName = access.bucket;
-    request->objectKey = key;
-    auto task = client->headObject(request);
-    if (!task->waitFor(kRequestWait)) {
-        request->cancel();
-        return std::nullopt;
-    }
-    auto result = task->result();
-    if (task->isFaulted() || !result) return std::nullopt;
-    StoredObject stored;
-    stored.size = static_cast<std::uint64_t>(result->contentLength);
-    if (auto crc = header(result->httpResponseHeaderFields, "x-oss-hash-crc64ecma")) {
-        try {
-            stored.crc64 = std::stoull(*crc);
-        } catch (const std::exception&) {
+    struct Pending {
+        std::shared_ptr<oss::OSSHeadObjectRequest> request;
+        oss::OSSTask<oss::OSSHeadObjectResult>::Ptr task;
+    };
+    std::vector<Pending> pending(keys.size());
+    std::vector<std::optional<StoredObject>> stored(keys.size());
+    auto send = [&](std::size_t i) {
+        pending[i].request = std::make_shared<oss::OSSHeadObjectRequest>();
+        pending[i].request->bucketName = access.bucket;
+        pending[i].request->objectKey = keys[i];
+        pending[i].task = client->headObject(pending[i].request);
+    };
+    inFlight = std::max<std::size_t>(inFlight, 1);
+    for (std::size_t i = 0; i < keys.size() && i < inFlight; ++i) send(i);
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        auto& [request, task] = pending[i];
+        bool answered = task->waitFor(kRequestWait);
+        if (!answered) request->cancel();
+        if (i + inFlight < keys.size()) send(i + inFlight);
+        auto result = answered ? task->result() : nullptr;
+        if (!answered || task->isFaulted() || !result) continue;
+        StoredObject object;
+        object.size = static_cast<std::uint64_t>(result->contentLength);
+        if (auto crc = header(result->httpResponseHeaderFields, "x-oss-hash-crc64ecma")) {
+            try {
+                object.crc64 = std::stoull(*crc);
+            } catch (const std::exception&) {
+            }
         }
+        stored[i] = object;
     }
     return stored;
 }

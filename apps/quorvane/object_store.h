@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace quorvane::app {
 
@@ -19,8 +20,10 @@ struct StoredObject {
     std::optional<std::uint64_t> crc64;
 };
 
-// The stored object's size and CRC-64; nullopt when it is not there or cannot be asked about.
-std::optional<StoredObject> headObject(const StoreAccess& access, const std::string& key);
+// Each stored object's size and CRC-64, in the keys' order; nullopt where it is not there or cannot be
+// asked about. Up to `inFlight` requests at once.
+std::vector<std::optional<StoredObject>> headObjects(const StoreAccess& access, const std::vector<std::string>& keys,
+                                                     std::size_t inFlight);
 
 // Stores an empty object; "" or the service's error text.
 std::string putEmptyObject(const StoreAccess& access, const std::string& key, std::string& code);

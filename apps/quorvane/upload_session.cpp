@@ -85,13 +85,24 @@ StoreAccess storeAccess(const UploadPlan& plan) {
 
 // A file already stored under its key with the same size and CRC-64 is not sent again.
 void UploadSession::skipStored() {
+    std::vector<std::size_t> direct;
+    std::vector<std::string> keys;
     for (std::size_t i = 0; i < plan_.jobs.size(); ++i) {
+        if (plan_.jobs[i].vod) continue;
+        direct.push_back(i);
+        keys.push_back(plan_.jobs[i].object);
+    }
+    if (direct.empty() || interruptRequested()) return;
+    // Asked all at once (a window per upload slot, at least 8): many small files must not wait out one
+    // round trip each before the first byte goes.
+    auto stored = headObjects(storeAccess(plan_), keys, std::max(8, plan_.parallel * 2));
+    for (std::size_t n = 0; n < direct.size(); ++n) {
+        const std::size_t i = direct[n];
         const auto& job = plan_.jobs[i];
-        if (job.vod || interruptRequested()) continue;
-        auto stored = headObject(storeAccess(plan_), job.object);
-        if (!stored || stored->size != job.size || !stored->crc64) continue;
+        if (interruptRequested()) return;
+        if (!stored[n] || stored[n]->size != job.size || !stored[n]->crc64) continue;
         auto local = fileCrc64(job.path);
-        if (!local || *local != *stored->crc64) continue;
+        if (!local || *local != *stored[n]->crc64) continue;
         skipped_[i] = true;
         std::lock_guard lock(mutex_);
         outcomes_[i] = FileOutcome{job.display, true, std::nullopt, plan_.bucket, job.object, job.size, {}, {}};
