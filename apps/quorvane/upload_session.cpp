@@ -153,9 +153,8 @@ bool UploadSession::launch(std::size_t index) {
         return false;
     }
     slot.entry = slot.client->listFiles().back();
-    // The engine enlarges parts so that a file never needs more than 4999 of them.
-    auto partSize = std::max<std::int64_t>(plan_.partSize, static_cast<std::int64_t>(job.size / 4999));
-    slot.recorded = oss::recordedUploadBytes(plan_.recordDir, job.path, partSize);
+    slot.recorded = oss::recordedUploadBytes(plan_.recordDir, job.path,
+                                             slot.client->partSizeFor(static_cast<std::int64_t>(job.size)));
     slot.client->start();
     return true;
 }

@@ -15,7 +15,7 @@
 #include <vector>
 
 #include "VODUpload/src/AVCVEventTransport.h"
-#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadEngine.h"
 #include "device/reachability_test_support.h"
 #include "emulator/cloud_emulator.h"
 #include "engine_test_support.h"
@@ -133,7 +133,7 @@ protected:
         ASSERT_TRUE(cloud.start());
         pointServicesAt(cloud);
         sts = cloud.issueSts();
-        client = VODUploadClient::create();
+        client = VODUploadEngine::create();
         client->setRecordDirectoryPath(dir.file("records"));
         client->setRetryWait(20ms);
     }
@@ -144,7 +144,7 @@ protected:
         restoreServices();
     }
 
-    bool initSts(const std::shared_ptr<VODUploadClient>& c) {
+    bool initSts(const std::shared_ptr<VODUploadEngine>& c) {
         return c->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, listener.make());
     }
 
@@ -196,7 +196,7 @@ protected:
     emulator::CloudEmulator cloud;
     emulator::StsCredentials sts;
     RecordingListener listener;
-    std::shared_ptr<VODUploadClient> client;
+    std::shared_ptr<VODUploadEngine> client;
 };
 
 }  // namespace test

@@ -38,7 +38,7 @@ TEST_F(BadNetwork, SilentVideoServiceFailsTheFile) {
     config.vodBaseUrl = silent.endpoint() + "/";
     config.idleTimeoutSeconds = 1;
     client->stop();
-    client = VODUploadClient::create(config);
+    client = VODUploadEngine::create(config);
     client->setRecordDirectoryPath(dir.file("records"));
     client->setRetryWait(20ms);
     ASSERT_TRUE(initSts(client));

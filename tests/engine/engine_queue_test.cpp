@@ -28,7 +28,7 @@ TEST(FileQueue, AFileOfNoMediaTypeFailsAndHaltsTheQueue) {
     writeFile(dir.file("notes.txt"), "text");
     writeFile(dir.file("clip.mp4"), "not yet registered");
     RecordingListener listener;
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     client->init(listener.make());
     EngineLog log;
     ASSERT_TRUE(client->addFile(dir.file("notes.txt"), nullptr));
@@ -50,7 +50,7 @@ TEST(FileQueue, AFileOfNoMediaTypeFailsAndHaltsTheQueue) {
 
 TEST(FileQueue, EmptyQueueFinishesAtOnceWithoutListenerCalls) {
     RecordingListener listener;
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     client->init(listener.make());
     EXPECT_TRUE(client->start());
     EXPECT_EQ(client->state(), VODClientState::Finished);
@@ -60,7 +60,7 @@ TEST(FileQueue, EmptyQueueFinishesAtOnceWithoutListenerCalls) {
 TEST(FileQueue, RefusedCallsChangeNothingButStillLog) {
     TempDir dir;
     writeFile(dir.file("a.mp4"), "a");
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     EngineLog log;
     EXPECT_FALSE(client->addFile("", nullptr));
     EXPECT_FALSE(client->addFile(dir.file("a.mp4"), "http://127.0.0.1:1", "", "key"));
@@ -96,7 +96,7 @@ TEST(FileQueue, ResumeFileRestartsOnlyAFinishedQueue) {
     writeFile(dir.file("a.txt"), "a");
     writeFile(dir.file("b.txt"), "b");
     RecordingListener listener;
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     client->init(listener.make());
     client->addFile(dir.file("a.txt"), nullptr);
     ASSERT_TRUE(client->cancelFile(0));
@@ -119,7 +119,7 @@ TEST(FileQueue, ResumeFileRestartsOnlyAFinishedQueue) {
 }
 
 TEST(FileQueue, ShouldRetryClassifiesObjectStorageErrors) {
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     const Error network(oss::kOSSClientErrorDomain, 6, "network");
     const Error cancelled(oss::kOSSClientErrorDomain, 5, "cancelled");
     EXPECT_EQ(client->shouldRetry(serverError(403, "SecurityTokenExpired")), 2);

@@ -39,7 +39,7 @@ TEST_F(CarelessHost, ClientLetGoMidUploadStopsWithoutCallingBack) {
                                 "up/dropped.bin"));
     ASSERT_TRUE(client->start());
     ASSERT_TRUE(listener.waitFor("progress"));
-    std::weak_ptr<VODUploadClient> weak = client;
+    std::weak_ptr<VODUploadEngine> weak = client;
     client.reset();  // the host's last reference
     EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 30s));
     const auto heard = listener.events().size();

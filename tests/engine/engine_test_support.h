@@ -5,19 +5,19 @@
 #include <fstream>
 #include <string>
 
-#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadEngine.h"
 
 namespace quorvane {
 
 // Reaches the client's private state so the tests can put it where a running queue would.
 struct VODUploadClientTestAccess {
-    static void setState(VODUploadClient& c, VODClientState s) {
+    static void setState(VODUploadEngine& c, VODClientState s) {
         c.serially([&] { c.transitionTo(s); });
     }
-    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) {
+    static void setCur(VODUploadEngine& c, std::shared_ptr<UploadFileInfo> f) {
         c.serially([&] { c.cur_ = std::move(f); });
     }
-    static void setOpenApiConfig(VODUploadClient& c, std::shared_ptr<OSSConfig> conf) {
+    static void setOpenApiConfig(VODUploadEngine& c, std::shared_ptr<OSSConfig> conf) {
         c.serially([&] { c.openApiConfig_ = std::move(conf); });
     }
 };

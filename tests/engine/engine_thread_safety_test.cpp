@@ -16,9 +16,9 @@ using namespace std::chrono_literals;
 namespace {
 
 // A client whose queue halted on a file of no media type: Started, with nothing left to move it on.
-std::shared_ptr<VODUploadClient> haltedClient(const TempDir& dir) {
+std::shared_ptr<VODUploadEngine> haltedClient(const TempDir& dir) {
     writeFile(dir.file("notes"), "text");
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     client->init(std::make_shared<VODUploadListener>());
     client->addFile(dir.file("notes"), nullptr);
     client->start();
@@ -28,7 +28,7 @@ std::shared_ptr<VODUploadClient> haltedClient(const TempDir& dir) {
 }  // namespace
 
 TEST(EngineSettling, AnswersAtOnceOutsideStarted) {
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     client->init(std::make_shared<VODUploadListener>());
     EXPECT_TRUE(client->waitUntilSettled(0ms));  // Idle
 
@@ -65,7 +65,7 @@ TEST(EngineSettling, AWaiterWakesWhenAnotherThreadMovesTheState) {
 // Callers on several threads edit and read the queue at once; every edit lands exactly once (an
 // unguarded list loses entries, tears, or trips the sanitizers).
 TEST(EngineThreadSafety, CallersOnSeveralThreadsEditTheQueueWithoutLosingEntries) {
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     client->init(std::make_shared<VODUploadListener>());
     client->setReportEnabled(false);
     constexpr int kPerThread = 400;
@@ -96,7 +96,7 @@ TEST(EngineThreadSafety, CallersOnSeveralThreadsEditTheQueueWithoutLosingEntries
 TEST(EngineThreadSafety, ListenerCallbacksMayCallTheClientBack) {
     TempDir dir;
     writeFile(dir.file("notes"), "text");
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     auto listener = std::make_shared<VODUploadListener>();
     std::promise<std::pair<std::size_t, bool>> seen;
     listener->failure = [&](const std::shared_ptr<UploadFileInfo>& file, const std::string&, const std::string&) {

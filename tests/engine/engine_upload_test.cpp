@@ -108,7 +108,7 @@ TEST_F(MultipartUpload, FaultsMidUploadRetryOnceAndKeepTheStoredParts) {
 }
 
 TEST_F(MultipartUpload, NetworkThatStaysDownEndsInFailureAfterMaxRetryCount) {
-    static_assert(VODUploadClient::kRetryWait == std::chrono::milliseconds(2000));
+    static_assert(VODUploadEngine::kRetryWait == std::chrono::milliseconds(2000));
     client->setMaxRetryCount(3);
     oss::OSSLog::enableLog();
     foundation::LogCapture log;
@@ -214,7 +214,7 @@ TEST_F(TlsMultipartUpload, ObjectStorageTrustsTheGivenCaFile) {
     EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());  // no request got through the handshake
 
     RecordingListener trusting;
-    auto second = VODUploadClient::create();
+    auto second = VODUploadEngine::create();
     second->setRecordDirectoryPath(dir.file("records-ca"));
     second->setCaFile(cloud.caFile());
     ASSERT_TRUE(second->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, trusting.make()));

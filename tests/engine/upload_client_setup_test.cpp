@@ -14,8 +14,8 @@ using namespace quorvane;
 
 namespace {
 
-std::shared_ptr<VODUploadClient> pausedClient() {
-    auto client = VODUploadClient::create();
+std::shared_ptr<VODUploadEngine> pausedClient() {
+    auto client = VODUploadEngine::create();
     VODUploadClientTestAccess::setState(*client, VODClientState::Paused);
     return client;
 }
@@ -28,8 +28,8 @@ std::string authText(const std::string& utc) {
 
 }  // namespace
 
-TEST(VODUploadClient, NewClientHasDocumentedDefaults) {
-    auto client = VODUploadClient::create();
+TEST(VODUploadEngine, NewClientHasDocumentedDefaults) {
+    auto client = VODUploadEngine::create();
     EXPECT_EQ(client->state(), VODClientState::Idle);
     EXPECT_TRUE(client->listFiles().empty());
     EXPECT_EQ(client->uploadPartSize(), 1048576);
@@ -64,8 +64,8 @@ TEST(VODUploadClient, NewClientHasDocumentedDefaults) {
     EXPECT_TRUE(VODObjectCache::sharedCache().enabled());
 }
 
-TEST(VODUploadClient, InitNeedsEveryCredentialText) {
-    auto client = VODUploadClient::create();
+TEST(VODUploadEngine, InitNeedsEveryCredentialText) {
+    auto client = VODUploadEngine::create();
     auto listener = std::make_shared<VODUploadListener>();
     EXPECT_FALSE(client->init("id", "", listener));
     EXPECT_FALSE(client->listener());
@@ -81,8 +81,8 @@ TEST(VODUploadClient, InitNeedsEveryCredentialText) {
     EXPECT_FALSE(client->ossConfig()->expireTime);
 }
 
-TEST(VODUploadClient, CredentialProviderFollowsTheRecordInUse) {
-    auto client = VODUploadClient::create();
+TEST(VODUploadEngine, CredentialProviderFollowsTheRecordInUse) {
+    auto client = VODUploadEngine::create();
     EXPECT_EQ(client->getCredentialProvider(), nullptr);  // no key pair yet
 
     ASSERT_TRUE(client->init("plain-id", "plain-secret", nullptr));
@@ -115,8 +115,8 @@ TEST(VODUploadClient, CredentialProviderFollowsTheRecordInUse) {
 // New credentials are stored on the caller's thread while upload workers fetch tokens: a fetch
 // must see one whole set, never the id of one and the secret of another (ThreadSanitizer also
 // reports the unguarded access itself).
-TEST(VODUploadClient, TokenFetchesSeeWholeCredentialSetsWhileTheyChange) {
-    auto client = VODUploadClient::create();
+TEST(VODUploadEngine, TokenFetchesSeeWholeCredentialSetsWhileTheyChange) {
+    auto client = VODUploadEngine::create();
     ASSERT_TRUE(client->init("id-0", "secret-0", "token-0", "exp-0", nullptr));
     auto provider = std::dynamic_pointer_cast<oss::OSSFederationCredentialProvider>(client->getCredentialProvider());
     ASSERT_TRUE(provider);
@@ -147,9 +147,9 @@ TEST(VODUploadClient, TokenFetchesSeeWholeCredentialSetsWhileTheyChange) {
     EXPECT_EQ(provider->getToken(&error)->tAccessKey, "id-3000");
 }
 
-TEST(VODUploadClient, ResumeWithTokenOnlyWhilePaused) {
+TEST(VODUploadEngine, ResumeWithTokenOnlyWhilePaused) {
     for (auto state : {VODClientState::Idle, VODClientState::Started, VODClientState::Stopped, VODClientState::Finished}) {
-        auto client = VODUploadClient::create();
+        auto client = VODUploadEngine::create();
         VODUploadClientTestAccess::setState(*client, state);
         EXPECT_FALSE(client->resumeWithToken("k", "s", "t", "e")) << static_cast<int>(state);
         EXPECT_FALSE(client->resumeWithAuth(authText("utc"))) << static_cast<int>(state);
@@ -164,14 +164,14 @@ TEST(VODUploadClient, ResumeWithTokenOnlyWhilePaused) {
     EXPECT_EQ(client->ossConfig()->secretToken, "t");
 }
 
-TEST(VODUploadClient, ResumeWithAuthTakesCredentialsButNotRegion) {
+TEST(VODUploadEngine, ResumeWithAuthTakesCredentialsButNotRegion) {
     oss::OSSLog::enableLog();
     foundation::LogCapture log;
     auto client = pausedClient();
     EXPECT_FALSE(client->resumeWithAuth(""));
     EXPECT_FALSE(client->resumeWithAuth("not base64"));
     EXPECT_FALSE(client->resumeWithAuth(foundation::base64Encode("not json")));
-    std::string line = std::string(VODUploadClient::kLogSource) + " [Debug]: upload auth format is error.";
+    std::string line = std::string(VODUploadEngine::kLogSource) + " [Debug]: upload auth format is error.";
     EXPECT_EQ(log.lines(), (std::vector<std::string>{line, line}));
 
     ASSERT_TRUE(client->resumeWithAuth(authText("")));

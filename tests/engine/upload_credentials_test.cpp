@@ -19,7 +19,7 @@ const Value kAuth = {{"AccessKeyId", "STS.id"},           {"AccessKeySecret", "s
                      {"ExpireUTCTime", "2030-01-01T00:00:00Z"}, {"Region", "cn-beijing"}};
 
 std::string debugLine(const std::string& message) {
-    return std::string(VODUploadClient::kLogSource) + " [Debug]: " + message;
+    return std::string(VODUploadEngine::kLogSource) + " [Debug]: " + message;
 }
 
 // Turns the object-storage log switch on for one test and captures what the engine writes.
@@ -27,7 +27,7 @@ struct UploadAuthClient : ::testing::Test {
     UploadAuthClient() { oss::OSSLog::enableLog(); }
     ~UploadAuthClient() override { oss::OSSLog::disableLog(); }
     foundation::LogCapture log;
-    std::shared_ptr<VODUploadClient> client = VODUploadClient::create();
+    std::shared_ptr<VODUploadEngine> client = VODUploadEngine::create();
 };
 
 }  // namespace
@@ -119,7 +119,7 @@ TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
 
 TEST(UploadAddress, CachedObjectWinsOnlyWithAVideoId) {
     test::TempDir dir;
-    auto client = VODUploadClient::create();
+    auto client = VODUploadEngine::create();
     auto file = std::make_shared<UploadFileInfo>();
     file->filePath = dir.file("again.mp4");
     test::writeFile(file->filePath, "0123456789");

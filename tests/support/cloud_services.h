@@ -8,19 +8,24 @@
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
 #include "VODUpload/src/VODServiceEndpoint.h"
-#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadEngine.h"
 #include "emulator/cloud_emulator.h"
 
 namespace quorvane {
 
 // Engine internals the upload tests steer: parts one at a time make fault scripts and pauses deterministic.
 struct VODUploadEngineTestAccess {
-    static void setMaxConcurrentParts(VODUploadClient& c, int n) {
+    static void setMaxConcurrentParts(VODUploadEngine& c, int n) {
         c.serially([&] { c.conf_.maxConcurrentParts = n; });
     }
-    static std::string uploadId(const VODUploadClient& c) {
+    static std::string uploadId(const VODUploadEngine& c) {
         return c.serially([&] { return c.attempt_.uploadId.value_or(""); });
     }
+    // The same, through a public client (the bridge's and the short-video client's).
+    static void setMaxConcurrentParts(VODUploadClient& c, int n) {
+        setMaxConcurrentParts(VODUploadClientInternals::engine(c), n);
+    }
+    static std::string uploadId(const VODUploadClient& c) { return uploadId(VODUploadClientInternals::engine(c)); }
 };
 
 namespace test {

@@ -15,6 +15,7 @@
 
 #include "VODUpload/src/AVCVEventTransport.h"
 #include "VODUpload/src/VODObjectCache.h"
+#include "VODUpload/src/VODUploadEngine.h"
 #include "VODUpload/src/VODUploadSVideoClient.h"
 #include "emulator/cloud_emulator.h"
 #include "foundation/dispatch.h"
@@ -142,7 +143,7 @@ protected:
         client->setUploadPartSize(kPartSize);
         client->setRecordDirectoryPath(dir.file("records"));
         client->setRegion(cloud.options().region);
-        client->client()->setRetryWait(20ms);
+        VODUploadClientInternals::engine(*client->client()).setRetryWait(20ms);
         VODUploadEngineTestAccess::setMaxConcurrentParts(*client->client(), 1);
         info = std::make_shared<VodSVideoInfo>();
         info->title = "short clip";

@@ -1,152 +1,97 @@
+// The public client: each operation is the engine's own (VODUploadEngine*.cpp).
 #include "VODUpload/src/VODUploadClient.h"
 
-#include <cmath>
-#include <cstdlib>
-
-#include "VODUpload/src/AVCVEventManager.h"
-#include "VODUpload/src/AVCVEventTransport.h"
-#include "VODUpload/src/VODObjectCache.h"
-#include "foundation/temp_files.h"
+#include "VODUpload/src/VODUploadEngine.h"
 
 namespace quorvane {
-namespace {
 
-// The user's cache directory: $XDG_CACHE_HOME, else ~/.cache, else the temporary directory.
-std::string userCachesDirectory() {
-    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg) return xdg;
-    if (const char* home = std::getenv("HOME"); home && *home) return std::string(home) + "/.cache";
-    return foundation::temporaryDirectory();
+VODUploadClient::VODUploadClient() : engine_(VODUploadEngine::create()) {}
+VODUploadClient::VODUploadClient(VODServiceConfig config) : engine_(VODUploadEngine::create(std::move(config))) {}
+VODUploadClient::~VODUploadClient() = default;
+
+bool VODUploadClient::init(std::shared_ptr<VODUploadListener> listener) { return engine_->init(std::move(listener)); }
+bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
+                           std::shared_ptr<VODUploadListener> listener) {
+    return engine_->init(accessKeyId, accessKeySecret, std::move(listener));
 }
-
-constexpr double kDefaultRequestTimeout = 30.0;
-
-}  // namespace
-
-VODUploadClient::VODUploadClient() : VODUploadClient(VODServiceConfig::current()) {}
-
-VODUploadClient::VODUploadClient(VODServiceConfig config)
-    : serviceConfig_(std::move(config)),
-      queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
-      ossConfig_(std::make_shared<OSSConfig>()),
-      eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
-      recordDirectoryPath_(userCachesDirectory()) {
-    conf_.maxRetryCount = 2;
-    conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
-    conf_.httpClient = serviceConfig_.httpClient;
-    eventManager_->setEndpoint(serviceConfig_.logServiceEndpoint);
-    if (serviceConfig_.httpClient) {
-        // Events go through the client's own HTTP client too, on a sender of their own.
-        AVCVEventTransportOptions options;
-        options.client = serviceConfig_.httpClient;
-        eventManager_->setTransport(std::make_shared<AVCVEventTransport>(std::move(options)));
-    }
+bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
+                           const std::string& secretToken, const std::string& expireTime,
+                           std::shared_ptr<VODUploadListener> listener) {
+    return engine_->init(accessKeyId, accessKeySecret, secretToken, expireTime, std::move(listener));
 }
-
-void VODUploadClient::later(std::function<void(VODUploadClient&)> f) {
-    queue_->async([weak = weak_from_this(), f = std::move(f)] {
-        if (auto self = weak.lock()) f(*self);
-    });
+bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+                               std::shared_ptr<VODUploadListener> listener) {
+    return engine_->setKeyId(accessKeyId, accessKeySecret, std::move(listener));
 }
-
-void VODUploadClient::transitionTo(VODClientState next) {
-    {
-        // Stored under the mutex so a waiter cannot miss the change between its test and its wait.
-        std::lock_guard lock(stateMutex_);
-        state_ = next;
-    }
-    stateChanged_.notify_all();
+bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+                               const std::string& secretToken, const std::string& expireTime,
+                               std::shared_ptr<VODUploadListener> listener) {
+    return engine_->setKeyId(accessKeyId, accessKeySecret, secretToken, expireTime, std::move(listener));
 }
-
+bool VODUploadClient::setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo,
+                                              const std::string& uploadAuth, const std::string& uploadAddress) {
+    return engine_->setUploadAuthAndAddress(uploadInfo, uploadAuth, uploadAddress);
+}
+bool VODUploadClient::resumeWithAuth(const std::string& uploadAuth) { return engine_->resumeWithAuth(uploadAuth); }
+bool VODUploadClient::resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
+                                      const std::string& secretToken, const std::string& expireTime) {
+    return engine_->resumeWithToken(accessKeyId, accessKeySecret, secretToken, expireTime);
+}
+bool VODUploadClient::addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo) {
+    return engine_->addFile(filePath, std::move(vodInfo));
+}
+bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
+                              std::string object) {
+    return engine_->addFile(filePath, std::move(endpoint), std::move(bucket), std::move(object));
+}
+bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket, std::string object,
+                              std::shared_ptr<VodInfo> vodInfo) {
+    return engine_->addFile(filePath, std::move(endpoint), std::move(bucket), std::move(object), std::move(vodInfo));
+}
+bool VODUploadClient::deleteFile(int index) { return engine_->deleteFile(index); }
+bool VODUploadClient::clearFiles() { return engine_->clearFiles(); }
+bool VODUploadClient::cancelFile(int index) { return engine_->cancelFile(index); }
+bool VODUploadClient::resumeFile(int index) { return engine_->resumeFile(index); }
+bool VODUploadClient::start() { return engine_->start(); }
+bool VODUploadClient::stop() { return engine_->stop(); }
+bool VODUploadClient::pause() { return engine_->pause(); }
+bool VODUploadClient::resume() { return engine_->resume(); }
+std::vector<std::shared_ptr<UploadFileInfo>> VODUploadClient::listFiles() const { return engine_->listFiles(); }
 bool VODUploadClient::waitUntilSettled(std::chrono::milliseconds timeout) const {
-    std::unique_lock lock(stateMutex_);
-    return stateChanged_.wait_for(lock, timeout, [this] { return state_.load() != VODClientState::Started; });
+    return engine_->waitUntilSettled(timeout);
 }
-
-void VODUploadClient::setRetryWait(std::chrono::milliseconds wait) {
-    serially([&] { retryWait_ = std::max(wait, std::chrono::milliseconds(0)); });
-}
-
-std::int32_t VODUploadClient::maxRetryCount() const { return serially([&] { return maxRetryCount_; }); }
-void VODUploadClient::setMaxRetryCount(std::int32_t v) { serially([&] { maxRetryCount_ = v; }); }
-
-double VODUploadClient::timeoutIntervalForRequest() const {
-    return serially([&] { return timeoutIntervalForRequest_; });
-}
-
-void VODUploadClient::setTimeoutIntervalForRequest(double seconds) {
-    if (!(seconds > 0) || !std::isfinite(seconds)) seconds = kDefaultRequestTimeout;
-    serially([&] {
-        timeoutIntervalForRequest_ = seconds;
-        conf_.timeoutIntervalForRequest = seconds;  // object-storage clients made from now on
-    });
-}
-
-void VODUploadClient::setCaFile(std::string path) { serially([&] { conf_.caFile = std::move(path); }); }
-
-std::string VODUploadClient::recordDirectoryPath() const { return serially([&] { return recordDirectoryPath_; }); }
-void VODUploadClient::setRecordDirectoryPath(std::string path) {
-    serially([&] { recordDirectoryPath_ = std::move(path); });
-}
-
-bool VODUploadClient::recordUploadProgress() const { return serially([&] { return recordUploadProgress_; }); }
-void VODUploadClient::setRecordUploadProgress(bool on) {
-    serially([&] { recordUploadProgress_ = on; });
-    VODObjectCache::sharedCache().setEnabled(on);
-}
-
-std::int32_t VODUploadClient::uploadPartSize() const { return serially([&] { return uploadPartSize_; }); }
-void VODUploadClient::setUploadPartSize(std::int32_t bytes) { serially([&] { uploadPartSize_ = bytes; }); }
-
-std::string VODUploadClient::region() const { return serially([&] { return region_; }); }
-void VODUploadClient::setRegion(std::string region) { serially([&] { region_ = std::move(region); }); }
-
-std::optional<std::string> VODUploadClient::appId() const { return serially([&] { return appId_; }); }
-void VODUploadClient::setAppId(std::optional<std::string> v) { serially([&] { appId_ = std::move(v); }); }
-
-std::optional<std::string> VODUploadClient::workflowId() const { return serially([&] { return workflowId_; }); }
-void VODUploadClient::setWorkflowId(std::optional<std::string> v) { serially([&] { workflowId_ = std::move(v); }); }
-
-bool VODUploadClient::reportEnabled() const { return serially([&] { return reportEnabled_; }); }
-void VODUploadClient::setReportEnabled(bool on) {
-    serially([&] { reportEnabled_ = on; });
-    if (eventManager_) eventManager_->setEnabled(on);
-}
-
-bool VODUploadClient::transcode() const { return serially([&] { return transcode_; }); }
-void VODUploadClient::setTranscode(bool on) { serially([&] { transcode_ = on; }); }
-
-std::int32_t VODUploadClient::retryNotify() const { return serially([&] { return retryNotify_; }); }
-void VODUploadClient::setRetryNotify(std::int32_t v) { serially([&] { retryNotify_ = v; }); }
-
-std::optional<std::string> VODUploadClient::requestId() const { return serially([&] { return requestId_; }); }
-void VODUploadClient::setRequestId(std::optional<std::string> v) { serially([&] { requestId_ = std::move(v); }); }
-
-void VODUploadClient::setLogStore(const std::string& logStore) {
-    if (eventManager_) eventManager_->setLogstore(logStore);
-}
-
-void VODUploadClient::setVideoId(std::optional<std::string> videoId) {
-    serially([&] { attempt_.curVideoId = std::move(videoId); });
-}
-
+VODClientState VODUploadClient::state() const { return engine_->state(); }
+std::int32_t VODUploadClient::maxRetryCount() const { return engine_->maxRetryCount(); }
+void VODUploadClient::setMaxRetryCount(std::int32_t v) { engine_->setMaxRetryCount(v); }
+double VODUploadClient::timeoutIntervalForRequest() const { return engine_->timeoutIntervalForRequest(); }
+void VODUploadClient::setTimeoutIntervalForRequest(double seconds) { engine_->setTimeoutIntervalForRequest(seconds); }
+void VODUploadClient::setCaFile(std::string path) { engine_->setCaFile(std::move(path)); }
+std::string VODUploadClient::recordDirectoryPath() const { return engine_->recordDirectoryPath(); }
+void VODUploadClient::setRecordDirectoryPath(std::string path) { engine_->setRecordDirectoryPath(std::move(path)); }
+bool VODUploadClient::recordUploadProgress() const { return engine_->recordUploadProgress(); }
+void VODUploadClient::setRecordUploadProgress(bool on) { engine_->setRecordUploadProgress(on); }
+std::int32_t VODUploadClient::uploadPartSize() const { return engine_->uploadPartSize(); }
+void VODUploadClient::setUploadPartSize(std::int32_t bytes) { engine_->setUploadPartSize(bytes); }
+std::int64_t VODUploadClient::partSizeFor(std::int64_t fileSize) const { return engine_->partSizeFor(fileSize); }
+std::string VODUploadClient::region() const { return engine_->region(); }
+void VODUploadClient::setRegion(std::string region) { engine_->setRegion(std::move(region)); }
+std::optional<std::string> VODUploadClient::appId() const { return engine_->appId(); }
+void VODUploadClient::setAppId(std::optional<std::string> v) { engine_->setAppId(std::move(v)); }
+std::optional<std::string> VODUploadClient::workflowId() const { return engine_->workflowId(); }
+void VODUploadClient::setWorkflowId(std::optional<std::string> v) { engine_->setWorkflowId(std::move(v)); }
+bool VODUploadClient::reportEnabled() const { return engine_->reportEnabled(); }
+void VODUploadClient::setReportEnabled(bool on) { engine_->setReportEnabled(on); }
+bool VODUploadClient::transcode() const { return engine_->transcode(); }
+void VODUploadClient::setTranscode(bool on) { engine_->setTranscode(on); }
+std::int32_t VODUploadClient::retryNotify() const { return engine_->retryNotify(); }
+void VODUploadClient::setRetryNotify(std::int32_t v) { engine_->setRetryNotify(v); }
+std::optional<std::string> VODUploadClient::requestId() const { return engine_->requestId(); }
+void VODUploadClient::setRequestId(std::optional<std::string> v) { engine_->setRequestId(std::move(v)); }
+void VODUploadClient::setLogStore(const std::string& logStore) { engine_->setLogStore(logStore); }
+void VODUploadClient::setVideoId(std::optional<std::string> videoId) { engine_->setVideoId(std::move(videoId)); }
 void VODUploadClient::setListener(std::shared_ptr<VODUploadListener> listener) {
-    serially([&] { callback_ = std::move(listener); });
+    engine_->setListener(std::move(listener));
 }
-
-std::vector<std::shared_ptr<UploadFileInfo>> VODUploadClient::listFiles() const {
-    return serially([&] { return uploadList_; });
-}
-
-oss::OSSClientConfiguration VODUploadClient::conf() const { return serially([&] { return conf_; }); }
-std::shared_ptr<OSSConfig> VODUploadClient::ossConfig() const { return serially([&] { return ossConfig_; }); }
-std::shared_ptr<OSSConfig> VODUploadClient::openApiConfig() const {
-    return serially([&] { return openApiConfig_; });
-}
-std::optional<std::string> VODUploadClient::curUploadAddress() const {
-    return serially([&] { return curUploadAddress_; });
-}
-std::optional<std::string> VODUploadClient::curVideoId() const { return serially([&] { return attempt_.curVideoId; }); }
-std::optional<std::string> VODUploadClient::curImageURL() const { return serially([&] { return attempt_.curImageURL; }); }
-std::shared_ptr<VODUploadListener> VODUploadClient::listener() const { return serially([&] { return callback_; }); }
+const VODServiceConfig& VODUploadClient::serviceConfig() const { return engine_->serviceConfig(); }
 
 }  // namespace quorvane

@@ -10,6 +10,7 @@
 #include "VODUpload/src/VODOpenApi.h"
 #include "VODUpload/src/VODUploadSVideoClient.h"
 #include "VODUpload/src/VodInfo.h"
+#include "VODUpload/src/VODUploadEngine.h"
 
 namespace quorvane {
 namespace {
@@ -309,7 +310,7 @@ std::optional<std::string> VODUploadSVideoClient::userDataWithCreateUploadVideoU
 std::optional<std::string> VODUploadSVideoClient::userDataFor(const std::string& videoPath,
                                                               const std::optional<std::string>& userData) {
     // The engine adds the media facts; this client marks the upload as a short video.
-    auto withFacts = client_->userDataWithVideoPath(videoPath, userData);
+    auto withFacts = VODUploadClientInternals::engine(*client_).userDataWithVideoPath(videoPath, userData);
     if (!withFacts) return std::nullopt;
     auto dict = foundation::parseJson(*withFacts);
     if (!dict || !dict->is_object()) return std::nullopt;

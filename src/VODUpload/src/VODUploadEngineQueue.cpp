@@ -4,7 +4,7 @@
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
-#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadEngine.h"
 #include "foundation/value.h"
 
 namespace quorvane {
@@ -18,7 +18,7 @@ bool inRange(int index, std::size_t size) { return index >= 0 && static_cast<std
 
 }  // namespace
 
-void VODUploadClient::sendUploadEvent(long long eventCode, const Value& params) {
+void VODUploadEngine::sendUploadEvent(long long eventCode, const Value& params) {
     if (!eventManager_) return;
     static const Value common = {{AVCVEventProductKey, AVCVEventProductUpload},
                                  {AVCVEventModuleKey, AVCVEventModuleUploader},
@@ -27,7 +27,7 @@ void VODUploadClient::sendUploadEvent(long long eventCode, const Value& params) 
     eventManager_->sendEvent(eventCode, params, common);
 }
 
-bool VODUploadClient::addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo) {
+bool VODUploadEngine::addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo) {
     return serially([&] {
         vodLogDebug(kLogSource, "addFile called." + filePath);
         if (!present(filePath)) return false;
@@ -39,12 +39,12 @@ bool VODUploadClient::addFile(const std::string& filePath, std::shared_ptr<VodIn
     });
 }
 
-bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
+bool VODUploadEngine::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
                               std::string object) {
     return addFile(filePath, std::move(endpoint), std::move(bucket), std::move(object), nullptr);
 }
 
-bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
+bool VODUploadEngine::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
                               std::string object, std::shared_ptr<VodInfo> vodInfo) {
     return serially([&] {
         vodLogDebug(kLogSource, "addFile called." + filePath);
@@ -62,7 +62,7 @@ bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint,
 }
 
 // Cancels the request under way, if any; says so when it reports itself cancelled.
-void VODUploadClient::cancelUploadRequest(bool logWhenNone) {
+void VODUploadEngine::cancelUploadRequest(bool logWhenNone) {
     const auto request = resumableUploadReq_;
     if (!request) {
         if (logWhenNone) vodLogDebug(kLogSource, "No runnning upload request.");
@@ -72,7 +72,7 @@ void VODUploadClient::cancelUploadRequest(bool logWhenNone) {
     if (request->isCancelled()) vodLogDebug(kLogSource, "Cancel upload request.");
 }
 
-bool VODUploadClient::deleteFile(int index) {
+bool VODUploadEngine::deleteFile(int index) {
     return serially([&] {
         vodLogDebug(kLogSource, "deleteFile called." + std::to_string(index));
         if (!inRange(index, uploadList_.size())) return false;
@@ -87,7 +87,7 @@ bool VODUploadClient::deleteFile(int index) {
     });
 }
 
-bool VODUploadClient::clearFiles() {
+bool VODUploadEngine::clearFiles() {
     return serially([&] {
         vodLogDebug(kLogSource, "clearFiles called.");
         for (const auto& entry : uploadList_) VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
@@ -98,7 +98,7 @@ bool VODUploadClient::clearFiles() {
     });
 }
 
-bool VODUploadClient::cancelFile(int index) {
+bool VODUploadEngine::cancelFile(int index) {
     return serially([&] {
         vodLogDebug(kLogSource, "cancelFile called." + std::to_string(index));
         if (!inRange(index, uploadList_.size())) return false;
@@ -117,7 +117,7 @@ bool VODUploadClient::cancelFile(int index) {
     });
 }
 
-bool VODUploadClient::resumeFile(int index) {
+bool VODUploadEngine::resumeFile(int index) {
     return serially([&] {
         vodLogDebug(kLogSource, "resumeFile called." + std::to_string(index));
         if (!inRange(index, uploadList_.size())) return false;
@@ -133,7 +133,7 @@ bool VODUploadClient::resumeFile(int index) {
     });
 }
 
-bool VODUploadClient::start() {
+bool VODUploadEngine::start() {
     return serially([&] {
         vodLogDebug(kLogSource, "start called.");
         if (state_ == VODClientState::Started) return false;
@@ -143,7 +143,7 @@ bool VODUploadClient::start() {
     });
 }
 
-bool VODUploadClient::stop() {
+bool VODUploadEngine::stop() {
     return serially([&] {
         vodLogDebug(kLogSource, "stop called.");
         if (state_ != VODClientState::Started && state_ != VODClientState::Paused) return false;
@@ -154,7 +154,7 @@ bool VODUploadClient::stop() {
     });
 }
 
-bool VODUploadClient::pause() {
+bool VODUploadEngine::pause() {
     return serially([&] {
         vodLogDebug(kLogSource, "pause called.");
         if (state_ != VODClientState::Started) return false;
@@ -164,7 +164,7 @@ bool VODUploadClient::pause() {
     });
 }
 
-bool VODUploadClient::resume() {
+bool VODUploadEngine::resume() {
     return serially([&] {
         vodLogDebug(kLogSource, "resume called.");
         if (state_ != VODClientState::Paused) return false;
@@ -177,7 +177,7 @@ bool VODUploadClient::resume() {
     });
 }
 
-void VODUploadClient::next() {
+void VODUploadEngine::next() {
     serially([&] {
         attempt_ = {};
         cur_.reset();
@@ -207,7 +207,7 @@ void VODUploadClient::next() {
     });
 }
 
-void VODUploadClient::requestUploadAuthAddress() {
+void VODUploadEngine::requestUploadAuthAddress() {
     serially([&] {
         const auto cur = cur_;
         const std::string type = attempt_.curInnerFileInfo ? attempt_.curInnerFileInfo->fileType : "other";
@@ -223,7 +223,7 @@ void VODUploadClient::requestUploadAuthAddress() {
     });
 }
 
-int VODUploadClient::shouldRetry(const Error& error) const {
+int VODUploadEngine::shouldRetry(const Error& error) const {
     if (error.code == -403) {
         auto code = foundation::stringAt(error.userInfo, "Code");
         return code && (*code == "InvalidAccessKeyId" || *code == "SecurityTokenExpired") ? 2 : 0;

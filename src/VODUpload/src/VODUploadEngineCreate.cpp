@@ -10,7 +10,7 @@
 #include "VODUpload/src/VODCreateUploadParams.h"
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
-#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadEngine.h"
 
 namespace quorvane {
 namespace {
@@ -41,7 +41,7 @@ void putIfPresent(Value& params, const char* key, const std::optional<std::strin
 
 }  // namespace
 
-void VODUploadClient::createUploadVideo() {
+void VODUploadEngine::createUploadVideo() {
     serially([&] {
         const auto cur = cur_;
         if (!cur) return;
@@ -62,19 +62,19 @@ void VODUploadClient::createUploadVideo() {
         fields.userData = userDataWithVideoPath(cur->filePath, info ? info->userData : std::nullopt);
         const Value params = createUploadVideoParams(fields);
 
-        std::weak_ptr<VODUploadClient> weak = weak_from_this();
+        std::weak_ptr<VODUploadEngine> weak = weak_from_this();
         const OSSConfig credentials = credentialsOf(ossConfig_);
         createOrRefreshUploadVideoWithKeyId(
             credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
             credentials.secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur->filePath, params,
             [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
                 if (auto self = weak.lock())
-                    self->later([reply, error](VODUploadClient& c) { c.onCreateAnswer(reply, error, false); });
+                    self->later([reply, error](VODUploadEngine& c) { c.onCreateAnswer(reply, error, false); });
             });
     });
 }
 
-std::shared_ptr<foundation::HttpTask> VODUploadClient::createOrRefreshUploadVideoWithKeyId(
+std::shared_ptr<foundation::HttpTask> VODUploadEngine::createOrRefreshUploadVideoWithKeyId(
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
     const std::string& fileName, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler) {
     return serially([&] {
@@ -89,7 +89,7 @@ std::shared_ptr<foundation::HttpTask> VODUploadClient::createOrRefreshUploadVide
     });
 }
 
-void VODUploadClient::createUploadImage() {
+void VODUploadEngine::createUploadImage() {
     serially([&] {
         const auto cur = cur_;
         if (!cur) return;
@@ -107,20 +107,20 @@ void VODUploadClient::createUploadImage() {
         if (info) putIfPresent(params, "UserData", info->userData);
         const std::string imageType = info ? info->imageType.value_or("") : std::string("cover");
 
-        std::weak_ptr<VODUploadClient> weak = weak_from_this();
+        std::weak_ptr<VODUploadEngine> weak = weak_from_this();
         const OSSConfig credentials = credentialsOf(ossConfig_);
         VODOpenApi::createUploadImage(
             credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
             credentials.secretToken.value_or(""), imageType, region_, params,
             [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
                 if (auto self = weak.lock())
-                    self->later([reply, error](VODUploadClient& c) { c.onCreateAnswer(reply, error, true); });
+                    self->later([reply, error](VODUploadEngine& c) { c.onCreateAnswer(reply, error, true); });
             },
             serviceConfig_);
     });
 }
 
-void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error,
+void VODUploadEngine::onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error,
                                      bool image) {
     const auto cur = cur_;
     if (!cur) return;
@@ -160,7 +160,7 @@ void VODUploadClient::onCreateAnswer(const std::optional<Value>& reply, const st
 }
 
 // The service's answer carries the file's address and the credentials to upload it with.
-void VODUploadClient::continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth) {
+void VODUploadEngine::continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth) {
     const auto cur = cur_;
     auto issued = std::make_shared<OSSConfig>();
     bool refreshing;
@@ -178,7 +178,7 @@ void VODUploadClient::continueWithIssuedAuth(const std::string& uploadAddress, c
         initMultiUpload();
 }
 
-std::optional<std::string> VODUploadClient::userDataWithVideoPath(const std::string& videoPath,
+std::optional<std::string> VODUploadEngine::userDataWithVideoPath(const std::string& videoPath,
                                                                   const std::optional<std::string>& userData) {
     Value dict = Value::object();
     if (userData) {
@@ -198,7 +198,7 @@ std::optional<std::string> VODUploadClient::userDataWithVideoPath(const std::str
     }
 }
 
-void VODUploadClient::sendStartEvent() {
+void VODUploadEngine::sendStartEvent() {
     serially([&] {
         const auto cur = cur_;
         if (!cur) return;

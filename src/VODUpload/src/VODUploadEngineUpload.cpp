@@ -8,7 +8,7 @@
 #include "VODUpload/src/VODInnerApi.h"
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
-#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadEngine.h"
 #include "foundation/dispatch.h"
 #include "oss/oss_upload_record.h"
 
@@ -37,11 +37,11 @@ std::int64_t fileSizeOf(const std::string& path) {
 }  // namespace
 
 // At most about 5,000 parts whatever the file's size.
-std::int64_t VODUploadClient::partSizeFor(std::int64_t fileSize) const {
+std::int64_t VODUploadEngine::partSizeFor(std::int64_t fileSize) const {
     return std::max<std::int64_t>(uploadPartSize_, fileSize / 4999);
 }
 
-bool VODUploadClient::makeOSSClient() {
+bool VODUploadEngine::makeOSSClient() {
     client_ = std::make_shared<oss::OSSClient>(cur_ && cur_->endpoint ? *cur_->endpoint : std::string(),
                                                getCredentialProvider(), conf_);
     const bool created = client_->isValid();
@@ -53,14 +53,14 @@ bool VODUploadClient::makeOSSClient() {
     return created;
 }
 
-void VODUploadClient::startOSSClientUpload() {
+void VODUploadEngine::startOSSClientUpload() {
     serially([&] {
         makeOSSClient();
         initMultiUpload();  // a client without a usable endpoint fails there, like any other error
     });
 }
 
-void VODUploadClient::initMultiUpload() {
+void VODUploadEngine::initMultiUpload() {
     serially([&] {
         vodLogDebug(kLogSource, "send initMultiUpload request.....");
         if (!cur_ || !client_) return;
@@ -79,12 +79,12 @@ void VODUploadClient::initMultiUpload() {
         auto task = client_->multipartUploadInit(request);
         sendStartEvent();
         task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
-            if (auto self = weak.lock()) self->later([task](VODUploadClient& c) { c.onInitMultiUpload(*task); });
+            if (auto self = weak.lock()) self->later([task](VODUploadEngine& c) { c.onInitMultiUpload(*task); });
         });
     });
 }
 
-void VODUploadClient::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task) {
+void VODUploadEngine::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task) {
     if (auto error = task.error()) {
         vodLogDebug(kLogSource, "init uploadid failed, error: " + error->toString());
         sendUploadEvent(20004, {{"code", error->code}, {"message", error->description}});
@@ -94,7 +94,7 @@ void VODUploadClient::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipart
     onUploadIdReady(task.result()->uploadId, true);
 }
 
-void VODUploadClient::onUploadIdReady(const std::string& uploadId, bool fresh) {
+void VODUploadEngine::onUploadIdReady(const std::string& uploadId, bool fresh) {
     // The counter is reset without retryResume here: the upload has not moved yet.
     if (retryNotify_ != 0) retryNotify_ = 0;
     attempt_.uploadId = uploadId;
@@ -105,7 +105,7 @@ void VODUploadClient::onUploadIdReady(const std::string& uploadId, bool fresh) {
     resumableUpload();
 }
 
-void VODUploadClient::resumableUpload() {
+void VODUploadEngine::resumableUpload() {
     serially([&] {
         vodLogDebug(kLogSource, "send resumableUpload request.....");
         if (!cur_ || !client_) return;
@@ -136,7 +136,7 @@ void VODUploadClient::resumableUpload() {
         request->uploadProgress = [weak = weak_from_this(), context](std::int64_t bytesSent, std::int64_t totalSent,
                                                                      std::int64_t totalExpected) {
             if (auto self = weak.lock())
-                self->later([context, bytesSent, totalSent, totalExpected](VODUploadClient& c) {
+                self->later([context, bytesSent, totalSent, totalExpected](VODUploadEngine& c) {
                     c.onProgress(context, bytesSent, totalSent, totalExpected);
                 });
         };
@@ -144,12 +144,12 @@ void VODUploadClient::resumableUpload() {
         resumableUploadReq_ = request;
         auto task = client_->resumableUpload(request);
         task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
-            if (auto self = weak.lock()) self->later([task](VODUploadClient& c) { c.onResumableUpload(*task); });
+            if (auto self = weak.lock()) self->later([task](VODUploadEngine& c) { c.onResumableUpload(*task); });
         });
     });
 }
 
-void VODUploadClient::onProgress(const std::shared_ptr<VODUploadProgressContext>& context, std::int64_t bytesSent,
+void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>& context, std::int64_t bytesSent,
                                  std::int64_t totalSent, std::int64_t totalExpected) {
     auto& c = *context;
     if (vodLogEnabled())  // called for every step of every part: no text built for nobody
@@ -177,7 +177,7 @@ void VODUploadClient::onProgress(const std::shared_ptr<VODUploadProgressContext>
     if (c.progress) c.progress(c.file, static_cast<long>(totalSent), static_cast<long>(totalExpected));
 }
 
-void VODUploadClient::onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task) {
+void VODUploadEngine::onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task) {
     if (auto error = task.error()) {
         vodLogDebug(kLogSource, "resumableUpload error: " + error->toString());
         if (error->code != 5) {
@@ -218,19 +218,19 @@ void VODUploadClient::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
 
 // The file's state is settled before the listener hears of it, so a host that looks at the queue
 // from the callback (or polls it) sees the failure.
-void VODUploadClient::failCurrentFile(const std::string& code, const std::string& message) {
+void VODUploadEngine::failCurrentFile(const std::string& code, const std::string& message) {
     const auto cur = cur_;
     if (cur) cur->state = UploadFileState::Failure;
     if (callback_ && callback_->failure) callback_->failure(cur, code, message);
 }
 
-void VODUploadClient::failCurrentFile(const Error& error) {
+void VODUploadEngine::failCurrentFile(const Error& error) {
     auto code = foundation::stringAt(error.userInfo, "Code");
     auto message = foundation::stringAt(error.userInfo, "Message");
     failCurrentFile(code ? *code : std::to_string(error.code), message ? *message : error.description);
 }
 
-void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
+void VODUploadEngine::handleUploadError(const Error& error, UploadStep step) {
     switch (shouldRetry(error)) {
     case 0:
         failCurrentFile(error);  // the queue waits on the failed file
@@ -244,7 +244,7 @@ void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
     case 3: {
         if (cur_) cur_->state = UploadFileState::Canceled;
         foundation::dispatch::main().async([weak = weak_from_this()] {
-            if (auto self = weak.lock()) self->later([](VODUploadClient& c) { c.next(); });
+            if (auto self = weak.lock()) self->later([](VODUploadEngine& c) { c.next(); });
         });
         return;
     }
@@ -255,7 +255,7 @@ void VODUploadClient::handleUploadError(const Error& error, UploadStep step) {
     }
 }
 
-void VODUploadClient::retryUploadStep(const Error& error, UploadStep step) {
+void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
     if (state_ == VODClientState::Paused) return;
     if (step == UploadStep::Init)
         vodLogDebug(kLogSource, "initMultiUpload Retry after 2 second....");
@@ -271,7 +271,7 @@ void VODUploadClient::retryUploadStep(const Error& error, UploadStep step) {
     ++retryNotify_;
     // A timer on the queue, not a blocked thread: pause, stop and the caller's calls go on meanwhile,
     // and the state is read again when it fires.
-    auto retry = [step](VODUploadClient& c) {
+    auto retry = [step](VODUploadEngine& c) {
         if (c.state_ == VODClientState::Paused) return;
         if (step == UploadStep::Init)
             c.initMultiUpload();

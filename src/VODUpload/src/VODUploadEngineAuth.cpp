@@ -3,7 +3,7 @@
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadAuthParser.h"
-#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadEngine.h"
 
 namespace quorvane {
 namespace {
@@ -18,7 +18,7 @@ bool nonEmpty(const std::optional<std::string>& v) { return v && !v->empty(); }
 
 }  // namespace
 
-void VODUploadClient::setCredentials(std::optional<std::string> keyId, std::optional<std::string> secret,
+void VODUploadEngine::setCredentials(std::optional<std::string> keyId, std::optional<std::string> secret,
                                      std::optional<std::string> token, std::optional<std::string> expire) {
     std::lock_guard lock(*credentialsMutex_);
     ossConfig_->accessKeyId = std::move(keyId);
@@ -27,14 +27,14 @@ void VODUploadClient::setCredentials(std::optional<std::string> keyId, std::opti
     ossConfig_->expireTime = std::move(expire);
 }
 
-bool VODUploadClient::init(std::shared_ptr<VODUploadListener> listener) {
+bool VODUploadEngine::init(std::shared_ptr<VODUploadListener> listener) {
     return serially([&] {
         callback_ = std::move(listener);
         return true;
     });
 }
 
-bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
+bool VODUploadEngine::init(const std::string& accessKeyId, const std::string& accessKeySecret,
                            std::shared_ptr<VODUploadListener> listener) {
     return serially([&] {
         if (!allNonEmpty({&accessKeyId, &accessKeySecret})) return false;
@@ -44,7 +44,7 @@ bool VODUploadClient::init(const std::string& accessKeyId, const std::string& ac
     });
 }
 
-bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
+bool VODUploadEngine::init(const std::string& accessKeyId, const std::string& accessKeySecret,
                            const std::string& secretToken, const std::string& expireTime,
                            std::shared_ptr<VODUploadListener> listener) {
     return serially([&] {
@@ -55,18 +55,18 @@ bool VODUploadClient::init(const std::string& accessKeyId, const std::string& ac
     });
 }
 
-bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+bool VODUploadEngine::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
                                std::shared_ptr<VODUploadListener> listener) {
     return init(accessKeyId, accessKeySecret, std::move(listener));
 }
 
-bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+bool VODUploadEngine::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
                                const std::string& secretToken, const std::string& expireTime,
                                std::shared_ptr<VODUploadListener> listener) {
     return init(accessKeyId, accessKeySecret, secretToken, expireTime, std::move(listener));
 }
 
-bool VODUploadClient::setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo,
+bool VODUploadEngine::setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo,
                                               const std::string& uploadAuth, const std::string& uploadAddress) {
     return serially([&] {
         if (!uploadInfo || uploadAuth.empty()) return false;
@@ -75,7 +75,7 @@ bool VODUploadClient::setUploadAuthAndAddress(const std::shared_ptr<UploadFileIn
     });
 }
 
-bool VODUploadClient::parseUploadAuth(const std::string& uploadAuth, OSSConfig& config) {
+bool VODUploadEngine::parseUploadAuth(const std::string& uploadAuth, OSSConfig& config) {
     return serially([&] {
         auto parsed = parseUploadAuthText(uploadAuth);
         if (!parsed) {
@@ -93,7 +93,7 @@ bool VODUploadClient::parseUploadAuth(const std::string& uploadAuth, OSSConfig& 
     });
 }
 
-bool VODUploadClient::parseUploadAddress(const std::string& uploadAddress,
+bool VODUploadEngine::parseUploadAddress(const std::string& uploadAddress,
                                          const std::shared_ptr<UploadFileInfo>& uploadInfo) {
     return serially([&] {
         auto parsed = parseUploadAddressText(uploadAddress);
@@ -126,12 +126,12 @@ bool VODUploadClient::parseUploadAddress(const std::string& uploadAddress,
     });
 }
 
-OSSConfig VODUploadClient::credentialsOf(const std::shared_ptr<OSSConfig>& config) const {
+OSSConfig VODUploadEngine::credentialsOf(const std::shared_ptr<OSSConfig>& config) const {
     std::lock_guard lock(*credentialsMutex_);
     return config ? *config : OSSConfig{};
 }
 
-std::shared_ptr<oss::OSSCredentialProvider> VODUploadClient::getCredentialProvider() {
+std::shared_ptr<oss::OSSCredentialProvider> VODUploadEngine::getCredentialProvider() {
     std::shared_ptr<OSSConfig> config;
     OSSConfig now;
     {
@@ -161,7 +161,7 @@ std::shared_ptr<oss::OSSCredentialProvider> VODUploadClient::getCredentialProvid
     return std::make_shared<oss::OSSPlainTextAKSKPairCredentialProvider>(*now.accessKeyId, *now.accessKeySecret);
 }
 
-bool VODUploadClient::resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
+bool VODUploadEngine::resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
                                       const std::string& secretToken, const std::string& expireTime) {
     return serially([&] {
         vodLogDebug(kLogSource, "resume upload with new token.");
@@ -174,7 +174,7 @@ bool VODUploadClient::resumeWithToken(const std::string& accessKeyId, const std:
     });
 }
 
-bool VODUploadClient::resumeWithAuth(const std::string& uploadAuth) {
+bool VODUploadEngine::resumeWithAuth(const std::string& uploadAuth) {
     if (uploadAuth.empty()) return false;
     auto parsed = parseUploadAuthText(uploadAuth);
     if (!parsed) {

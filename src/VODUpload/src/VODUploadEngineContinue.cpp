@@ -1,9 +1,9 @@
 // Continuing after new credentials arrived while paused by an expiry.
-#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadEngine.h"
 
 namespace quorvane {
 
-void VODUploadClient::continueAfterNewCredentials() {
+void VODUploadEngine::continueAfterNewCredentials() {
     if (attempt_.uploadId && !attempt_.uploadId->empty()) {
         // The expiry struck during the multipart upload. Credentials the service issued for the file
         // are asked for again (a refresh); the caller's own continue the same upload directly.

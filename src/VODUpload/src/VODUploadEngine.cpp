@@ -1,0 +1,152 @@
+#include "VODUpload/src/VODUploadEngine.h"
+
+#include <cmath>
+#include <cstdlib>
+
+#include "VODUpload/src/AVCVEventManager.h"
+#include "VODUpload/src/AVCVEventTransport.h"
+#include "VODUpload/src/VODObjectCache.h"
+#include "foundation/temp_files.h"
+
+namespace quorvane {
+namespace {
+
+// The user's cache directory: $XDG_CACHE_HOME, else ~/.cache, else the temporary directory.
+std::string userCachesDirectory() {
+    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg) return xdg;
+    if (const char* home = std::getenv("HOME"); home && *home) return std::string(home) + "/.cache";
+    return foundation::temporaryDirectory();
+}
+
+constexpr double kDefaultRequestTimeout = 30.0;
+
+}  // namespace
+
+VODUploadEngine::VODUploadEngine() : VODUploadEngine(VODServiceConfig::current()) {}
+
+VODUploadEngine::VODUploadEngine(VODServiceConfig config)
+    : serviceConfig_(std::move(config)),
+      queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
+      ossConfig_(std::make_shared<OSSConfig>()),
+      eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
+      recordDirectoryPath_(userCachesDirectory()) {
+    conf_.maxRetryCount = 2;
+    conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
+    conf_.httpClient = serviceConfig_.httpClient;
+    eventManager_->setEndpoint(serviceConfig_.logServiceEndpoint);
+    if (serviceConfig_.httpClient) {
+        // Events go through the client's own HTTP client too, on a sender of their own.
+        AVCVEventTransportOptions options;
+        options.client = serviceConfig_.httpClient;
+        eventManager_->setTransport(std::make_shared<AVCVEventTransport>(std::move(options)));
+    }
+}
+
+void VODUploadEngine::later(std::function<void(VODUploadEngine&)> f) {
+    queue_->async([weak = weak_from_this(), f = std::move(f)] {
+        if (auto self = weak.lock()) f(*self);
+    });
+}
+
+void VODUploadEngine::transitionTo(VODClientState next) {
+    {
+        // Stored under the mutex so a waiter cannot miss the change between its test and its wait.
+        std::lock_guard lock(stateMutex_);
+        state_ = next;
+    }
+    stateChanged_.notify_all();
+}
+
+bool VODUploadEngine::waitUntilSettled(std::chrono::milliseconds timeout) const {
+    std::unique_lock lock(stateMutex_);
+    return stateChanged_.wait_for(lock, timeout, [this] { return state_.load() != VODClientState::Started; });
+}
+
+void VODUploadEngine::setRetryWait(std::chrono::milliseconds wait) {
+    serially([&] { retryWait_ = std::max(wait, std::chrono::milliseconds(0)); });
+}
+
+std::int32_t VODUploadEngine::maxRetryCount() const { return serially([&] { return maxRetryCount_; }); }
+void VODUploadEngine::setMaxRetryCount(std::int32_t v) { serially([&] { maxRetryCount_ = v; }); }
+
+double VODUploadEngine::timeoutIntervalForRequest() const {
+    return serially([&] { return timeoutIntervalForRequest_; });
+}
+
+void VODUploadEngine::setTimeoutIntervalForRequest(double seconds) {
+    if (!(seconds > 0) || !std::isfinite(seconds)) seconds = kDefaultRequestTimeout;
+    serially([&] {
+        timeoutIntervalForRequest_ = seconds;
+        conf_.timeoutIntervalForRequest = seconds;  // object-storage clients made from now on
+    });
+}
+
+void VODUploadEngine::setCaFile(std::string path) { serially([&] { conf_.caFile = std::move(path); }); }
+
+std::string VODUploadEngine::recordDirectoryPath() const { return serially([&] { return recordDirectoryPath_; }); }
+void VODUploadEngine::setRecordDirectoryPath(std::string path) {
+    serially([&] { recordDirectoryPath_ = std::move(path); });
+}
+
+bool VODUploadEngine::recordUploadProgress() const { return serially([&] { return recordUploadProgress_; }); }
+void VODUploadEngine::setRecordUploadProgress(bool on) {
+    serially([&] { recordUploadProgress_ = on; });
+    VODObjectCache::sharedCache().setEnabled(on);
+}
+
+std::int32_t VODUploadEngine::uploadPartSize() const { return serially([&] { return uploadPartSize_; }); }
+void VODUploadEngine::setUploadPartSize(std::int32_t bytes) { serially([&] { uploadPartSize_ = bytes; }); }
+
+std::string VODUploadEngine::region() const { return serially([&] { return region_; }); }
+void VODUploadEngine::setRegion(std::string region) { serially([&] { region_ = std::move(region); }); }
+
+std::optional<std::string> VODUploadEngine::appId() const { return serially([&] { return appId_; }); }
+void VODUploadEngine::setAppId(std::optional<std::string> v) { serially([&] { appId_ = std::move(v); }); }
+
+std::optional<std::string> VODUploadEngine::workflowId() const { return serially([&] { return workflowId_; }); }
+void VODUploadEngine::setWorkflowId(std::optional<std::string> v) { serially([&] { workflowId_ = std::move(v); }); }
+
+bool VODUploadEngine::reportEnabled() const { return serially([&] { return reportEnabled_; }); }
+void VODUploadEngine::setReportEnabled(bool on) {
+    serially([&] { reportEnabled_ = on; });
+    if (eventManager_) eventManager_->setEnabled(on);
+}
+
+bool VODUploadEngine::transcode() const { return serially([&] { return transcode_; }); }
+void VODUploadEngine::setTranscode(bool on) { serially([&] { transcode_ = on; }); }
+
+std::int32_t VODUploadEngine::retryNotify() const { return serially([&] { return retryNotify_; }); }
+void VODUploadEngine::setRetryNotify(std::int32_t v) { serially([&] { retryNotify_ = v; }); }
+
+std::optional<std::string> VODUploadEngine::requestId() const { return serially([&] { return requestId_; }); }
+void VODUploadEngine::setRequestId(std::optional<std::string> v) { serially([&] { requestId_ = std::move(v); }); }
+
+void VODUploadEngine::setLogStore(const std::string& logStore) {
+    if (eventManager_) eventManager_->setLogstore(logStore);
+}
+
+void VODUploadEngine::setVideoId(std::optional<std::string> videoId) {
+    serially([&] { attempt_.curVideoId = std::move(videoId); });
+}
+
+void VODUploadEngine::setListener(std::shared_ptr<VODUploadListener> listener) {
+    serially([&] { callback_ = std::move(listener); });
+}
+
+std::vector<std::shared_ptr<UploadFileInfo>> VODUploadEngine::listFiles() const {
+    return serially([&] { return uploadList_; });
+}
+
+oss::OSSClientConfiguration VODUploadEngine::conf() const { return serially([&] { return conf_; }); }
+std::shared_ptr<OSSConfig> VODUploadEngine::ossConfig() const { return serially([&] { return ossConfig_; }); }
+std::shared_ptr<OSSConfig> VODUploadEngine::openApiConfig() const {
+    return serially([&] { return openApiConfig_; });
+}
+std::optional<std::string> VODUploadEngine::curUploadAddress() const {
+    return serially([&] { return curUploadAddress_; });
+}
+std::optional<std::string> VODUploadEngine::curVideoId() const { return serially([&] { return attempt_.curVideoId; }); }
+std::optional<std::string> VODUploadEngine::curImageURL() const { return serially([&] { return attempt_.curImageURL; }); }
+std::shared_ptr<VODUploadListener> VODUploadEngine::listener() const { return serially([&] { return callback_; }); }
+
+}  // namespace quorvane

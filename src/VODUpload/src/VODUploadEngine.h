@@ -1,0 +1,293 @@
+#pragma once
+// The upload engine behind `VODUploadClient` (the public class, VODUploadClient.h, forwards to it): a queue
+// of local files uploaded one at a time into object storage as resumable multipart uploads, with
+// credentials from the caller or from the video service. Not installed: its steps, fields and the types
+// of the layers under it are the library's own business.
+//
+// Member definitions are split by concern:
+//   VODUploadEngine.cpp          construction and properties
+//   VODUploadEngineAuth.cpp      set-up, upload auth and address, credential provider, recovery
+//   VODUploadEngineContinue.cpp  continuing an upload once new credentials arrived
+//   VODUploadEngineQueue.cpp     the file queue, run control and error classes
+//   VODUploadEngineUpload.cpp    the resumable multipart upload, progress and retries
+//   VODUploadEngineCreate.cpp    create-upload requests to the video service, start event
+//
+// Every step of the engine runs on the client's own serial queue: the public operations (which wait
+// for it when called from another thread, and run in place from a listener callback), the
+// object-storage and video-service completions, progress, and the timer of the retry wait. So no
+// field is touched from two threads and the engine needs no lock of its own. Listener callbacks run
+// on that queue, off the main thread. The one lock guards the credential records, which the
+// credential providers (they may outlive the client) read at every token fetch.
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "VODUpload/src/VODInnerFileInfo.h"
+#include "VODUpload/src/VODOpenApi.h"
+#include "VODUpload/src/VODServiceConfig.h"
+#include "VODUpload/src/VODUploadClient.h"
+#include "VODUpload/src/VODUploadAttempt.h"
+#include "VODUpload/src/VODUploadListener.h"
+#include "VODUpload/src/VODUploadModel.h"
+#include "VODUpload/src/VodInfo.h"
+#include "foundation/dispatch.h"
+#include "foundation/error.h"
+#include "foundation/http_client.h"
+#include "foundation/value.h"
+#include "oss/credential_provider.h"
+#include "oss/oss_client.h"
+
+namespace quorvane {
+
+class AVCVEventManager;
+struct VODUploadProgressContext;
+
+class VODUploadEngine : public std::enable_shared_from_this<VODUploadEngine> {
+public:
+    // Always held by std::shared_ptr (callbacks hold the client weakly). Without a configuration the
+    // client takes the process-wide settings as they are now; either way it reads no global later.
+    VODUploadEngine();
+    explicit VODUploadEngine(VODServiceConfig config);
+    static std::shared_ptr<VODUploadEngine> create() { return std::make_shared<VODUploadEngine>(); }
+    static std::shared_ptr<VODUploadEngine> create(VODServiceConfig config) {
+        return std::make_shared<VODUploadEngine>(std::move(config));
+    }
+    VODUploadEngine(const VODUploadEngine&) = delete;
+    VODUploadEngine& operator=(const VODUploadEngine&) = delete;
+
+    // --- Set-up (configures this already constructed client) ---
+    bool init(std::shared_ptr<VODUploadListener> listener);
+    // A plain key pair; refused unless both are non-empty.
+    bool init(const std::string& accessKeyId, const std::string& accessKeySecret,
+              std::shared_ptr<VODUploadListener> listener);
+    // Temporary STS credentials; refused unless all four are non-empty.
+    bool init(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& secretToken,
+              const std::string& expireTime, std::shared_ptr<VODUploadListener> listener);
+    bool setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
+                  std::shared_ptr<VODUploadListener> listener);
+    bool setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& secretToken,
+                  const std::string& expireTime, std::shared_ptr<VODUploadListener> listener);
+
+    // --- Upload auth and address issued by the video service ---
+    // Parses the auth into ossConfig and, if that worked, the address into the file.
+    bool setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo, const std::string& uploadAuth,
+                                 const std::string& uploadAddress);
+    // Stores the auth's credentials into `config` and a non-empty "Region" into region.
+    bool parseUploadAuth(const std::string& uploadAuth, OSSConfig& config);
+    // Fills the file's endpoint, bucket and object; the object key of an interrupted earlier
+    // attempt (from the resume cache of the current file) wins over the one the service gave.
+    bool parseUploadAddress(const std::string& uploadAddress, const std::shared_ptr<UploadFileInfo>& uploadInfo);
+
+    // --- Recovery after the credentials expired (only while Paused) ---
+    bool resumeWithAuth(const std::string& uploadAuth);
+    bool resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
+                         const std::string& secretToken, const std::string& expireTime);
+
+    // The provider for a new object-storage client: openApiConfig before ossConfig; STS credentials
+    // are read from the record at every token fetch; nullptr without a usable key pair.
+    std::shared_ptr<oss::OSSCredentialProvider> getCredentialProvider();
+
+    // --- File queue and run control ---
+    // Queues a file that the video service registers first (create-upload); refused for an empty path.
+    bool addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo);
+    // Queues a file uploaded directly into endpoint/bucket/object with the client's credentials.
+    bool addFile(const std::string& filePath, std::string endpoint, std::string bucket, std::string object);
+    bool addFile(const std::string& filePath, std::string endpoint, std::string bucket, std::string object,
+                 std::shared_ptr<VodInfo> vodInfo);
+    bool deleteFile(int index);
+    bool clearFiles();
+    bool cancelFile(int index);
+    bool resumeFile(int index);
+    bool start();
+    bool stop();
+    bool pause();
+    bool resume();
+    // Takes the first Ready file as the current one and begins its upload; Finished when none is left.
+    void next();
+    // Registers the current file with the video service (image or video), or fails a file of another type.
+    void requestUploadAuthAddress();
+    // Class of an object-storage error: 0 fail, 1 retry, 2 credentials expired, 3 cancelled otherwise,
+    // 4 cancelled by stop or pause.
+    int shouldRetry(const Error& error) const;
+
+    // --- Multipart upload of the current file ---
+    void startOSSClientUpload();
+    void initMultiUpload();
+    void resumableUpload();
+
+    // --- Create-upload requests ---
+    void createUploadVideo();
+    void createUploadImage();
+    // A refresh when the resume cache holds a video id for `fileName`, else a create.
+    std::shared_ptr<foundation::HttpTask> createOrRefreshUploadVideoWithKeyId(
+        const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
+        const std::string& fileName, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler);
+    // The caller's user data (when it is a JSON object) with the media facts of the file added.
+    std::optional<std::string> userDataWithVideoPath(const std::string& videoPath,
+                                                     const std::optional<std::string>& userData);
+    void sendStartEvent();
+
+    // The wait before each retry (2 s), a timer on the client's queue. Tests shorten it.
+    void setRetryWait(std::chrono::milliseconds wait);
+    static constexpr std::chrono::milliseconds kRetryWait{2000};
+
+    // Blocks until the client state is anything but Started, or the timeout passed (false then).
+    // A finished file is reported before the queue moves on; once this returns true the engine is
+    // done with the queue (Finished is its last step). Never call it from a listener callback: the
+    // engine would wait for itself.
+    bool waitUntilSettled(std::chrono::milliseconds timeout) const;
+
+    // --- Properties ---
+    VODClientState state() const { return state_; }
+    std::int32_t maxRetryCount() const;
+    void setMaxRetryCount(std::int32_t v);
+    double timeoutIntervalForRequest() const;
+    // Seconds without a byte moved before a request is given up (and retried as a network error);
+    // a request that still moves bytes is never cut. Zero, negative or NaN: the default 30.
+    void setTimeoutIntervalForRequest(double seconds);
+    // An extra CA bundle (a private or test CA) for the object-storage clients made from now on;
+    // the system store stays trusted and verification stays on. Empty: the system store alone.
+    void setCaFile(std::string path);
+    std::string recordDirectoryPath() const;
+    void setRecordDirectoryPath(std::string path);
+    bool recordUploadProgress() const;
+    void setRecordUploadProgress(bool on);
+    std::int32_t uploadPartSize() const;
+    void setUploadPartSize(std::int32_t bytes);
+    std::int64_t partSizeFor(std::int64_t fileSize) const;
+    std::string region() const;
+    void setRegion(std::string region);
+    std::optional<std::string> appId() const;
+    void setAppId(std::optional<std::string> v);
+    std::optional<std::string> workflowId() const;
+    void setWorkflowId(std::optional<std::string> v);
+    bool reportEnabled() const;
+    void setReportEnabled(bool on);
+    bool transcode() const;
+    void setTranscode(bool on);
+    std::int32_t retryNotify() const;
+    void setRetryNotify(std::int32_t v);
+    std::optional<std::string> requestId() const;
+    void setRequestId(std::optional<std::string> v);
+
+    void setLogStore(const std::string& logStore);
+    void setVideoId(std::optional<std::string> videoId);
+    void setListener(std::shared_ptr<VODUploadListener> listener);
+    // The queue's entries (the live records; the list itself is a snapshot).
+    std::vector<std::shared_ptr<UploadFileInfo>> listFiles() const;
+
+    // Read access for callers that show or log the engine's state.
+    oss::OSSClientConfiguration conf() const;
+    std::shared_ptr<OSSConfig> ossConfig() const;
+    std::shared_ptr<OSSConfig> openApiConfig() const;
+    std::optional<std::string> curUploadAddress() const;
+    std::optional<std::string> curVideoId() const;
+    std::optional<std::string> curImageURL() const;
+    std::shared_ptr<VODUploadListener> listener() const;
+    std::shared_ptr<AVCVEventManager> eventManager() const { return eventManager_; }
+    // The services this client talks to, fixed at creation.
+    const VODServiceConfig& serviceConfig() const { return serviceConfig_; }
+
+    static constexpr const char* kLogSource = "VODUpload/src/VODUploadClient";
+
+private:
+    friend struct VODUploadClientTestAccess;
+    friend struct VODUploadEngineTestAccess;
+
+    enum class UploadStep { Init, Upload };
+
+    // Runs `f` on the client's queue and returns its result (in place when already there).
+    template <class F>
+    auto serially(F&& f) const -> std::invoke_result_t<F> {
+        using R = std::invoke_result_t<F>;
+        if constexpr (std::is_void_v<R>) {
+            queue_->sync(f);
+        } else {
+            std::optional<R> result;
+            queue_->sync([&] { result.emplace(f()); });
+            return result ? std::move(*result) : R{};
+        }
+    }
+    // Posts `f` to the client's queue, to run while the client still exists.
+    void later(std::function<void(VODUploadEngine&)> f);
+
+    // The one place the client state changes.
+    void transitionTo(VODClientState next);
+    void setCredentials(std::optional<std::string> keyId, std::optional<std::string> secret,
+                        std::optional<std::string> token, std::optional<std::string> expire);
+    // After resumeWithToken took new credentials and moved to Started: go on with the interrupted
+    // multipart upload (uploadId set), or pick the first Ready file again.
+    void continueAfterNewCredentials();
+
+    // Engine steps shared by the queue, upload and create files.
+    void sendUploadEvent(long long eventCode, const Value& params);
+    void cancelUploadRequest(bool logWhenNone);
+    bool makeOSSClient();
+    void onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task);
+    void onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task);
+    void handleUploadError(const Error& error, UploadStep step);
+    void retryUploadStep(const Error& error, UploadStep step);
+    void failCurrentFile(const std::string& code, const std::string& message);
+    void failCurrentFile(const Error& error);
+    // After the initiation (or the adoption of a recorded upload id): the file is Uploading.
+    void onUploadIdReady(const std::string& uploadId, bool fresh);
+    void onProgress(const std::shared_ptr<VODUploadProgressContext>& context, std::int64_t bytesSent,
+                    std::int64_t totalSent, std::int64_t totalExpected);
+    void onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error, bool image);
+    void continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth);
+    // A copy of a credential record taken under the credentials lock (empty for nullptr).
+    OSSConfig credentialsOf(const std::shared_ptr<OSSConfig>& config) const;
+
+    // Fields in their order of declaration. All but the state are touched on the queue only; the
+    // state is also read by state() and waitUntilSettled from any thread. The service configuration
+    // never changes, so any thread may read it.
+    const VODServiceConfig serviceConfig_;
+    std::shared_ptr<foundation::SerialQueue> queue_;
+    std::atomic<VODClientState> state_{VODClientState::Idle};
+    std::shared_ptr<oss::OSSClient> client_;
+    oss::OSSClientConfiguration conf_;
+    std::shared_ptr<OSSConfig> ossConfig_;
+    VODUploadAttempt attempt_;
+    std::optional<std::string> curUploadAddress_;
+    std::vector<std::shared_ptr<UploadFileInfo>> uploadList_;
+    std::shared_ptr<UploadFileInfo> cur_;
+    std::shared_ptr<oss::OSSResumableUploadRequest> resumableUploadReq_;
+    std::shared_ptr<VODUploadListener> callback_;
+    std::shared_ptr<AVCVEventManager> eventManager_;
+    std::shared_ptr<OSSConfig> openApiConfig_;
+    bool transcode_ = true;
+    bool recordUploadProgress_ = true;
+    bool reportEnabled_ = true;
+    std::optional<std::string> requestId_;
+    std::int32_t maxRetryCount_ = 2147483647;
+    std::string recordDirectoryPath_;
+    std::int32_t uploadPartSize_ = 1048576;
+    std::string region_ = "cn-shanghai";
+    std::optional<std::string> appId_;
+    std::optional<std::string> workflowId_;
+    std::int32_t retryNotify_ = 0;
+    double timeoutIntervalForRequest_ = 30.0;
+    std::chrono::milliseconds retryWait_ = kRetryWait;
+    // Wakes waitUntilSettled at every state change; guards nothing else.
+    mutable std::mutex stateMutex_;
+    mutable std::condition_variable stateChanged_;
+    // Guards the fields of ossConfig_ and openApiConfig_ and which record openApiConfig_ is. Shared
+    // with the credential providers, which may outlive the client.
+    std::shared_ptr<std::mutex> credentialsMutex_ = std::make_shared<std::mutex>();
+};
+
+// The engine behind a public client, for this library's own classes (the short-video client) and tests.
+struct VODUploadClientInternals {
+    static VODUploadEngine& engine(const VODUploadClient& client) { return *client.engine_; }
+    static std::shared_ptr<VODUploadEngine> shared(const VODUploadClient& client) { return client.engine_; }
+};
+
+}  // namespace quorvane
