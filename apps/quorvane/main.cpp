@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "cli_docs.h"
+#include "platform/linux/linux_platform.h"
 #include "upload_commands.h"
 #include "upload_progress_view.h"
 
@@ -85,6 +86,8 @@ int main(int argc, char** argv) {
         return 2;
     }
     quorvane::app::setCommandArguments(std::vector<std::string>(argv + 1, argv + argc));
+    // The engine reads this machine's network and kernel facts for its reports.
+    quorvane::platform::linux_impl::installLinuxPlatform();
     for (const auto& subcommand : subcommands)
         if (subcommand.command->parsed()) return subcommand.run();
     return 1;

@@ -2,17 +2,22 @@
 
 #include <mutex>
 
-#include "platform/headless/headless_audio_session.h"
-
 namespace quorvane::platform {
 namespace {
 std::mutex gSessionMutex;
 std::shared_ptr<SharedAudioSession> gSession;
+
+// No audio hardware: every category and activation is refused.
+class UnavailableAudioSession : public SharedAudioSession {
+public:
+    bool setCategory(const std::string&) override { return false; }
+    bool setActive(bool, int) override { return false; }
+};
 }  // namespace
 
 std::shared_ptr<SharedAudioSession> SharedAudioSession::current() {
     std::lock_guard lock(gSessionMutex);
-    if (!gSession) gSession = std::make_shared<headless::HeadlessAudioSession>();
+    if (!gSession) gSession = std::make_shared<UnavailableAudioSession>();
     return gSession;
 }
 

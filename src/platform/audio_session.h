@@ -22,9 +22,10 @@ public:
     // Activates (true) or deactivates (false) the session with the option bits.
     virtual bool setActive(bool active, int options) = 0;
 
-    // The installed session; a headless one until another is installed. Safe from any thread.
+    // The installed session; one that refuses everything until a platform family installs one.
+    // Never null. Safe from any thread.
     static std::shared_ptr<SharedAudioSession> current();
-    // Installs `session` (nullptr restores a fresh headless one); returns the previous one.
+    // Installs `session` (nullptr restores the refusing one); returns the previous one.
     static std::shared_ptr<SharedAudioSession> setCurrent(std::shared_ptr<SharedAudioSession> session);
 };
 

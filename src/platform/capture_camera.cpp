@@ -2,11 +2,19 @@
 
 #include <mutex>
 
-#include "platform/headless/headless_capture_camera.h"
-
 namespace quorvane::platform {
 namespace {
 std::mutex currentMutex;
+
+// A device without a camera.
+class UnavailableCaptureCamera : public CaptureCamera {
+public:
+    bool isAvailable() const override { return false; }
+    bool startRunning(FrameHandler, std::function<void()>) override { return false; }
+    void stopRunning() override {}
+    bool isRunning() const override { return false; }
+};
+
 std::shared_ptr<CaptureCamera>& currentSlot() {
     static std::shared_ptr<CaptureCamera> camera;
     return camera;
@@ -25,7 +33,7 @@ VideoFrame VideoFrame::gray(int width, int height, std::vector<std::uint8_t> pix
 std::shared_ptr<CaptureCamera> CaptureCamera::current() {
     std::lock_guard lock(currentMutex);
     auto& slot = currentSlot();
-    if (!slot) slot = std::make_shared<headless::HeadlessCaptureCamera>();
+    if (!slot) slot = std::make_shared<UnavailableCaptureCamera>();
     return slot;
 }
 

@@ -1,7 +1,7 @@
 #pragma once
 // The video-capture camera (an AVCaptureSession with a video data output): while running it hands
-// each frame's luminance plane to one consumer on the main thread. Headless by default
-// (headless/headless_capture_camera.h), where a test supplies the frames.
+// each frame's luminance plane to one consumer on the main thread. Until a platform family installs
+// one, the device has no camera.
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -38,7 +38,8 @@ public:
     virtual void stopRunning() = 0;
     virtual bool isRunning() const = 0;
 
-    // The installed camera (a headless one unless replaced). Safe from any thread.
+    // The installed camera; an unavailable one until a family installs one (nullptr restores it).
+    // Never null. Safe from any thread.
     static std::shared_ptr<CaptureCamera> current();
     static void setCurrent(std::shared_ptr<CaptureCamera> camera);
 };

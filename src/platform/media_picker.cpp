@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "platform/headless/headless_media_picker.h"
+#include "foundation/dispatch.h"
 
 namespace quorvane::platform {
 
@@ -63,6 +63,24 @@ std::vector<std::shared_ptr<Hud>> AlbumPickerController::huds() const {
 
 namespace {
 std::mutex slotMutex;
+
+// A device without a camera or a photo library: a screen that is started anyway closes as a
+// cancel, on the main loop, as the user's answer would come.
+class UnavailableMediaPicker : public MediaPicker {
+public:
+    bool isSourceTypeAvailable(int) const override { return false; }
+    void startCamera(const CameraSettings&, std::weak_ptr<CameraDelegate> delegate) override {
+        foundation::dispatch::main().async([delegate] {
+            if (auto target = delegate.lock()) target->didCancel();
+        });
+    }
+    void startAlbumPicker(std::shared_ptr<AlbumPickerController> picker) override {
+        foundation::dispatch::main().async([picker] { picker->userCancel(); });
+    }
+    std::optional<std::string> requestImageData(const MediaAsset&) override { return std::nullopt; }
+    std::optional<std::string> requestPlayableVideo(const MediaAsset&) override { return std::nullopt; }
+};
+
 std::shared_ptr<MediaPicker>& slot() {
     static std::shared_ptr<MediaPicker> picker;
     return picker;
@@ -72,7 +90,7 @@ std::shared_ptr<MediaPicker>& slot() {
 std::shared_ptr<MediaPicker> MediaPicker::current() {
     std::lock_guard lock(slotMutex);
     auto& picker = slot();
-    if (!picker) picker = std::make_shared<headless::HeadlessMediaPicker>();
+    if (!picker) picker = std::make_shared<UnavailableMediaPicker>();
     return picker;
 }
 

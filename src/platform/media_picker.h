@@ -1,7 +1,7 @@
 #pragma once
 // The camera (UIImagePickerController with the camera source), the multi-selection album picker
 // (BSImagePicker) and the photo library's asset data (PHImageManager). Installed on its own, like
-// the photo library: headless by default, scripted by tests and the command-line host.
+// the photo library, by a platform family; without one no source is available.
 #include <functional>
 #include <memory>
 #include <mutex>
@@ -108,7 +108,8 @@ public:
     // A readable file holding the video asset; nullopt when it cannot be had.
     virtual std::optional<std::string> requestPlayableVideo(const MediaAsset& asset) = 0;
 
-    // The installed picker (a headless one until replaced). Safe from any thread.
+    // The installed picker; one with no source until a family installs one (nullptr restores it).
+    // Never null. Safe from any thread.
     static std::shared_ptr<MediaPicker> current();
     static void setCurrent(std::shared_ptr<MediaPicker> picker);
 };

@@ -46,9 +46,10 @@ public:
     // A stopped capture feeding `sink`; nullptr when the input cannot be opened.
     virtual std::shared_ptr<CaptureStream> openCapture(Sink sink) = 0;
 
-    // The installed microphone; a headless one until another is installed. Safe from any thread.
+    // The installed microphone; until a family installs one, a microphone that opens no capture.
+    // Never null. Safe from any thread.
     static std::shared_ptr<Microphone> current();
-    // Installs `microphone` (nullptr restores the default); returns the previous one.
+    // Installs `microphone` (nullptr restores the one that opens nothing); returns the previous one.
     static std::shared_ptr<Microphone> setCurrent(std::shared_ptr<Microphone> microphone);
 };
 
@@ -70,9 +71,10 @@ public:
     virtual std::shared_ptr<RecordingTimer> scheduleRepeating(double firstAfter, double interval,
                                                               std::function<void()> tick) = 0;
 
-    // The installed clock; the default microphone's clock until another is installed.
+    // The installed clock, from the same family as the microphone. Until one is installed, a
+    // steady clock whose timers never tick (nothing records without a microphone). Never null.
     static std::shared_ptr<RecordingClock> current();
-    // Installs `clock` (nullptr restores the default); returns the previous one.
+    // Installs `clock` (nullptr restores the idle one); returns the previous one.
     static std::shared_ptr<RecordingClock> setCurrent(std::shared_ptr<RecordingClock> clock);
 };
 

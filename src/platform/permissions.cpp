@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "platform/headless/headless_permissions.h"
+#include "foundation/dispatch.h"
 
 namespace quorvane::platform {
 
@@ -28,13 +28,43 @@ void DictionaryAppInfo::setInfoDictionary(Value dictionary) {
 
 namespace {
 
+// No privacy facility: every kind is restricted and every request refused, from a worker thread as
+// a platform answers.
+class RefusingAudioSession : public AudioSession {
+public:
+    bool setCategory(const std::string&) override { return false; }
+    void requestRecordPermission(std::function<void(bool)> answer) override {
+        foundation::dispatch::global().async([answer = std::move(answer)] { answer(false); });
+    }
+};
+
+class RestrictedAuthority : public PrivacyAuthority {
+public:
+    std::optional<int> authorizationStatus(PrivacyKind) const override { return StatusRestricted; }
+    void requestAccess(PrivacyKind, std::function<void(bool)> answer) override {
+        foundation::dispatch::global().async([answer = std::move(answer)] { answer(false); });
+    }
+    void requestAuthorization(PrivacyKind, std::function<void(int)> answer) override {
+        foundation::dispatch::global().async([answer = std::move(answer)] { answer(StatusRestricted); });
+    }
+    std::uint32_t recordPermission() const override { return kRecordPermissionDenied; }
+    std::shared_ptr<AudioSession> makeAudioSession() override { return std::make_shared<RefusingAudioSession>(); }
+};
+
+// The permission checks read a missing status as "no such check" and go ahead, so the authority is
+// never left empty: without one, everything is restricted.
+PrivacyServices withAuthority(PrivacyServices services) {
+    if (!services.authority) services.authority = std::make_shared<RestrictedAuthority>();
+    return services;
+}
+
 std::mutex& installedMutex() {
     static std::mutex mutex;
     return mutex;
 }
 
 PrivacyServices& installed() {
-    static PrivacyServices services = headless::makeHeadlessPrivacy().services();
+    static PrivacyServices services = withAuthority({});
     return services;
 }
 
@@ -47,7 +77,7 @@ PrivacyServices PrivacyServices::current() {
 
 void PrivacyServices::setCurrent(PrivacyServices services) {
     std::lock_guard lock(installedMutex());
-    installed() = std::move(services);
+    installed() = withAuthority(std::move(services));
 }
 
 }  // namespace quorvane::platform

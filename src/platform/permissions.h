@@ -1,8 +1,8 @@
 #pragma once
 // The device's privacy authorisations (AVCaptureDevice, PHPhotoLibrary, CNContactStore, EKEventStore,
 // MPMediaLibrary, AVAudioSession, CLLocationManager) and the application's information dictionary.
-// Installed as one replaceable set, like Platform: headless by default, Linux where the machine has
-// the facility, scripted in tests.
+// Installed as one replaceable set, like Platform, by a platform family (headless, Linux); scripted
+// in tests.
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -78,7 +78,9 @@ struct PrivacyServices {
     std::shared_ptr<LocationServices> location;
     std::shared_ptr<AppInfo> appInfo;
 
-    // A copy of the installed services; safe from any thread. A headless set until one is installed.
+    // A copy of the installed services; safe from any thread. Until a family installs a set, and
+    // wherever an installed set leaves it empty, the authority restricts every kind; location and
+    // appInfo stay null (no location service, no information dictionary).
     static PrivacyServices current();
     static void setCurrent(PrivacyServices services);
 };

@@ -2,11 +2,24 @@
 
 #include <mutex>
 
-#include "platform/headless/headless_photo_library.h"
+#include "foundation/dispatch.h"
 
 namespace quorvane::platform {
 namespace {
 std::mutex sharedMutex;
+constexpr long long kPHPhotosErrorAccessRestricted = 3310;
+
+// No library to store in: every request fails, from a worker thread as a real library answers.
+class UnavailablePhotoLibrary : public PhotoLibrary {
+public:
+    void creationRequestForAssetFromImage(ImagePtr, Completion completion) override {
+        if (!completion) return;
+        foundation::dispatch::global().async([completion = std::move(completion)] {
+            completion(false, Error("PHPhotosErrorDomain", kPHPhotosErrorAccessRestricted, "This device has no photo library."));
+        });
+    }
+};
+
 std::shared_ptr<PhotoLibrary>& sharedSlot() {
     static std::shared_ptr<PhotoLibrary> library;
     return library;
@@ -16,7 +29,7 @@ std::shared_ptr<PhotoLibrary>& sharedSlot() {
 std::shared_ptr<PhotoLibrary> PhotoLibrary::sharedPhotoLibrary() {
     std::lock_guard lock(sharedMutex);
     auto& slot = sharedSlot();
-    if (!slot) slot = std::make_shared<headless::HeadlessPhotoLibrary>();
+    if (!slot) slot = std::make_shared<UnavailablePhotoLibrary>();
     return slot;
 }
 

@@ -16,7 +16,8 @@ public:
     // Creates an asset from `image`; `completion` runs once, on a thread of the library's own.
     virtual void creationRequestForAssetFromImage(ImagePtr image, Completion completion) = 0;
 
-    // The shared library (a headless one unless replaced). Safe from any thread.
+    // The shared library; one that refuses every change until a family installs one (nullptr
+    // restores it). Never null. Safe from any thread.
     static std::shared_ptr<PhotoLibrary> sharedPhotoLibrary();
     static void setSharedPhotoLibrary(std::shared_ptr<PhotoLibrary> library);
 };

@@ -2,8 +2,6 @@
 
 #include <mutex>
 
-#include "platform/headless/headless_platform.h"
-
 namespace quorvane::platform {
 namespace {
 
@@ -13,7 +11,7 @@ std::mutex& installedMutex() {
 }
 
 Platform& installed() {
-    static Platform platform = headless::makeHeadlessDevice().platform();
+    static Platform platform;  // nothing until a platform family is installed
     return platform;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 // The device the system runs on: one struct of the platform services, replaceable as a whole.
-// The default is a fresh headless device (headless/headless_platform.h); tests install their own.
+// Each member is null until a platform family installs it (headless/headless_platform.h,
+// linux/linux_platform.h); callers treat a null service as a device without it.
 #include <memory>
 
 #include "platform/device_info.h"

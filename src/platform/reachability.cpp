@@ -2,18 +2,27 @@
 
 #include <mutex>
 
-#include "platform/linux/reachability_linux.h"
-
 namespace quorvane::platform {
 
 namespace {
 std::mutex gSourceMutex;
 std::shared_ptr<ReachabilitySource> gSource;
+
+// No network facility: no handle can be made, there is no radio and the restriction is unknown.
+class UnavailableReachabilitySource : public ReachabilitySource {
+public:
+    std::shared_ptr<ReachabilityTarget> createWithName(const std::string&) override { return nullptr; }
+    std::shared_ptr<ReachabilityTarget> createWithAddress(const sockaddr*) override { return nullptr; }
+    std::optional<std::string> currentRadioAccessTechnology() override { return std::nullopt; }
+    void setCellularDataRestrictionNotifier(std::function<void(CellularDataRestrictedState)> notifier) override {
+        if (notifier) notifier(CellularDataRestrictedState::Unknown);
+    }
+};
 }  // namespace
 
 std::shared_ptr<ReachabilitySource> reachabilitySource() {
     std::lock_guard lock(gSourceMutex);
-    if (!gSource) gSource = std::make_shared<linux_impl::LinuxReachabilitySource>();
+    if (!gSource) gSource = std::make_shared<UnavailableReachabilitySource>();
     return gSource;
 }
 

@@ -69,9 +69,10 @@ public:
     virtual void setCellularDataRestrictionNotifier(std::function<void(CellularDataRestrictedState)> notifier) = 0;
 };
 
-// The process-wide source: the real Linux one unless a test has installed another.
+// The process-wide source, installed by a platform family. Until then (and after nullptr is
+// installed) one that makes no handle: every target reads as unreachable. Never null.
 std::shared_ptr<ReachabilitySource> reachabilitySource();
-// Installs `source` (nullptr restores the real one) and returns the previous one.
+// Installs `source` (nullptr restores the one that makes no handle) and returns the previous one.
 std::shared_ptr<ReachabilitySource> setReachabilitySource(std::shared_ptr<ReachabilitySource> source);
 
 }  // namespace quorvane::platform

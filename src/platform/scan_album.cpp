@@ -1,10 +1,16 @@
 #include "platform/scan_album.h"
 
-#include "platform/headless/headless_scan_album.h"
-
 namespace quorvane::platform {
 namespace {
 std::mutex currentMutex;
+
+// A device without a photo library to choose from.
+class UnavailableScanAlbum : public ScanAlbum {
+public:
+    bool isSourceTypeAvailable() const override { return false; }
+    std::shared_ptr<ScanImagePicker> makeImagePicker() override { return nullptr; }
+};
+
 std::shared_ptr<ScanAlbum>& currentSlot() {
     static std::shared_ptr<ScanAlbum> album;
     return album;
@@ -52,7 +58,7 @@ void ScanImagePicker::cancel() {
 std::shared_ptr<ScanAlbum> ScanAlbum::current() {
     std::lock_guard lock(currentMutex);
     auto& slot = currentSlot();
-    if (!slot) slot = std::make_shared<headless::HeadlessScanAlbum>();
+    if (!slot) slot = std::make_shared<UnavailableScanAlbum>();
     return slot;
 }
 

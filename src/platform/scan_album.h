@@ -55,9 +55,11 @@ public:
     virtual ~ScanAlbum() = default;
     // Whether the photo library can serve as a picker source on this device.
     virtual bool isSourceTypeAvailable() const = 0;
+    // nullptr when the source is unavailable.
     virtual std::shared_ptr<ScanImagePicker> makeImagePicker() = 0;
 
-    // The installed album (a headless one unless replaced). Safe from any thread.
+    // The installed album; an unavailable one until a family installs one (nullptr restores it).
+    // Never null. Safe from any thread.
     static std::shared_ptr<ScanAlbum> current();
     static void setCurrent(std::shared_ptr<ScanAlbum> album);
 };

@@ -12,6 +12,7 @@
 #include "foundation/dispatch.h"
 #include "foundation/log.h"
 #include "foundation/notification_center.h"
+#include "platform/linux/reachability_linux.h"
 
 using namespace quorvane;
 using namespace quorvane::platform;
@@ -119,8 +120,17 @@ TEST(NetReachability, ChangeIsAnnouncedOnTheMainLoopNamingTheInstance) {
     center.removeObserver(token);
 }
 
+TEST(NetReachability, WithoutAPlatformFamilyNoTargetIsMadeAndTheStatusIsUnknown) {
+    auto previous = setReachabilitySource(nullptr);
+    EXPECT_EQ(NetReachability::reachabilityForInternetConnection(), nullptr);
+    std::optional<CellularDataRestrictedState> reported;
+    reachabilitySource()->setCellularDataRestrictionNotifier([&](CellularDataRestrictedState s) { reported = s; });
+    EXPECT_EQ(reported, CellularDataRestrictedState::Unknown);
+    setReachabilitySource(previous);
+}
+
 TEST(NetReachability, LinuxSourceReportsASaneStatusForThisMachine) {
-    auto previous = setReachabilitySource(nullptr);  // the real source
+    auto previous = setReachabilitySource(std::make_shared<platform::linux_impl::LinuxReachabilitySource>());
     auto internet = NetReachability::reachabilityForInternetConnection();
     auto local = NetReachability::reachabilityWithHostName("localhost");
     sockaddr_in loopback{};

@@ -25,6 +25,8 @@ public:
     void requestAuthorization(PrivacyKind kind, std::function<void(int status)> answer) override;
     std::uint32_t recordPermission() const override;
     std::shared_ptr<AudioSession> makeAudioSession() override;
+    // The authority every other kind goes to.
+    std::shared_ptr<PrivacyAuthority> others() const { return others_; }
 
 private:
     std::shared_ptr<PrivacyAuthority> others_;

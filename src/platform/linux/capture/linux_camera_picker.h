@@ -20,6 +20,8 @@ public:
     void startAlbumPicker(std::shared_ptr<AlbumPickerController> picker) override;
     std::optional<std::string> requestImageData(const MediaAsset& asset) override;
     std::optional<std::string> requestPlayableVideo(const MediaAsset& asset) override;
+    // The picker that serves everything but the camera.
+    std::shared_ptr<MediaPicker> others() const { return others_; }
 
 private:
     std::shared_ptr<LinuxCaptureCamera> camera_;

@@ -13,9 +13,14 @@ LinuxCapture installLinuxCapture(const CaptureInputs& inputs) {
     Microphone::setCurrent(capture.microphone);
     RecordingClock::setCurrent(capture.clock);
     CaptureCamera::setCurrent(capture.camera);
-    MediaPicker::setCurrent(std::make_shared<LinuxCameraPicker>(capture.camera, MediaPicker::current()));
+    // A second install replaces the first one's devices rather than wrapping them.
+    auto pickers = MediaPicker::current();
+    if (auto earlier = std::dynamic_pointer_cast<LinuxCameraPicker>(pickers)) pickers = earlier->others();
+    MediaPicker::setCurrent(std::make_shared<LinuxCameraPicker>(capture.camera, pickers));
     auto privacy = PrivacyServices::current();
-    privacy.authority = std::make_shared<CapturePrivacyAuthority>(privacy.authority, capture.microphone, capture.camera);
+    auto others = privacy.authority;
+    if (auto earlier = std::dynamic_pointer_cast<CapturePrivacyAuthority>(others)) others = earlier->others();
+    privacy.authority = std::make_shared<CapturePrivacyAuthority>(others, capture.microphone, capture.camera);
     PrivacyServices::setCurrent(privacy);
     return capture;
 }

@@ -1,7 +1,8 @@
 #pragma once
 // A Linux host's capture devices: the microphone and its real-time recording clock, the camera for
 // the scanner and the camera screen, and their authorisations, installed over the current platform
-// services (the album, the library and every other permission kind stay as they were).
+// services (the album, the library and every other permission kind stay as they were: those of the
+// family installed before, or none). Installing again replaces the devices of the first install.
 #include <memory>
 #include <string>
 
