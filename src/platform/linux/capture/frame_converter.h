@@ -6,10 +6,12 @@
 #include <string>
 #include <vector>
 
+#include "foundation/ffmpeg_handles.h"
 #include "platform/capture_camera.h"
-#include "platform/linux/capture/ffmpeg_handles.h"
 
 namespace quorvane::platform::linux_capture {
+
+using namespace foundation::ffmpeg;  // the owning handles and errorText
 
 class LumaConverter {
 public:

@@ -20,4 +20,10 @@ struct InputUrl {
 // Nullopt when there is no format before a colon, or an option is not "key=value".
 std::optional<InputUrl> parseInputUrl(const std::string& url);
 
+// Why an input did not open: FFmpeg's error code (an AVERROR) and its text.
+struct OpenFailure {
+    int code = 0;
+    std::string message;
+};
+
 }  // namespace quorvane::platform::linux_capture

@@ -6,6 +6,7 @@
 #include "foundation/log.h"
 #include "platform/linux/capture/frame_converter.h"
 #include "platform/linux/capture/linux_capture_camera.h"
+#include "platform/linux/capture/media_input.h"
 
 namespace quorvane::platform::linux_capture {
 namespace {

@@ -6,6 +6,7 @@
 #include "foundation/log.h"
 #include "foundation/notification_center.h"
 #include "platform/linux/capture/frame_converter.h"
+#include "platform/linux/capture/media_input.h"
 #include "platform/linux/capture/reader_thread.h"
 
 namespace quorvane::platform::linux_capture {

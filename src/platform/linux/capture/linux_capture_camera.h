@@ -10,7 +10,7 @@
 #include <string>
 
 #include "platform/capture_camera.h"
-#include "platform/linux/capture/media_input.h"
+#include "platform/linux/capture/input_url.h"
 
 namespace quorvane::platform::linux_capture {
 

@@ -5,6 +5,7 @@
 
 #include "foundation/dispatch.h"
 #include "foundation/log.h"
+#include "platform/linux/capture/media_input.h"
 #include "platform/linux/capture/reader_thread.h"
 
 namespace quorvane::platform::linux_capture {

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "platform/linux/capture/media_input.h"
+#include "platform/linux/capture/input_url.h"
 #include "platform/microphone.h"
 
 namespace quorvane::platform::linux_capture {

@@ -24,12 +24,6 @@ std::nullptr_t fail(OpenFailure* failure, int code, std::string message) {
 
 }  // namespace
 
-std::string errorText(int code) {
-    char text[AV_ERROR_MAX_STRING_SIZE] = {};
-    av_strerror(code, text, sizeof text);
-    return text;
-}
-
 std::unique_ptr<MediaInput> MediaInput::open(const std::string& url, Kind kind, OpenFailure* failure) {
     static std::once_flag devices;
     std::call_once(devices, [] { avdevice_register_all(); });

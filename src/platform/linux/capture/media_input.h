@@ -6,15 +6,12 @@
 #include <memory>
 #include <string>
 
-#include "platform/linux/capture/ffmpeg_handles.h"
+#include "foundation/ffmpeg_handles.h"
+#include "platform/linux/capture/input_url.h"
 
 namespace quorvane::platform::linux_capture {
 
-// Why an input did not open: FFmpeg's error code (an AVERROR) and its text.
-struct OpenFailure {
-    int code = 0;
-    std::string message;
-};
+using namespace foundation::ffmpeg;  // the owning handles and errorText
 
 class MediaInput {
 public:
