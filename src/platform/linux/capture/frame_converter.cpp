@@ -1,6 +1,12 @@
 #include "platform/linux/capture/frame_converter.h"
 
 namespace quorvane::platform::linux_capture {
+
+using foundation::ffmpeg::CodecContextPtr;
+using foundation::ffmpeg::FramePtr;
+using foundation::ffmpeg::PacketPtr;
+using foundation::ffmpeg::ScalerPtr;
+
 namespace {
 
 constexpr std::size_t kPoolSize = 4;  // frames in flight to the main thread, plus the one being filled

@@ -11,8 +11,6 @@
 
 namespace quorvane::platform::linux_capture {
 
-using namespace foundation::ffmpeg;  // the owning handles and errorText
-
 class LumaConverter {
 public:
     // An invalid frame when the picture cannot be converted.
@@ -20,7 +18,7 @@ public:
 
 private:
     std::shared_ptr<std::vector<std::uint8_t>> freeBuffer(std::size_t size);
-    ScalerPtr scaler_;
+    foundation::ffmpeg::ScalerPtr scaler_;
     int width_ = 0, height_ = 0, format_ = -1;
     std::vector<std::shared_ptr<std::vector<std::uint8_t>>> pool_;
 };

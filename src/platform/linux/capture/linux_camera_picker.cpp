@@ -9,6 +9,9 @@
 #include "platform/linux/capture/media_input.h"
 
 namespace quorvane::platform::linux_capture {
+
+using foundation::ffmpeg::FramePtr;
+
 namespace {
 
 // The input's first picture, encoded; nullopt when it has none.

@@ -10,6 +10,9 @@
 #include "platform/linux/capture/reader_thread.h"
 
 namespace quorvane::platform::linux_capture {
+
+using foundation::ffmpeg::FramePtr;
+
 namespace {
 
 constexpr int kFramesInFlight = 2;

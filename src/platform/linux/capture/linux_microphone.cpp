@@ -10,6 +10,10 @@
 
 namespace quorvane::platform::linux_capture {
 
+using foundation::ffmpeg::FramePtr;
+using foundation::ffmpeg::ResamplerPtr;
+using foundation::ffmpeg::errorText;
+
 // Reads on its own thread while started; frames and the end reach the main thread by posts that
 // name the start they belong to, so none arrives after stop().
 class LinuxMicrophone::Stream : public CaptureStream, public std::enable_shared_from_this<Stream> {

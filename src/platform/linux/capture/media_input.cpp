@@ -11,6 +11,9 @@ extern "C" {
 #include "platform/linux/capture/input_url.h"
 
 namespace quorvane::platform::linux_capture {
+
+using foundation::ffmpeg::errorText;
+
 namespace {
 
 struct DictionaryFreer {

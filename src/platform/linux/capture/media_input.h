@@ -11,8 +11,6 @@
 
 namespace quorvane::platform::linux_capture {
 
-using namespace foundation::ffmpeg;  // the owning handles and errorText
-
 class MediaInput {
 public:
     enum class Kind { Audio, Video };
@@ -37,9 +35,9 @@ private:
     static int interruptCallback(void* opaque);
 
     std::atomic<bool> interrupted_{false};
-    FormatContextPtr format_;
-    CodecContextPtr decoder_;
-    PacketPtr packet_;
+    foundation::ffmpeg::FormatContextPtr format_;
+    foundation::ffmpeg::CodecContextPtr decoder_;
+    foundation::ffmpeg::PacketPtr packet_;
     int stream_ = -1;
     bool draining_ = false;
     std::string endReason_;
