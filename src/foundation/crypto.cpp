@@ -30,6 +30,21 @@ std::string hmacSha1Base64(std::string_view key, std::string_view message) {
     return base64Encode(hmacSha1Raw(key, message));
 }
 
+std::string hmacSha256Raw(std::string_view key, std::string_view message) {
+    unsigned char out[EVP_MAX_MD_SIZE];
+    unsigned int len = 0;
+    HMAC(EVP_sha256(), key.data(), static_cast<int>(key.size()),
+         reinterpret_cast<const unsigned char*>(message.data()), message.size(), out, &len);
+    return std::string(reinterpret_cast<char*>(out), len);
+}
+
+std::string sha256Hex(std::string_view data) {
+    unsigned char out[EVP_MAX_MD_SIZE];
+    unsigned int len = 0;
+    EVP_Digest(data.data(), data.size(), out, &len, EVP_sha256(), nullptr);
+    return hexLower(std::string_view(reinterpret_cast<char*>(out), len));
+}
+
 std::string base64Encode(std::string_view bytes) {
     std::string out(4 * ((bytes.size() + 2) / 3), '\0');
     int n = EVP_EncodeBlock(reinterpret_cast<unsigned char*>(out.data()),

@@ -16,6 +16,10 @@ std::string md5Hex(std::string_view data);
 std::string hmacSha1Raw(std::string_view key, std::string_view message);
 // base64(HMAC-SHA1(key, message)).
 std::string hmacSha1Base64(std::string_view key, std::string_view message);
+// Raw 32-byte HMAC-SHA256.
+std::string hmacSha256Raw(std::string_view key, std::string_view message);
+// SHA-256 as lower-case hex.
+std::string sha256Hex(std::string_view data);
 
 // Standard base64 with padding, no line breaks.
 std::string base64Encode(std::string_view bytes);

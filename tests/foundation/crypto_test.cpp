@@ -16,6 +16,16 @@ TEST(Crypto, HmacSha1MatchesPublishedSignatureVector) {
               "EwaNTn1erJGkimiJ9WmXgwnANLc=");
 }
 
+// FIPS 180-2 and RFC 4231 (test cases 1 and 2).
+TEST(Crypto, Sha256AndItsHmacMatchPublishedVectors) {
+    EXPECT_EQ(sha256Hex("abc"), "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(sha256Hex(""), "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(hexLower(hmacSha256Raw(std::string(20, '\x0b'), "Hi There")),
+              "b0344c61d8db38535ca8afceaf0bf12b881dc200c9833da726e9376c2e32cff7");
+    EXPECT_EQ(hexLower(hmacSha256Raw("Jefe", "what do ya want for nothing?")),
+              "5bdcc146bf60754e6a042426089575c75a003f089d2739839dec58b964ec3843");
+}
+
 TEST(Crypto, Md5IsLowerHexAndStreamsLikeOneShot) {
     EXPECT_EQ(md5Hex(""), "d41d8cd98f00b204e9800998ecf8427e");
     EXPECT_EQ(md5Hex("The quick brown fox jumps over the lazy dog"), "9e107d9d372bb6826bd81d3542a419d6");
