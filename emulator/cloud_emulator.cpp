@@ -10,7 +10,9 @@
 namespace quorvane::emulator {
 
 CloudEmulator::Impl::Impl(EmulatorOptions o)
-    : options(std::move(o)), sts(options.accessKeyId, options.accessKeySecret), storage(options.storageDir) {}
+    : options(std::move(o)), sts(options.accessKeyId, options.accessKeySecret), storage(options.storageDir) {
+    skewSeconds = options.clockSkew.count();
+}
 
 foundation::SystemTime CloudEmulator::Impl::now() const {
     return std::chrono::system_clock::now() + std::chrono::seconds(skewSeconds.load());
@@ -188,7 +190,7 @@ void CloudEmulator::reset() {
     impl_->faults.reset();
     impl_->sts.clear();
     impl_->uploadPartBytes = 0;
-    impl_->skewSeconds = 0;
+    impl_->skewSeconds = impl_->options.clockSkew.count();
     impl_->clearRecords();
 }
 

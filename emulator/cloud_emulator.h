@@ -31,6 +31,10 @@ struct EmulatorOptions {
     std::string storageDir;          // empty = in-memory; otherwise objects and uploads survive a restart
     bool https = false;              // serve TLS with a CA + server certificate generated at start (see caFile())
     bool verifySignatures = true;    // false accepts any (or no) signature, still recording everything
+    // Object storage takes V4 (OSS4-HMAC-SHA256) signatures always, V1 ones while this is true: false
+    // refuses them as the service does for buckets made since September 2025.
+    bool acceptV1Signatures = true;
+    std::chrono::seconds clockSkew{0};  // the emulator's clock runs this far ahead (negative: behind)
     std::string accessKeyId = "LTAI5tQuorvaneEmuRoot";                   // root key pair
     std::string accessKeySecret = "QuorvaneEmulatorRootSecret0123456789";
     std::string region = "cn-shanghai";

@@ -67,7 +67,8 @@ bool authorized(OssRequest& r) {
     auto lookup = [&](const std::string& keyId, const std::optional<std::string>& token) {
         return ex.impl.sts.check(keyId, token, ex.impl.now());
     };
-    auto failure = checkOssSignature(signedRequest, lookup, ex.impl.now());
+    const OssSignaturePolicy policy{ex.impl.options.region, ex.impl.options.acceptV1Signatures};
+    auto failure = checkOssSignature(signedRequest, lookup, policy, ex.impl.now());
     if (!failure) return true;
     ossError(ex, r.bucket, failure->status, failure->code, failure->message, failure->extra);
     return false;

@@ -4,6 +4,7 @@
 #include <map>
 #include <set>
 
+#include "emulator/oss_auth_failures.h"
 #include "foundation/crypto.h"
 #include "foundation/dates.h"
 
@@ -23,12 +24,6 @@ const std::set<std::string>& subResources() {
         "policy", "requestPayment", "encryption", "worm", "wormId", "wormExtend", "inventory", "inventoryId",
         "continuation-token", "stat", "sequential", "x-oss-traffic-limit", "x-oss-request-payer"};
     return names;
-}
-
-std::optional<std::string> header(const Pairs& headers, std::string_view name) {
-    for (const auto& [k, v] : headers)
-        if (iequals(k, name)) return v;
-    return std::nullopt;
 }
 
 std::string canonicalHeaders(const Pairs& headers) {
@@ -58,6 +53,63 @@ std::string canonicalResource(const OssSignedRequest& r) {
     return out;
 }
 
+}  // namespace
+
+std::string ossStringToSign(const OssSignedRequest& r) {
+    auto date = headerValue(r.headers, "x-oss-date");
+    if (!date) date = headerValue(r.headers, "Date");
+    return r.method + "\n" + headerValue(r.headers, "Content-MD5").value_or("") + "\n" +
+           headerValue(r.headers, "Content-Type").value_or("") + "\n" + date.value_or("") + "\n" +
+           canonicalHeaders(r.headers) + canonicalResource(r);
+}
+
+std::optional<OssAuthFailure> checkOssSignature(const OssSignedRequest& r, const KeyLookup& lookup,
+                                                const OssSignaturePolicy& policy, foundation::SystemTime now) {
+    auto auth = headerValue(r.headers, "Authorization");
+    if (!auth) return authFailure(403, "AccessDenied", "You have no right to access this object because of bucket acl.");
+    if (startsWith(*auth, "OSS4-HMAC-SHA256 ")) return checkOssV4Signature(r, *auth, lookup, policy, now);
+    auto colon = auth->rfind(':');
+    if (!startsWith(*auth, "OSS ") || colon == std::string::npos || colon <= 4 || colon + 1 >= auth->size())
+        return authFailure(400, "InvalidArgument", "Authorization header is invalid.",
+                           {{"ArgumentName", "Authorization"}, {"ArgumentValue", *auth}});
+    if (!policy.acceptV1)
+        return authFailure(403, "AccessDenied",
+                           "This bucket does not accept V1 signatures: sign requests with OSS4-HMAC-SHA256.",
+                           {{"EC", "0002-00000080"}});
+    auto keyId = auth->substr(4, colon - 4);
+    auto provided = auth->substr(colon + 1);
+
+    auto dateText = headerValue(r.headers, "x-oss-date");
+    if (!dateText) dateText = headerValue(r.headers, "Date");
+    auto date = dateText ? foundation::parseRfc1123(*dateText) : std::nullopt;
+    if (!date) return authFailure(403, "AccessDenied", "OSS authentication requires a valid Date.");
+    if (auto skewed = skewFailure(*date, *dateText, now)) return skewed;
+
+    KeyCheck key;
+    if (auto refused = keyFailure(keyId, r.headers, lookup, key)) return refused;
+
+    auto stringToSign = ossStringToSign(r);
+    if (foundation::hmacSha1Base64(key.secret, stringToSign) != provided)
+        return authFailure(403, "SignatureDoesNotMatch",
+                           "The request signature we calculated does not match the signature you provided. "
+                           "Check your key and signing method.",
+                           {{"OSSAccessKeyId", keyId},
+                            {"SignatureProvided", provided},
+                            {"StringToSign", stringToSign},
+                            {"StringToSignBytes", spacedHex(stringToSign)}});
+    return std::nullopt;
+}
+
+std::optional<std::string> headerValue(const Pairs& headers, std::string_view name) {
+    for (const auto& [k, v] : headers)
+        if (iequals(k, name)) return v;
+    return std::nullopt;
+}
+
+OssAuthFailure authFailure(int status, std::string code, std::string message, Pairs extra) {
+    return {status, std::move(code), std::move(message), std::move(extra)};
+}
+
 std::string spacedHex(const std::string& s) {
     auto hex = foundation::hexUpper(s);
     std::string out;
@@ -68,64 +120,31 @@ std::string spacedHex(const std::string& s) {
     return out;
 }
 
-OssAuthFailure failure(int status, std::string code, std::string message, Pairs extra = {}) {
-    return {status, std::move(code), std::move(message), std::move(extra)};
-}
-
-}  // namespace
-
-std::string ossStringToSign(const OssSignedRequest& r) {
-    auto date = header(r.headers, "x-oss-date");
-    if (!date) date = header(r.headers, "Date");
-    return r.method + "\n" + header(r.headers, "Content-MD5").value_or("") + "\n" +
-           header(r.headers, "Content-Type").value_or("") + "\n" + date.value_or("") + "\n" +
-           canonicalHeaders(r.headers) + canonicalResource(r);
-}
-
-std::optional<OssAuthFailure> checkOssSignature(const OssSignedRequest& r, const KeyLookup& lookup,
-                                                foundation::SystemTime now) {
-    auto auth = header(r.headers, "Authorization");
-    if (!auth) return failure(403, "AccessDenied", "You have no right to access this object because of bucket acl.");
-    auto colon = auth->rfind(':');
-    if (!startsWith(*auth, "OSS ") || colon == std::string::npos || colon <= 4 || colon + 1 >= auth->size())
-        return failure(400, "InvalidArgument", "Authorization header is invalid.",
-                       {{"ArgumentName", "Authorization"}, {"ArgumentValue", *auth}});
-    auto keyId = auth->substr(4, colon - 4);
-    auto provided = auth->substr(colon + 1);
-
-    auto dateText = header(r.headers, "x-oss-date");
-    if (!dateText) dateText = header(r.headers, "Date");
-    auto date = dateText ? foundation::parseRfc1123(*dateText) : std::nullopt;
-    if (!date) return failure(403, "AccessDenied", "OSS authentication requires a valid Date.");
-    auto skew = std::chrono::duration_cast<std::chrono::milliseconds>(*date > now ? *date - now : now - *date);
-    if (skew > std::chrono::minutes(15))
-        return failure(403, "RequestTimeTooSkewed",
+std::optional<OssAuthFailure> skewFailure(foundation::SystemTime requestTime, const std::string& requestTimeText,
+                                          foundation::SystemTime now) {
+    auto skew = std::chrono::duration_cast<std::chrono::milliseconds>(requestTime > now ? requestTime - now
+                                                                                        : now - requestTime);
+    if (skew <= std::chrono::minutes(15)) return std::nullopt;
+    return authFailure(403, "RequestTimeTooSkewed",
                        "The difference between the request time and the current time is too large.",
-                       {{"RequestTime", *dateText},
+                       {{"RequestTime", requestTimeText},
                         {"ServerTime", foundation::iso8601Utc(now)},
                         {"MaxAllowedSkewMilliseconds", "900000"}});
+}
 
-    auto token = header(r.headers, "x-oss-security-token");
-    auto key = lookup(keyId, token);
+std::optional<OssAuthFailure> keyFailure(const std::string& keyId, const Pairs& headers, const KeyLookup& lookup,
+                                         KeyCheck& key) {
+    auto token = headerValue(headers, "x-oss-security-token");
+    key = lookup(keyId, token);
     if (!key.known || (key.sts && key.token == TokenState::Missing))
-        return failure(403, "InvalidAccessKeyId", "The OSS Access Key Id you provided does not exist in our records.",
-                       {{"OSSAccessKeyId", keyId}});
+        return authFailure(403, "InvalidAccessKeyId", "The OSS Access Key Id you provided does not exist in our records.",
+                           {{"OSSAccessKeyId", keyId}});
     if (key.sts && key.token == TokenState::Invalid)
-        return failure(403, "InvalidSecurityToken", "The security token you provided is invalid.",
-                       {{"SecurityToken", token.value_or("")}});
+        return authFailure(403, "InvalidSecurityToken", "The security token you provided is invalid.",
+                           {{"SecurityToken", token.value_or("")}});
     if (key.sts && key.token == TokenState::Expired)
-        return failure(403, "SecurityTokenExpired", "The security token you provided has expired.",
-                       {{"SecurityToken", token.value_or("")}});
-
-    auto stringToSign = ossStringToSign(r);
-    if (foundation::hmacSha1Base64(key.secret, stringToSign) != provided)
-        return failure(403, "SignatureDoesNotMatch",
-                       "The request signature we calculated does not match the signature you provided. "
-                       "Check your key and signing method.",
-                       {{"OSSAccessKeyId", keyId},
-                        {"SignatureProvided", provided},
-                        {"StringToSign", stringToSign},
-                        {"StringToSignBytes", spacedHex(stringToSign)}});
+        return authFailure(403, "SecurityTokenExpired", "The security token you provided has expired.",
+                           {{"SecurityToken", token.value_or("")}});
     return std::nullopt;
 }
 

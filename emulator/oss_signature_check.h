@@ -1,8 +1,10 @@
 #pragma once
-// Server-side check of OSS V1 header signatures, written from the service's published rules.
+// Server-side check of OSS header signatures, V1 and V4 (OSS4-HMAC-SHA256), written from the service's
+// published rules.
 #include <functional>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "emulator/sts.h"
 #include "emulator/util.h"
@@ -26,10 +28,21 @@ struct OssAuthFailure {
 
 using KeyLookup = std::function<KeyCheck(const std::string& keyId, const std::optional<std::string>& token)>;
 
-// The canonical text the client should have signed.
+struct OssSignaturePolicy {
+    std::string region;    // the region V4 scopes must name
+    bool acceptV1 = true;  // false: V1 refused, as the service does for buckets made since September 2025
+};
+
+// The canonical text a V1 client should have signed.
 std::string ossStringToSign(const OssSignedRequest& request);
-// nullopt when the request is authentic and timely.
+// The V4 canonical request for the given additional headers (lower case, sorted).
+std::string ossV4CanonicalRequest(const OssSignedRequest& request, const std::vector<std::string>& additionalHeaders);
+// nullopt when the request is authentic and timely, whichever version signed it.
 std::optional<OssAuthFailure> checkOssSignature(const OssSignedRequest& request, const KeyLookup& lookup,
-                                                foundation::SystemTime now);
+                                                const OssSignaturePolicy& policy, foundation::SystemTime now);
+// The V4 half of the check, for an "Authorization" that starts with "OSS4-HMAC-SHA256 ".
+std::optional<OssAuthFailure> checkOssV4Signature(const OssSignedRequest& request, const std::string& authorization,
+                                                  const KeyLookup& lookup, const OssSignaturePolicy& policy,
+                                                  foundation::SystemTime now);
 
 }  // namespace quorvane::emulator

@@ -21,6 +21,12 @@ inline void addCloudOptions(CLI::App& cmd, emulator::EmulatorOptions& o) {
     cmd.add_option("--advertise", o.advertisedHost, "HOST:PORT handed to clients in endpoints (default: the bound one)");
     cmd.add_option("--bucket", o.bucket, "The bucket that exists from the start")->capture_default_str();
     cmd.add_option("--region", o.region, "Region of the services")->capture_default_str();
+    cmd.add_flag("--v4-only", [&o](std::int64_t) { o.acceptV1Signatures = false; },
+                 "Refuse V1 object-storage signatures, as the service does for buckets made since September 2025");
+    cmd.add_option_function<long long>(
+           "--clock-skew", [&o](long long seconds) { o.clockSkew = std::chrono::seconds(seconds); },
+           "Run the cloud's clock SECONDS ahead of this machine's (negative: behind), to try clients' skew handling")
+        ->type_name("SECONDS");
 }
 
 // One "name value" line per fact, then "ready" alone on a line once clients may connect. The keys are
@@ -32,6 +38,7 @@ inline void printCloudFacts(std::ostream& out, emulator::CloudEmulator& cloud) {
         << "port " << cloud.port() << "\n"
         << "bucket " << o.bucket << "\n"
         << "region " << o.region << "\n"
+        << "signature-versions " << (o.acceptV1Signatures ? "1,4" : "4") << "\n"
         << "storage " << (o.storageDir.empty() ? "(in memory)" : o.storageDir) << "\n"
         << "access-key-id " << o.accessKeyId << "\n"
         << "access-key-secret " << o.accessKeySecret << "\n"
@@ -42,8 +49,9 @@ inline void printCloudFacts(std::ostream& out, emulator::CloudEmulator& cloud) {
         << "enterprise-access-token " << o.enterpriseAccessToken << "\n";
     if (o.https) out << "ca-file " << cloud.caFile() << "\n";
     out << "try: OSS_ACCESS_KEY_ID=" << o.accessKeyId << " OSS_ACCESS_KEY_SECRET=" << o.accessKeySecret
-        << " quorvane upload FILE oss://" << o.bucket << "/ --endpoint " << cloud.endpoint()
-        << (o.https ? " --ca-file " + cloud.caFile() : std::string()) << "\n"
+        << " quorvane upload FILE oss://" << o.bucket << "/ --endpoint " << cloud.endpoint() << " --region "
+        << o.region << " --signature-version 4" << (o.https ? " --ca-file " + cloud.caFile() : std::string())
+        << "\n"
         << "ready" << std::endl;
 }
 

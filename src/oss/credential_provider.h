@@ -43,6 +43,9 @@ public:
     // nullopt with *error set when signing fails.
     virtual std::optional<std::string> authorization(const std::string& stringToSign, const OSSCredentials& credentials,
                                                      Error* error);
+    // Whether currentCredentials() hands out the secret, which V4 signatures need: a provider that
+    // signs through a block of its own signs V1 strings only.
+    virtual bool providesSecret() const { return true; }
 };
 
 class OSSPlainTextAKSKPairCredentialProvider : public OSSCredentialProvider {
@@ -78,6 +81,7 @@ public:
     std::optional<OSSCredentials> currentCredentials(Error* error) override;
     std::optional<std::string> authorization(const std::string& stringToSign, const OSSCredentials& credentials,
                                              Error* error) override;
+    bool providesSecret() const override { return false; }
     // Signs through the block (initWithImplementedSigner's block).
     std::optional<std::string> signContent(const std::string& content, Error* error) const;
 private:

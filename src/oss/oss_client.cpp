@@ -6,6 +6,9 @@
 #include <vector>
 
 #include "oss/oss_client_impl.h"
+#include "oss/oss_error.h"
+#include "oss/oss_region.h"
+#include "oss/oss_signer_v4.h"
 
 namespace quorvane::oss {
 
@@ -79,6 +82,22 @@ void OSSClient::Impl::shutdown() {
 
 OSSClient::Impl::~Impl() { shutdown(); }
 
+std::shared_ptr<const OSSRequestSigner> OSSClient::Impl::signerFor(const OSSCredentialProvider& provider,
+                                                                  Error* error) const {
+    const auto asked = conf.signatureVersion;
+    if (asked == OSSSignatureVersion::V1) return v1Signer;
+    if (!asked) return v4Signer && provider.providesSecret() ? v4Signer : v1Signer;
+    if (!v4Signer) {
+        if (error) *error = makeClientError(OSSClientErrorCodeInvalidArgument, signerError);
+        return nullptr;
+    }
+    return v4Signer;  // a provider without its secret says so when it signs
+}
+
+foundation::SystemTime OSSClient::Impl::signingTime() const {
+    return std::chrono::system_clock::now() + std::chrono::milliseconds(clockOffsetMs.load());
+}
+
 OSSClient::OSSClient(const std::string& endpoint, std::shared_ptr<OSSCredentialProvider> credentialProvider,
                      OSSClientConfiguration clientConfiguration)
     : impl_(std::make_shared<Impl>()) {
@@ -88,6 +107,22 @@ OSSClient::OSSClient(const std::string& endpoint, std::shared_ptr<OSSCredentialP
     impl_->http = impl_->conf.httpClient ? impl_->conf.httpClient : foundation::HttpClient::shared();
     if (impl_->conf.maxConcurrentParts < 1) impl_->conf.maxConcurrentParts = 1;
     if (!impl_->conf.retryScheduler) impl_->conf.retryScheduler = OSSClientConfiguration::waitOnTimer;
+    impl_->clockOffsetMs = impl_->conf.clockOffset.count();
+    impl_->v1Signer = std::make_shared<OSSV1Signer>();
+    const auto& region = impl_->conf.region;
+    if (!region.empty() && !isValidRegion(region)) {
+        impl_->signerError = "The region \"" + region +
+                             "\" is not a region id: it may hold only a-z, 0-9 and '-' (for instance cn-hangzhou)";
+        // A region given wrong is never silently replaced by V1: every operation fails with this.
+        impl_->conf.signatureVersion = OSSSignatureVersion::V4;
+        return;
+    }
+    impl_->region = !region.empty() ? region : regionFromEndpoint(endpoint).value_or("");
+    if (!impl_->region.empty())
+        impl_->v4Signer = std::make_shared<OSSV4Signer>(impl_->region, impl_->conf.additionalSignedHeaders);
+    else
+        impl_->signerError = "V4 signatures need the bucket's region, and the endpoint \"" + endpoint +
+                             "\" does not name one: set the client configuration's region (for instance cn-hangzhou)";
 }
 
 OSSClient::~OSSClient() { impl_->shutdown(); }
@@ -100,6 +135,21 @@ void OSSClient::setCredentialProvider(std::shared_ptr<OSSCredentialProvider> pro
 std::shared_ptr<OSSCredentialProvider> OSSClient::credentialProvider() const { return impl_->currentProvider(); }
 const OSSClientConfiguration& OSSClient::clientConfiguration() const { return impl_->conf; }
 bool OSSClient::isValid() const { return impl_->endpoint.has_value(); }
+
+OSSSignatureVersion OSSClient::signatureVersion() const {
+    auto provider = impl_->currentProvider();
+    if (!provider) return impl_->conf.signatureVersion.value_or(OSSSignatureVersion::V1);
+    auto signer = impl_->signerFor(*provider, nullptr);
+    return signer && signer == impl_->v4Signer ? OSSSignatureVersion::V4
+           : signer                            ? OSSSignatureVersion::V1
+                                               : *impl_->conf.signatureVersion;
+}
+
+const std::string& OSSClient::region() const { return impl_->region; }
+
+std::chrono::milliseconds OSSClient::clockOffset() const {
+    return std::chrono::milliseconds(impl_->clockOffsetMs.load());
+}
 
 namespace {
 

@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "foundation/http_client.h"
 #include "oss/credential_provider.h"
@@ -15,6 +17,8 @@
 #include "oss/oss_task.h"
 
 namespace quorvane::oss {
+
+enum class OSSSignatureVersion { V1, V4 };
 
 struct OSSClientConfiguration {
     // Attempts after the first on a network error or a 5xx answer (the body is sent again from
@@ -38,6 +42,17 @@ struct OSSClientConfiguration {
     bool pathStyleAccess = false;
     // The HTTP client to use; null = the process-wide one.
     std::shared_ptr<foundation::HttpClient> httpClient;
+    // The bucket's region ("cn-hangzhou"), signed into V4 requests. Empty: taken from the endpoint's host
+    // when it is one of the service's own ("oss-cn-hangzhou.aliyuncs.com").
+    std::string region;
+    // nullopt: V4 whenever the region is known and the provider hands out its secret, else V1. V4 asked
+    // for without a known region makes every operation fail at once, before anything is sent.
+    std::optional<OSSSignatureVersion> signatureVersion;
+    // V4: optional headers that are signed too when a request has them ("host", "content-length", ...).
+    std::vector<std::string> additionalSignedHeaders;
+    // How far the service's clock is ahead of ours; requests are signed with our time plus this. The
+    // client learns it by itself from a RequestTimeTooSkewed answer (see OSSClient::clockOffset).
+    std::chrono::milliseconds clockOffset{0};
 
     // The wait before retry `retry` (0 for the first): 200 ms, doubling, at most 2 s.
     static std::chrono::milliseconds retryDelay(std::uint32_t retry);
@@ -62,6 +77,13 @@ public:
     const OSSClientConfiguration& clientConfiguration() const;
     // Whether the endpoint parsed into a usable host.
     bool isValid() const;
+    // The signature the next request gets with the current provider, and the region it names (empty
+    // when none is known).
+    OSSSignatureVersion signatureVersion() const;
+    const std::string& region() const;
+    // The correction of our clock learnt so far (the configuration's, or the last one a RequestTimeTooSkewed
+    // answer taught): a client made later for the same service can start from it.
+    std::chrono::milliseconds clockOffset() const;
 
     OSSTask<OSSPutObjectResult>::Ptr putObject(std::shared_ptr<OSSPutObjectRequest> request);
     OSSTask<OSSInitMultipartUploadResult>::Ptr multipartUploadInit(std::shared_ptr<OSSInitMultipartUploadRequest> request);

@@ -61,6 +61,18 @@ struct OSSClient::Impl : std::enable_shared_from_this<OSSClient::Impl> {
     mutable std::mutex providerMutex;
     std::shared_ptr<OSSCredentialProvider> provider;
 
+    // Signing: the region (configured, or from the endpoint's host), the V4 signer when there is one, and
+    // why V4 cannot be used when it was asked for and there is none.
+    std::string region;
+    std::shared_ptr<const OSSRequestSigner> v1Signer;
+    std::shared_ptr<const OSSRequestSigner> v4Signer;
+    std::string signerError;
+    std::atomic<std::int64_t> clockOffsetMs{0};
+
+    // The signer for a request made with `provider`; null with *error set when none can sign it.
+    std::shared_ptr<const OSSRequestSigner> signerFor(const OSSCredentialProvider& provider, Error* error) const;
+    foundation::SystemTime signingTime() const;
+
     std::atomic<bool> shuttingDown{false};
 
     std::shared_ptr<OSSCredentialProvider> currentProvider() const;

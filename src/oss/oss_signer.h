@@ -1,6 +1,7 @@
 #pragma once
-// Header signatures (V1): the string to sign from the verb, Content-MD5, Content-Type, the date,
-// the "x-oss-" headers and the resource, signed by the credential provider. Pure functions but
+// Request signers, one per client: V1 here, V4 in oss_signer_v4.h.
+// Header signatures V1: the string to sign from the verb, Content-MD5, Content-Type, the date, the
+// "x-oss-" headers and the resource, signed by the credential provider. Pure functions but
 // signRequest, which asks the provider.
 #include <optional>
 #include <string>
@@ -34,5 +35,26 @@ std::string stringToSign(const std::string& method, const foundation::Headers& h
 std::optional<Error> signRequest(const std::string& method, const std::string& bucket, const std::string& objectKey,
                                  const OSSQuery& query, foundation::Headers& headers, OSSCredentialProvider& provider,
                                  foundation::SystemTime now);
+
+// Adds what authenticates one request to its headers: a date, the security token under STS, and
+// "Authorization". Signers hold no state that changes, so one serves every request of a client.
+class OSSRequestSigner {
+public:
+    virtual ~OSSRequestSigner() = default;
+    // The error when the provider cannot sign; nothing is sent then.
+    virtual std::optional<Error> sign(const std::string& method, const std::string& bucket,
+                                      const std::string& objectKey, const OSSQuery& query,
+                                      foundation::Headers& headers, OSSCredentialProvider& provider,
+                                      foundation::SystemTime now) const = 0;
+};
+
+class OSSV1Signer : public OSSRequestSigner {
+public:
+    std::optional<Error> sign(const std::string& method, const std::string& bucket, const std::string& objectKey,
+                              const OSSQuery& query, foundation::Headers& headers, OSSCredentialProvider& provider,
+                              foundation::SystemTime now) const override {
+        return signRequest(method, bucket, objectKey, query, headers, provider, now);
+    }
+};
 
 }  // namespace quorvane::oss

@@ -26,6 +26,8 @@ OssSignedRequest publishedRequest() {
             {}};
 }
 
+const OssSignaturePolicy kPolicy{"cn-hangzhou", true};
+
 KeyCheck publishedKey(const std::string& id, const std::optional<std::string>&) {
     return id == kKeyId ? KeyCheck{true, false, kSecret, TokenState::Valid} : KeyCheck{};
 }
@@ -36,7 +38,7 @@ TEST(OssSignatureCheck, PublishedVectorVerifies) {
               "PUT\nODBGOERFMDMzQTczRUY3NUE3NzA5QzdFNUYzMDQxNEM=\ntext/html\nThu, 17 Nov 2005 18:49:58 GMT\n"
               "x-oss-magic:abracadabra\nx-oss-meta-author:foo@bar.com\n/oss-example/nelson");
     auto then = *foundation::parseRfc1123("Thu, 17 Nov 2005 18:55:00 GMT");
-    EXPECT_FALSE(checkOssSignature(request, publishedKey, then));
+    EXPECT_FALSE(checkOssSignature(request, publishedKey, kPolicy, then));
     // The test's own signer agrees with the published value.
     EXPECT_EQ(testing::v1Signature(kSecret, "PUT", "ODBGOERFMDMzQTczRUY3NUE3NzA5QzdFNUYzMDQxNEM=", "text/html",
                                    "Thu, 17 Nov 2005 18:49:58 GMT",
@@ -48,18 +50,18 @@ TEST(OssSignatureCheck, PublishedVectorVerifies) {
 TEST(OssSignatureCheck, RefusesSkewTamperingAndMalformedHeaders) {
     auto request = publishedRequest();
     auto late = *foundation::parseRfc1123("Thu, 17 Nov 2005 19:05:00 GMT");
-    auto skew = checkOssSignature(request, publishedKey, late);
+    auto skew = checkOssSignature(request, publishedKey, kPolicy, late);
     ASSERT_TRUE(skew);
     EXPECT_EQ(skew->code, "RequestTimeTooSkewed");
 
     auto onTime = *foundation::parseRfc1123("Thu, 17 Nov 2005 18:50:00 GMT");
     request.headers[4].second = "abracadabrA";
-    auto tampered = checkOssSignature(request, publishedKey, onTime);
+    auto tampered = checkOssSignature(request, publishedKey, kPolicy, onTime);
     ASSERT_TRUE(tampered);
     EXPECT_EQ(tampered->code, "SignatureDoesNotMatch");
 
     request.headers[5].second = "OSS nocolon";
-    auto malformed = checkOssSignature(request, publishedKey, onTime);
+    auto malformed = checkOssSignature(request, publishedKey, kPolicy, onTime);
     ASSERT_TRUE(malformed);
     EXPECT_EQ(malformed->status, 400);
     EXPECT_EQ(malformed->code, "InvalidArgument");

@@ -7,6 +7,7 @@
 #include "oss/credential_provider.h"
 #include "oss/oss_endpoint.h"
 #include "oss/oss_signer.h"
+#include "oss/oss_signer_v4.h"
 
 using namespace quorvane;
 using namespace quorvane::oss;
@@ -143,4 +144,38 @@ TEST(OSSEndpoint, BucketNamesFollowTheServicesRules) {
     const std::vector<std::string> bad = {"ab", std::string(64, 'x'), "-abc", "abc-", "Abc", "a_bc", "a.bc", "a bc"};
     for (const auto& name : good) EXPECT_TRUE(isValidBucketName(name)) << name;
     for (const auto& name : bad) EXPECT_FALSE(isValidBucketName(name)) << name;
+}
+
+// V4's canonical forms, on the cases where they differ from V1's: every query parameter is signed and
+// encoded, empty values are bare names, the path is encoded segment by segment.
+TEST(OSSSignerV4, CanonicalFormsEncodeSortAndKeepEmptySegments) {
+    OSSQuery query = {{"uploadId", "A+B/C"}, {"partNumber", "3"}, {"uploads", std::nullopt}, {"empty", ""},
+                      {"max-parts", "2"}};
+    EXPECT_EQ(v4CanonicalQuery(query), "empty&max-parts=2&partNumber=3&uploadId=A%2BB%2FC&uploads");
+    EXPECT_EQ(v4CanonicalUri("b", "a b//ü+%/x~"), "/b/a%20b//%C3%BC%2B%25/x~");
+    EXPECT_EQ(v4CanonicalUri("b", ""), "/b/");
+    EXPECT_EQ(v4CanonicalUri("", ""), "/");
+    EXPECT_EQ(v4AdditionalHeaderNames({"Host", " range", "host", "Content-Type", "X-OSS-Meta-A", ""}),
+              (std::vector<std::string>{"host", "range"}));
+    foundation::Headers headers = {{"Content-Type", " text/plain "}, {"Range", "bytes=0-1"}, {"X-Oss-B", "2"},
+                                   {"x-oss-a", "1"}, {"User-Agent", "unsigned"}};
+    EXPECT_EQ(v4CanonicalHeaders(headers, {"range"}), "content-type:text/plain\nrange:bytes=0-1\nx-oss-a:1\nx-oss-b:2\n");
+    EXPECT_EQ(v4DateTime(foundation::SystemTime(std::chrono::seconds(1700000000))), "20231114T221320Z");
+}
+
+TEST(OSSSignerV4, AuthorizationNamesTheScopeAndOnlyTheAdditionalHeadersPresent) {
+    OSSPlainTextAKSKPairCredentialProvider keys(kKeyId, kSecret);
+    OSSV4Signer signer("cn-hangzhou", {"host", "range"});
+    foundation::Headers headers = {{"Host", "b.oss-cn-hangzhou.aliyuncs.com"}};
+    ASSERT_FALSE(signer.sign("GET", "b", "k", {}, headers, keys, foundation::SystemTime(std::chrono::seconds(1700000000))));
+    auto authorization = headerOf(headers, "Authorization");
+    EXPECT_EQ(authorization.rfind(std::string("OSS4-HMAC-SHA256 Credential=") + kKeyId +
+                                      "/20231114/cn-hangzhou/oss/aliyun_v4_request,AdditionalHeaders=host,Signature=",
+                                  0),
+              0u)
+        << authorization;
+    EXPECT_EQ(authorization.size() - authorization.rfind('=') - 1, 64u);
+    EXPECT_EQ(headerOf(headers, "x-oss-date"), "20231114T221320Z");
+    EXPECT_EQ(headerOf(headers, "x-oss-content-sha256"), "UNSIGNED-PAYLOAD");
+    EXPECT_EQ(headerOf(headers, "Date"), "<absent>");
 }
