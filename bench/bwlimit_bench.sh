@@ -21,7 +21,7 @@ trap cleanup EXIT
 cloud_pid=$!
 for _ in $(seq 1 300); do grep -q '^ready$' "$work/cloud.out" 2>/dev/null && break; sleep 0.1; done
 field() { awk -v k="$1" '$1 == k { print $2 }' "$work/cloud.out"; }
-export OSS_ACCESS_KEY_ID=$(field access-key-id) OSS_ACCESS_KEY_SECRET=$(field access-key-secret)
+export OSS_ACCESS_KEY_ID=$(field access-key-id) OSS_ACCESS_KEY_SECRET=$(field access-key-secret) OSS_REGION=$(field region)
 endpoint=$(field endpoint); bucket=$(field bucket)
 mkdir -p "$work/one" "$work/four"
 head -c 8M /dev/urandom >"$work/one/file.bin"

@@ -53,7 +53,7 @@ cloud_pid=$!
 for _ in $(seq 1 300); do grep -q '^ready' "$work/cloud.out" 2>/dev/null && break; sleep 0.1; done
 grep -q '^ready' "$work/cloud.out" || { echo "bench: quorvane-cloud did not start" >&2; cat "$work/cloud.err" >&2; exit 1; }
 field() { awk -v k="$1" '$1 == k { print $2 }' "$work/cloud.out"; }
-endpoint=$(field endpoint); bucket=$(field bucket)
+endpoint=$(field endpoint); bucket=$(field bucket); region=$(field region)
 key_id=$(field access-key-id); secret=$(field access-key-secret)
 
 # Runs a command once; appends "wall_seconds peak_rss_kib" to the file named first.
@@ -82,7 +82,7 @@ alternate() {
     for i in $(seq 0 "$runs"); do
         XDG_CACHE_HOME=$(mktemp -d "$work/cache.XXXXXX")
         export XDG_CACHE_HOME
-        run_timed "$work/a" "$cli" upload --oss --endpoint "$endpoint" --bucket "$bucket" --key-id "$key_id" \
+        run_timed "$work/a" "$cli" upload --oss --endpoint "$endpoint" --region "$region" --bucket "$bucket" --key-id "$key_id" \
             --secret "$secret" --prefix "run-$i/" "${files[@]}"
         run_timed "$work/b" curl -sS --fail -o /dev/null "$@"
         if [ "$i" -eq 0 ]; then rm -f "$work/a" "$work/b"; fi
@@ -163,7 +163,7 @@ echo "== resume after SIGKILL at ~50% ($resume_mib MiB, 1 MiB parts)"
 file=$work/resume.bin
 head -c $((resume_mib * 1024 * 1024)) /dev/urandom >"$file"
 total=$((resume_mib * 1024 * 1024))
-resume=(upload --json --oss --endpoint "$endpoint" --bucket "$bucket" --key-id "$key_id" --secret "$secret" "$file")
+resume=(upload --json --oss --endpoint "$endpoint" --region "$region" --bucket "$bucket" --key-id "$key_id" --secret "$secret" "$file")
 export XDG_CACHE_HOME=$work/cache-resume
 # A plain command in the background, so $! is the engine itself and the kill below reaches it (a
 # function there would run in a subshell, and killing that would leave the engine running on).

@@ -16,6 +16,7 @@
 #include "foundation/log.h"
 #include "foundation/user_defaults.h"
 #include "oss/oss_log.h"
+#include "oss/oss_region.h"
 #include "terminal_text.h"
 #include "upload_commands.h"
 #include "upload_options.h"
@@ -56,6 +57,8 @@ std::string optionsProblem(const UploadOptions& o) {
         if ((name != "http" && name != "https") || o.endpoint.size() == scheme + 3)
             return "bad endpoint '" + o.endpoint + "': expected https://host or a bare host name";
     }
+    if (!o.region.empty() && !oss::isValidRegion(o.region))
+        return "bad --region '" + o.region + "': a region id has only a-z, 0-9 and '-' (for instance cn-hangzhou)";
     if (o.vod && o.namesBucket())
         return "--vod uploads go where the video service says: --endpoint, --bucket and oss:// are for direct uploads";
     return {};
@@ -158,7 +161,7 @@ int runUpload(UploadOptions options) {
     const bool embedded = !options.namesService();
     Credentials credentials;
     if (!embedded) {
-        CredentialInputs inputs{{options.keyId, options.secret, options.token, options.expire, {}},
+        CredentialInputs inputs{{options.keyId, options.secret, options.token, options.expire, {}, {}},
                                 options.profile,
                                 options.credentialsFile,
                                 [](const char* name) { return std::getenv(name); }};
@@ -206,6 +209,7 @@ int runUpload(UploadOptions options) {
     plan.maxRetries = options.retries;
     plan.parallel = options.jobs;
     plan.caFile = options.caFile;
+    plan.signatureVersion = options.signatureVersion;
     plan.recordDir = paths.recordDir;
     plan.resumeHint = resumeCommand(commandArguments());
     if (!options.title.empty()) plan.title = options.title;
@@ -218,6 +222,7 @@ int runUpload(UploadOptions options) {
         plan.endpoint = cloud->endpoint();
         plan.bucket = cloud->bucket();
         plan.region = cloud->region();
+        plan.storageRegion = cloud->region();
         plan.keyId = sts.AccessKeyId;
         plan.secret = sts.AccessKeySecret;
         plan.token = sts.SecurityToken;
@@ -228,7 +233,16 @@ int runUpload(UploadOptions options) {
         if (!options.vodEndpoint.empty()) VODServiceEndpoint::setBaseUrl(options.vodEndpoint);
         plan.endpoint = options.endpoint;
         plan.bucket = options.bucket;
-        plan.region = options.region;
+        plan.region = !options.region.empty() ? options.region : credentials.region;
+        if (!plan.region.empty() && !oss::isValidRegion(plan.region))
+            return usageError("bad region '" + plan.region + "' in the " + credentials.source +
+                              ": a region id has only a-z, 0-9 and '-'");
+        plan.storageRegion = !plan.region.empty() ? plan.region : oss::regionFromEndpoint(options.endpoint).value_or("");
+        const bool direct = std::any_of(plan.jobs.begin(), plan.jobs.end(), [](const auto& job) { return !job.vod; });
+        if (direct && options.signatureVersion == 4 && plan.storageRegion.empty())
+            return usageError("the endpoint '" + options.endpoint +
+                              "' names no region, which V4 signatures need: give --region (for instance "
+                              "cn-hangzhou), or --signature-version 1 for a bucket that still takes V1");
         plan.keyId = credentials.keyId;
         plan.secret = credentials.secret;
         plan.token = credentials.token;

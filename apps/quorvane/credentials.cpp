@@ -82,7 +82,7 @@ std::optional<Credentials> profileCredentials(const CredentialInputs& in, std::s
     }
     Credentials c{firstOf(it->second, kKeyIdNames), firstOf(it->second, kSecretNames),
                   firstOf(it->second, kTokenNames), firstOf(it->second, kExpireNames),
-                  "profile " + name + " (" + path + ")"};
+                  "profile " + name + " (" + path + ")", firstOf(it->second, {"region"})};
     if (c.keyId.empty() || c.secret.empty()) {
         problem = "profile '" + name + "' in " + path + " needs access_key_id and access_key_secret";
         return std::nullopt;
@@ -124,7 +124,8 @@ std::optional<Credentials> resolveCredentials(const CredentialInputs& in, std::s
     }
     Credentials env{envOf(in, {"OSS_ACCESS_KEY_ID", "ALIBABA_CLOUD_ACCESS_KEY_ID"}),
                     envOf(in, {"OSS_ACCESS_KEY_SECRET", "ALIBABA_CLOUD_ACCESS_KEY_SECRET"}),
-                    envOf(in, {"OSS_SESSION_TOKEN", "ALIBABA_CLOUD_SECURITY_TOKEN"}), {}, "environment"};
+                    envOf(in, {"OSS_SESSION_TOKEN", "ALIBABA_CLOUD_SECURITY_TOKEN"}), {}, "environment",
+                    envOf(in, {"OSS_REGION", "ALIBABA_CLOUD_REGION_ID"})};
     if (!env.keyId.empty() || !env.secret.empty()) {
         if (env.keyId.empty() || env.secret.empty()) {
             problem = "the environment has only half a key pair (OSS_ACCESS_KEY_ID and OSS_ACCESS_KEY_SECRET)";

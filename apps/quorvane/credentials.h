@@ -10,6 +10,7 @@ namespace quorvane::app {
 struct Credentials {
     std::string keyId, secret, token, expire;  // token and expire empty for a plain key pair
     std::string source;                        // "command line", "environment", "profile NAME (PATH)"
+    std::string region;                        // the profile's "region", or OSS_REGION with environment keys
 };
 
 struct CredentialInputs {

@@ -25,6 +25,8 @@ std::unique_ptr<oss::OSSClient> makeClient(const StoreAccess& a) {
     oss::OSSClientConfiguration config;
     config.caFile = a.caFile;
     config.maxRetryCount = 1;
+    config.region = a.region;
+    config.signatureVersion = a.signatureVersion == 1 ? oss::OSSSignatureVersion::V1 : oss::OSSSignatureVersion::V4;
     return std::make_unique<oss::OSSClient>(a.endpoint, provider, config);
 }
 

@@ -13,6 +13,8 @@ struct StoreAccess {
     std::string endpoint, bucket;
     std::string keyId, secret, token, expire;  // token empty for a plain key pair
     std::string caFile;
+    std::string region;        // the bucket's, for V4 signatures
+    int signatureVersion = 4;  // 4 or 1
 };
 
 struct StoredObject {

@@ -44,7 +44,14 @@ void addUploadOptions(CLI::App& cmd, UploadOptions& o) {
     cmd.add_option("--credentials-file", o.credentialsFile,
                    "INI credentials file (default: ~/.config/quorvane/credentials)");
     cmd.add_option("--vod-endpoint", o.vodEndpoint, "Video-service base URL (default: the region's)");
-    cmd.add_option("--region", o.region, "Video-service region")->capture_default_str();
+    cmd.add_option("--region", o.region,
+                   "Region of the bucket and the video service, such as cn-hangzhou (default: the profile's, else "
+                   "the one an oss-<region>.aliyuncs.com endpoint names; the video service: cn-shanghai)");
+    cmd.add_option("--signature-version", o.signatureVersion,
+                   "Object-storage request signatures: 4 (OSS4-HMAC-SHA256, which buckets made since September "
+                   "2025 require) or 1")
+        ->check(CLI::IsMember({1, 4}))
+        ->capture_default_str();
     cmd.add_option("--ca-file", o.caFile, "Extra CA certificates (PEM) to trust for TLS")->check(CLI::ExistingFile);
     cmd.add_option("--part-size", o.partSize, "Multipart part size in bytes")
         ->check(CLI::Range(102400, 2147483647))

@@ -18,7 +18,9 @@ struct UploadOptions {
     std::string profile, credentialsFile, caFile, logFile;
     std::string key, prefix, bwlimit;
     std::vector<std::string> include, exclude;
-    std::string region = "cn-shanghai";
+    // The services' region; empty: the profile's, else the one the endpoint names ("oss-cn-hangzhou...").
+    std::string region;
+    int signatureVersion = 4;  // of object-storage requests: 4 (OSS4-HMAC-SHA256) or 1
     std::int32_t partSize = 1048576;
     std::int32_t retries = 5;
     // Several files at once by default, as other upload tools do: a small file costs three round

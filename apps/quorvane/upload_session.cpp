@@ -6,6 +6,7 @@
 
 #include "VODUpload/src/VodInfo.h"
 #include "foundation/dispatch.h"
+#include "oss/oss_client.h"
 #include "oss/oss_upload_record.h"
 #include "object_store.h"
 #include "terminal_text.h"
@@ -80,7 +81,8 @@ std::shared_ptr<VODUploadListener> UploadSession::makeListener(std::size_t index
 }
 
 StoreAccess storeAccess(const UploadPlan& plan) {
-    return {plan.endpoint, plan.bucket, plan.keyId, plan.secret, plan.token, plan.expire, plan.caFile};
+    return {plan.endpoint, plan.bucket,        plan.keyId,        plan.secret, plan.token,
+            plan.expire,   plan.caFile,        plan.storageRegion, plan.signatureVersion};
 }
 
 // A file already stored under its key with the same size and CRC-64 is not sent again.
@@ -133,7 +135,10 @@ bool UploadSession::launch(std::size_t index) {
     slot.client->setRecordDirectoryPath(plan_.recordDir);
     slot.client->setUploadPartSize(plan_.partSize);
     slot.client->setMaxRetryCount(plan_.maxRetries);
-    slot.client->setRegion(plan_.region);
+    if (!plan_.region.empty()) slot.client->setRegion(plan_.region);
+    slot.client->setStorageSignature(
+        plan_.signatureVersion == 1 ? oss::OSSSignatureVersion::V1 : oss::OSSSignatureVersion::V4,
+        plan_.storageRegion);
     if (!plan_.caFile.empty()) slot.client->setCaFile(plan_.caFile);
     auto listener = makeListener(index);
     bool ready = plan_.token.empty()

@@ -28,7 +28,9 @@ struct UploadPlan {
     std::string endpoint;  // object-storage endpoint of direct uploads
     std::string bucket;
     std::string keyId, secret, token, expire;  // token and expire empty for a plain key pair
-    std::string region;
+    std::string region;         // of the video service; empty: its default
+    std::string storageRegion;  // of the bucket, for V4 signatures; empty: the endpoint's or the upload auth's
+    int signatureVersion = 4;   // object storage: 4 or 1
     std::string caFile;
     std::optional<std::string> title;
     std::int32_t partSize = 1048576;

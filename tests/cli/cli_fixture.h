@@ -82,7 +82,8 @@ protected:
         sts_ = cloud_.issueSts();
     }
     std::vector<std::string> serviceArgs(const std::string& file, const std::string& keyId) {
-        return {"upload", "--json", "--oss", "--endpoint", cloud_.endpoint(), "--bucket", cloud_.options().bucket,
+        return {"upload", "--json", "--oss", "--endpoint", cloud_.endpoint(), "--region", cloud_.options().region,
+                "--bucket", cloud_.options().bucket,
                 "--key-id", keyId, "--secret", sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken,
                 "--expire", sts_.Expiration, "--part-size", std::to_string(kPart), "--retries", "2", file};
     }

@@ -19,8 +19,8 @@ class CliOptions : public CliUploadToService {
 protected:
     // Direct-upload options without credentials.
     std::vector<std::string> target(std::vector<std::string> args) {
-        std::vector<std::string> all{"upload", "--json", "--endpoint", cloud_.endpoint(), "--bucket",
-                                     cloud_.options().bucket};
+        std::vector<std::string> all{"upload", "--json", "--endpoint", cloud_.endpoint(), "--region",
+                                     cloud_.options().region, "--bucket", cloud_.options().bucket};
         all.insert(all.end(), args.begin(), args.end());
         return all;
     }
@@ -354,8 +354,8 @@ protected:
         ASSERT_TRUE(cloud_->start());
     }
     std::vector<std::string> args(std::vector<std::string> extra) {
-        std::vector<std::string> all{"upload", "--json", "--endpoint", cloud_->endpoint(), "--bucket",
-                                     cloud_->options().bucket, "--retries", "3"};
+        std::vector<std::string> all{"upload", "--json", "--endpoint", cloud_->endpoint(), "--region",
+                                     cloud_->options().region, "--bucket", cloud_->options().bucket, "--retries", "3"};
         all.insert(all.end(), extra.begin(), extra.end());
         return all;
     }

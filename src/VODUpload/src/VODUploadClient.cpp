@@ -75,6 +75,9 @@ void VODUploadClient::setUploadPartSize(std::int32_t bytes) { engine_->setUpload
 std::int64_t VODUploadClient::partSizeFor(std::int64_t fileSize) const { return engine_->partSizeFor(fileSize); }
 std::string VODUploadClient::region() const { return engine_->region(); }
 void VODUploadClient::setRegion(std::string region) { engine_->setRegion(std::move(region)); }
+void VODUploadClient::setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion) {
+    engine_->setStorageSignature(version, std::move(storageRegion));
+}
 std::optional<std::string> VODUploadClient::appId() const { return engine_->appId(); }
 void VODUploadClient::setAppId(std::optional<std::string> v) { engine_->setAppId(std::move(v)); }
 std::optional<std::string> VODUploadClient::workflowId() const { return engine_->workflowId(); }

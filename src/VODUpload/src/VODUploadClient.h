@@ -19,6 +19,10 @@
 
 namespace quorvane {
 
+namespace oss {
+enum class OSSSignatureVersion;
+}
+
 class VODUploadEngine;
 
 class VODUploadClient {
@@ -103,6 +107,10 @@ public:
     std::int64_t partSizeFor(std::int64_t fileSize) const;
     std::string region() const;
     void setRegion(std::string region);
+    // Signatures of the object-storage requests from the next file on: the version (nullopt: V4 whenever
+    // the bucket's region is known, as buckets made since September 2025 require) and the bucket's region
+    // (empty: the one the endpoint names, else the upload auth's, else region()).
+    void setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion = {});
     std::optional<std::string> appId() const;
     void setAppId(std::optional<std::string> v);
     std::optional<std::string> workflowId() const;

@@ -99,6 +99,12 @@ void VODUploadEngine::setUploadPartSize(std::int32_t bytes) { serially([&] { upl
 
 std::string VODUploadEngine::region() const { return serially([&] { return region_; }); }
 void VODUploadEngine::setRegion(std::string region) { serially([&] { region_ = std::move(region); }); }
+void VODUploadEngine::setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion) {
+    serially([&] {
+        conf_.signatureVersion = version;
+        conf_.region = std::move(storageRegion);
+    });
+}
 
 std::optional<std::string> VODUploadEngine::appId() const { return serially([&] { return appId_; }); }
 void VODUploadEngine::setAppId(std::optional<std::string> v) { serially([&] { appId_ = std::move(v); }); }

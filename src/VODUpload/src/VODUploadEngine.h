@@ -165,6 +165,7 @@ public:
     std::int64_t partSizeFor(std::int64_t fileSize) const;
     std::string region() const;
     void setRegion(std::string region);
+    void setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion);
     std::optional<std::string> appId() const;
     void setAppId(std::optional<std::string> v);
     std::optional<std::string> workflowId() const;

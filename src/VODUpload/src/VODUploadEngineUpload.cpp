@@ -9,6 +9,7 @@
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadEngine.h"
+#include "oss/oss_region.h"
 #include "foundation/dispatch.h"
 #include "oss/oss_upload_record.h"
 
@@ -42,8 +43,14 @@ std::int64_t VODUploadEngine::partSizeFor(std::int64_t fileSize) const {
 }
 
 bool VODUploadEngine::makeOSSClient() {
-    client_ = std::make_shared<oss::OSSClient>(cur_ && cur_->endpoint ? *cur_->endpoint : std::string(),
-                                               getCredentialProvider(), conf_);
+    const std::string endpoint = cur_ && cur_->endpoint ? *cur_->endpoint : std::string();
+    auto conf = conf_;
+    // The bucket's region for V4 signatures: configured, else named by the endpoint, else the one the
+    // upload auth carried (the client's region).
+    if (conf.region.empty() && !oss::regionFromEndpoint(endpoint) && oss::isValidRegion(region_)) conf.region = region_;
+    // What the last client learnt of the service's clock saves the next one a refused request.
+    if (client_) conf.clockOffset = client_->clockOffset();
+    client_ = std::make_shared<oss::OSSClient>(endpoint, getCredentialProvider(), std::move(conf));
     const bool created = client_->isValid();
     // The tags are the other way round from the messages; log readers match them as they are.
     if (created)
