@@ -300,6 +300,22 @@ TEST_F(CliOptions, AnEmptyFileBecomesAnEmptyObject) {
     EXPECT_EQ(cloud_.requests("PutObject").size(), 1u);
 }
 
+// Empty segments, dot segments and characters a URL gives meaning to are parts of the key.
+TEST_F(CliOptions, AKeyIsStoredExactlyAsGiven) {
+    auto file = makeFile("x.jpg", 150000, 35);
+    std::set<std::string> keys;
+    for (std::string key : {"photos//2024/x.jpg", "x/a/../b", "dir/./ü ?#%25+.bin/", "a/b/.."}) {
+        auto process = run(target({"--key", key, file}), rootEnv());
+        ASSERT_EQ(process->wait(kGenerous), 0) << key << ": " << process->errors();
+        EXPECT_EQ(events(*process, "success").at(0)["object"], key);
+        EXPECT_TRUE(stored(key, file)) << key;
+        keys.insert(key);
+    }
+    std::set<std::string> storedKeys;
+    for (const auto& object : cloud_.objects()) storedKeys.insert(object.key);
+    EXPECT_EQ(storedKeys, keys);
+}
+
 TEST_F(CliOptions, AMediaFileWithANamedBucketGoesThereAndNeverToAVideoService) {
     auto clip = makeFile("clip.mp4", 150000, 31);
     auto process = run(target({clip}), rootEnv());
