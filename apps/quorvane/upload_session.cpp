@@ -10,6 +10,7 @@
 #include "object_store.h"
 #include "terminal_text.h"
 #include "upload_records.h"
+#include "upload_targets.h"
 
 namespace quorvane::app {
 namespace {
@@ -117,6 +118,11 @@ void UploadSession::uploadEmptyFiles() {
         const auto& job = plan_.jobs[i];
         if (job.vod || job.size != 0 || running_[i].ended) continue;
         view_.started(job.display, UploadProgressView::Clock::now());
+        if (!readsEmpty(job.path)) {  // it has content now: an empty object would not be the file
+            end(i, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, "FileChanged",
+                               "the file was empty when the upload was planned and has content now"});
+            continue;
+        }
         std::string code;
         auto problem = putEmptyObject(storeAccess(plan_), job.object, code);
         if (problem.empty())

@@ -343,6 +343,11 @@ TEST_F(CliOptions, ThingsThatAreNotFilesAndConflictingFlagsExitTwo) {
         {{"--include", "*.bin", file}, "go with -r"},
         {{file, "s3://bucket/key"}, "destinations are written oss://"},
         {{"--key", "other.bin", file, "oss://" + cloud_.options().bucket + "/k"}, "the key is given twice"},
+        {{""}, "an empty file name"},
+        {{"--dry-run", file, ""}, "an empty file name"},
+        {{"-r", ""}, "an empty file name"},
+        // Its size reads 0, yet it reads text: stored by its size it would be an empty object.
+        {{"/proc/self/status"}, "/proc/self/status: its size reads 0 but it has content"},
     };
     for (const auto& c : cases) {
         auto process = run(target(c.args), rootEnv());
