@@ -363,6 +363,48 @@ TEST_F(CliOptions, ThingsThatAreNotFilesAndConflictingFlagsExitTwo) {
     EXPECT_TRUE(cloud_.requests().empty());
 }
 
+// With the service down, every retry is shown with its count, limit, cause and wait: the engine's
+// retries of the upload and the object-storage client's retries of each request.
+TEST_F(CliOptions, EveryRetryIsShownWithItsCountLimitCauseAndWait) {
+    auto file = makeFile("down.bin", 300 * 1024, 36);
+    auto args = target({"--retries", "3", file});
+    cloud_.stop();  // connections are refused from now on
+    auto process = run(args, rootEnv());
+    EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
+    auto retries = events(*process, "retry");
+    ASSERT_EQ(retries.size(), 3u) << process->errors();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(retries[i]["count"], i + 1);
+        EXPECT_EQ(retries[i]["limit"], 3);
+        EXPECT_EQ(retries[i]["wait"], 2.0);
+        EXPECT_NE(retries[i]["cause"].get<std::string>().find("Network error"), std::string::npos) << retries[i];
+    }
+    // Four attempts of the upload, each request sent three times by the object-storage client.
+    auto requestRetries = events(*process, "requestRetry");
+    ASSERT_EQ(requestRetries.size(), 8u);
+    for (std::size_t i = 0; i < requestRetries.size(); ++i) {
+        EXPECT_EQ(requestRetries[i]["count"], int(i % 2) + 1);
+        EXPECT_EQ(requestRetries[i]["limit"], 2);
+        EXPECT_GT(requestRetries[i]["wait"].get<double>(), 0.0);
+    }
+    EXPECT_EQ(events(*process, "failure").size(), 1u);
+}
+
+// An HTTP 500 is sent again by the object-storage client, but the upload does not retry it: it fails.
+TEST_F(CliOptions, AnInternalErrorIsShownAsRequestRetriesThenFailsWithoutAnUploadRetry) {
+    auto file = makeFile("five.bin", 300 * 1024, 37);
+    for (int i = 0; i < 3; ++i) cloud_.addFault(Fault::error("InitiateMultipartUpload", 500, "InternalError"));
+    auto process = run(target({"--retries", "3", file}), rootEnv());
+    EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
+    EXPECT_TRUE(events(*process, "retry").empty());
+    auto requestRetries = events(*process, "requestRetry");
+    ASSERT_EQ(requestRetries.size(), 2u);
+    EXPECT_EQ(requestRetries[1]["cause"], "HTTP 500 InternalError");
+    auto failures = events(*process, "failure");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0]["code"], "InternalError");
+}
+
 // TLS with the emulator's own CA: trusted with --ca-file; without it the certificate error ends the
 // upload at once instead of being retried.
 class CliTls : public CliUpload {
