@@ -270,12 +270,25 @@ void UploadProgressView::progress(const std::string& file, std::uint64_t uploade
     }
 }
 
-void UploadProgressView::retry(const std::string& file, int count, int limit) {
+void UploadProgressView::retry(const std::string& file, int count, int limit, const std::string& cause, double wait) {
     std::lock_guard lock(mutex_);
     if (mode_ == ViewMode::Json)
-        return emit({{"event", "retry"}, {"file", file}, {"count", count}, {"limit", limit}});
+        return emit({{"event", "retry"}, {"file", file}, {"count", count}, {"limit", limit}, {"cause", cause},
+                     {"wait", wait}});
     if (!quiet_)
-        lineLocked("network trouble with " + printableText(file) + ": retry " + std::to_string(count) + " of " +
+        lineLocked("trouble with " + printableText(file) + " (" + printableText(cause) + "): retry " +
+                   std::to_string(count) + " of " + std::to_string(limit) + " in " + format("%.1f", wait) + " s");
+}
+
+void UploadProgressView::requestRetry(const std::string& file, int count, int limit, const std::string& cause,
+                                      double wait) {
+    std::lock_guard lock(mutex_);
+    if (mode_ == ViewMode::Json)
+        return emit({{"event", "requestRetry"}, {"file", file}, {"count", count}, {"limit", limit}, {"cause", cause},
+                     {"wait", wait}});
+    if (!quiet_)
+        lineLocked("a request for " + printableText(file) + " failed (" + printableText(cause) +
+                   "): sending it again in " + format("%.1f", wait) + " s, " + std::to_string(count) + " of " +
                    std::to_string(limit));
 }
 

@@ -63,7 +63,10 @@ public:
     void resuming(const std::string& file, std::uint64_t uploaded, std::uint64_t total);
     // Shown values never go down: a part sent again after a retry does not count twice.
     void progress(const std::string& file, std::uint64_t uploaded, std::uint64_t total, Clock::time_point now);
-    void retry(const std::string& file, int count, int limit);
+    // The upload of `file` goes again in `wait` seconds: retry `count` of `limit`, after `cause`.
+    void retry(const std::string& file, int count, int limit, const std::string& cause, double wait);
+    // One request of `file` is sent again inside the object-storage client (`count` of its `limit`).
+    void requestRetry(const std::string& file, int count, int limit, const std::string& cause, double wait);
     void retryResume(const std::string& file);
     void expire(const std::string& what);
     void finished(const FileOutcome& outcome);

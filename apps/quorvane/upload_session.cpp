@@ -11,6 +11,7 @@
 #include "object_store.h"
 #include "terminal_text.h"
 #include "upload_records.h"
+#include "upload_targets.h"
 
 namespace quorvane::app {
 namespace {
@@ -59,8 +60,8 @@ std::shared_ptr<VODUploadListener> UploadSession::makeListener(std::size_t index
             self->onProgress(index, static_cast<std::uint64_t>(std::max(0L, uploaded)),
                              static_cast<std::uint64_t>(std::max(0L, total)));
     };
-    listener->retry = [weak, index] {
-        if (auto self = weak.lock()) self->onRetry(index);
+    listener->retrying = [weak, index](const VODRetryNotice& notice) {
+        if (auto self = weak.lock()) self->onRetry(index, notice);
     };
     listener->retryResume = [weak, index] {
         if (auto self = weak.lock()) self->view_.retryResume(self->plan_.jobs[index].display);
@@ -119,6 +120,11 @@ void UploadSession::uploadEmptyFiles() {
         const auto& job = plan_.jobs[i];
         if (job.vod || job.size != 0 || running_[i].ended) continue;
         view_.started(job.display, UploadProgressView::Clock::now());
+        if (!readsEmpty(job.path)) {  // it has content now: an empty object would not be the file
+            end(i, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, "FileChanged",
+                               "the file was empty when the upload was planned and has content now"});
+            continue;
+        }
         std::string code;
         auto problem = putEmptyObject(storeAccess(plan_), job.object, code);
         if (problem.empty())
@@ -196,14 +202,20 @@ void UploadSession::onProgress(std::size_t index, std::uint64_t uploaded, std::u
 
 // The engine counts its retries afresh once bytes move again, so a link that breaks every few hundred
 // kilobytes would be retried for ever; the command bounds the retries of one file in all.
-void UploadSession::onRetry(std::size_t index) {
+// A request the object-storage client sends again is shown, and not counted: the engine's retry that
+// may follow is.
+void UploadSession::onRetry(std::size_t index, const VODRetryNotice& notice) {
+    const double wait = std::chrono::duration<double>(notice.wait).count();
     int count;
     {
         std::lock_guard lock(mutex_);
         if (running_[index].ended) return;
-        count = ++running_[index].retries;
+        if (notice.request) count = notice.count;
+        else count = ++running_[index].retries;
     }
-    if (count <= plan_.maxRetries) return view_.retry(plan_.jobs[index].display, count, plan_.maxRetries);
+    const auto& display = plan_.jobs[index].display;
+    if (notice.request) return view_.requestRetry(display, count, notice.limit, redacted(notice.cause), wait);
+    if (count <= plan_.maxRetries) return view_.retry(display, count, plan_.maxRetries, redacted(notice.cause), wait);
     const auto& job = plan_.jobs[index];
     end(index, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, "RetryLimit",
                            "gave up after " + std::to_string(plan_.maxRetries) + " retries (--retries)"});

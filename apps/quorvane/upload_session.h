@@ -68,7 +68,7 @@ private:
     bool launch(std::size_t index);
     void onStarted(std::size_t index);
     void onProgress(std::size_t index, std::uint64_t uploaded, std::uint64_t total);
-    void onRetry(std::size_t index);
+    void onRetry(std::size_t index, const VODRetryNotice& notice);
     void onFinish(std::size_t index, const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result);
     void onFailure(std::size_t index, const std::string& code, const std::string& message);
     void end(std::size_t index, FileOutcome outcome);

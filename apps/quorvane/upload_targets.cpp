@@ -1,10 +1,12 @@
 #include "upload_targets.h"
 
+#include <fcntl.h>
 #include <fnmatch.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <map>
 
@@ -35,13 +37,16 @@ std::string fileProblem(const std::string& shown, const std::string& path, std::
     if (!S_ISREG(st.st_mode)) return shown + ": not a regular file";
     if (::access(path.c_str(), R_OK) != 0) return shown + ": cannot be read (permission denied)";
     size = static_cast<std::uint64_t>(st.st_size);
+    if (size == 0 && !readsEmpty(path))
+        return shown + ": its size reads 0 but it has content (a /proc or /sys file?): it cannot be uploaded by "
+                       "its size; copy it to a regular file first";
     return {};
 }
 
 void walk(const std::string& argument, const Selection& selection, std::vector<SourceFile>& out,
           std::string& problem) {
-    fs::path root = fs::absolute(argument).lexically_normal();
     std::error_code ec;
+    fs::path root = fs::absolute(argument, ec).lexically_normal();
     std::vector<fs::path> found;
     for (fs::recursive_directory_iterator it(root, fs::directory_options::skip_permission_denied, ec), end;
          it != end; it.increment(ec)) {
@@ -67,18 +72,33 @@ void walk(const std::string& argument, const Selection& selection, std::vector<S
 
 }  // namespace
 
+bool readsEmpty(const std::string& path) {
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return true;  // unreadable is reported where the file is read
+    char byte;
+    ssize_t n;
+    do n = ::read(fd, &byte, 1);
+    while (n < 0 && errno == EINTR);
+    ::close(fd);
+    return n <= 0;
+}
+
 std::vector<SourceFile> selectFiles(const std::vector<std::string>& arguments, const Selection& selection,
                                     std::string& problem) {
     std::vector<SourceFile> files;
     problem.clear();
     for (const auto& argument : arguments) {
+        if (argument.empty()) {
+            problem = "an empty file name ('') was given";
+            return {};
+        }
         std::error_code ec;
         if (selection.recursive && fs::is_directory(argument, ec)) {
             walk(argument, selection, files, problem);
         } else {
             SourceFile file;
             file.display = argument;
-            file.path = fs::absolute(argument).lexically_normal().string();
+            file.path = fs::absolute(argument, ec).lexically_normal().string();
             file.relative = fs::path(file.path).filename().string();
             problem = fileProblem(argument, file.path, file.size);
             if (problem.empty() && selection.recursive && !selected(selection, file.relative)) continue;

@@ -25,6 +25,10 @@ struct Selection {
 std::vector<SourceFile> selectFiles(const std::vector<std::string>& arguments, const Selection& selection,
                                     std::string& problem);
 
+// Whether a file whose size reads 0 really has no content. Files of /proc and /sys report 0 and yet
+// read text: storing them by their size would store an empty object.
+bool readsEmpty(const std::string& path);
+
 // "oss://bucket/some/key" into its bucket and key (the key may be empty or end in "/").
 struct OssUrl {
     std::string bucket, key;

@@ -224,6 +224,7 @@ std::optional<std::string> HttpResponse::header(std::string_view name) const {
 }
 
 std::string urlEncode(std::string_view text) {
+    if (text.empty()) return {};  // curl reads a length of 0 as "up to the NUL", past this view
     curl::ensureGlobalInit();
     char* out = curl_easy_escape(nullptr, text.data(), static_cast<int>(text.size()));
     if (!out) return {};

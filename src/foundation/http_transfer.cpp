@@ -134,6 +134,9 @@ std::optional<Error> Transfer::prepare() {
     if (!easy_) return curl::makeError("curl_easy_init", CURLE_FAILED_INIT);
     Options o{easy_.get(), std::nullopt};
     QV_SET(o, CURLOPT_URL, request_.url.c_str());
+    // The path goes out as the caller encoded it: "." and ".." segments are parts of object keys,
+    // and a path rewritten here would no longer match its signature.
+    QV_SET(o, CURLOPT_PATH_AS_IS, 1L);
     QV_SET(o, CURLOPT_PRIVATE, static_cast<void*>(this));
     QV_SET(o, CURLOPT_NOSIGNAL, 1L);
     QV_SET(o, CURLOPT_ERRORBUFFER, errorBuffer);

@@ -20,6 +20,15 @@ namespace quorvane::oss {
 
 enum class OSSSignatureVersion { V1, V4 };
 
+// One request about to be sent again after a failure.
+struct OSSRetryNotice {
+    std::string method, bucket, objectKey;
+    std::uint32_t retry = 0;  // 1 for the first time the request is sent again
+    std::uint32_t limit = 0;  // maxRetryCount
+    Error error;              // why
+    std::chrono::milliseconds delay{0};  // the wait before it goes
+};
+
 struct OSSClientConfiguration {
     // Attempts after the first on a network error or a 5xx answer (the body is sent again from
     // its first byte), retryDelay(n) apart.
@@ -27,6 +36,9 @@ struct OSSClientConfiguration {
     // Waits between attempts: calls `resume` once, `delay` later, on any thread. Null = waitOnTimer.
     // Tests put in one that records the delays, or resumes at once.
     std::function<void(std::chrono::milliseconds delay, std::function<void()> resume)> retryScheduler;
+    // Told of each retry before its wait, so that a host can show it. Optional; runs on the
+    // operation's queue, so it should only hand the notice on.
+    std::function<void(const OSSRetryNotice&)> onRetry;
     // Idle time-out of a request, in seconds: it fails once no byte has moved for this long, however
     // large its body (a slow link that still moves bytes is never cut). Zero, negative or NaN: 30.
     double timeoutIntervalForRequest = 30.0;

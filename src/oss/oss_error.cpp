@@ -64,6 +64,13 @@ bool isCancelledError(const Error& error) {
     return error.domain == kOSSClientErrorDomain && error.code == OSSClientErrorCodeTaskCancelled;
 }
 
+std::string retryCause(const Error& error) {
+    if (error.domain != kOSSServerErrorDomain) return error.description.empty() ? error.toString() : error.description;
+    std::string cause = "HTTP " + std::to_string(-error.code);
+    if (auto code = foundation::stringAt(error.userInfo, "Code")) cause += " " + *code;
+    return cause;
+}
+
 bool isRetryableError(const Error& error) {
     if (error.domain == kOSSClientErrorDomain) return error.code == OSSClientErrorCodeNetworkError;
     if (error.domain == kOSSServerErrorDomain) return error.code <= -500;

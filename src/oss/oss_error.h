@@ -43,5 +43,8 @@ Error makeCancelledError();
 bool isCancelledError(const Error& error);
 // Worth another attempt: a network error or a 5xx answer.
 bool isRetryableError(const Error& error);
+// Why an attempt failed, in a few words for a progress line: "HTTP 503 ServiceUnavailable", or the
+// client error's own text.
+std::string retryCause(const Error& error);
 
 }  // namespace quorvane::oss

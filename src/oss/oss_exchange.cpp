@@ -110,9 +110,12 @@ private:
             context_.token->isCancelled())
             return finish(std::move(outcome));
         OSSLog::logDebug("Retrying " + what + " after: " + outcome.error->description);
+        const auto delay = OSSClientConfiguration::retryDelay(retriesUsed - 1);
+        if (conf.onRetry)
+            conf.onRetry({call_.method, call_.bucket, call_.objectKey, retriesUsed, conf.maxRetryCount, *outcome.error,
+                          delay});
         waiting_ = true;
-        conf.retryScheduler(OSSClientConfiguration::retryDelay(retriesUsed - 1), [weak = weak_from_this(),
-                                                                                queue = context_.queue] {
+        conf.retryScheduler(delay, [weak = weak_from_this(), queue = context_.queue] {
             queue->async([weak] {
                 auto self = weak.lock();
                 if (!self || self->finished_) return;

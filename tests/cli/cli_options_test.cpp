@@ -300,6 +300,22 @@ TEST_F(CliOptions, AnEmptyFileBecomesAnEmptyObject) {
     EXPECT_EQ(cloud_.requests("PutObject").size(), 1u);
 }
 
+// Empty segments, dot segments and characters a URL gives meaning to are parts of the key.
+TEST_F(CliOptions, AKeyIsStoredExactlyAsGiven) {
+    auto file = makeFile("x.jpg", 150000, 35);
+    std::set<std::string> keys;
+    for (std::string key : {"photos//2024/x.jpg", "x/a/../b", "dir/./ü ?#%25+.bin/", "a/b/.."}) {
+        auto process = run(target({"--key", key, file}), rootEnv());
+        ASSERT_EQ(process->wait(kGenerous), 0) << key << ": " << process->errors();
+        EXPECT_EQ(events(*process, "success").at(0)["object"], key);
+        EXPECT_TRUE(stored(key, file)) << key;
+        keys.insert(key);
+    }
+    std::set<std::string> storedKeys;
+    for (const auto& object : cloud_.objects()) storedKeys.insert(object.key);
+    EXPECT_EQ(storedKeys, keys);
+}
+
 TEST_F(CliOptions, AMediaFileWithANamedBucketGoesThereAndNeverToAVideoService) {
     auto clip = makeFile("clip.mp4", 150000, 31);
     auto process = run(target({clip}), rootEnv());
@@ -327,6 +343,11 @@ TEST_F(CliOptions, ThingsThatAreNotFilesAndConflictingFlagsExitTwo) {
         {{"--include", "*.bin", file}, "go with -r"},
         {{file, "s3://bucket/key"}, "destinations are written oss://"},
         {{"--key", "other.bin", file, "oss://" + cloud_.options().bucket + "/k"}, "the key is given twice"},
+        {{""}, "an empty file name"},
+        {{"--dry-run", file, ""}, "an empty file name"},
+        {{"-r", ""}, "an empty file name"},
+        // Its size reads 0, yet it reads text: stored by its size it would be an empty object.
+        {{"/proc/self/status"}, "/proc/self/status: its size reads 0 but it has content"},
     };
     for (const auto& c : cases) {
         auto process = run(target(c.args), rootEnv());
@@ -340,6 +361,48 @@ TEST_F(CliOptions, ThingsThatAreNotFilesAndConflictingFlagsExitTwo) {
     EXPECT_EQ(disagree->wait(kGenerous), 2);
     EXPECT_NE(disagree->errors().find("disagree"), std::string::npos) << disagree->errors();
     EXPECT_TRUE(cloud_.requests().empty());
+}
+
+// With the service down, every retry is shown with its count, limit, cause and wait: the engine's
+// retries of the upload and the object-storage client's retries of each request.
+TEST_F(CliOptions, EveryRetryIsShownWithItsCountLimitCauseAndWait) {
+    auto file = makeFile("down.bin", 300 * 1024, 36);
+    auto args = target({"--retries", "3", file});
+    cloud_.stop();  // connections are refused from now on
+    auto process = run(args, rootEnv());
+    EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
+    auto retries = events(*process, "retry");
+    ASSERT_EQ(retries.size(), 3u) << process->errors();
+    for (int i = 0; i < 3; ++i) {
+        EXPECT_EQ(retries[i]["count"], i + 1);
+        EXPECT_EQ(retries[i]["limit"], 3);
+        EXPECT_EQ(retries[i]["wait"], 2.0);
+        EXPECT_NE(retries[i]["cause"].get<std::string>().find("Network error"), std::string::npos) << retries[i];
+    }
+    // Four attempts of the upload, each request sent three times by the object-storage client.
+    auto requestRetries = events(*process, "requestRetry");
+    ASSERT_EQ(requestRetries.size(), 8u);
+    for (std::size_t i = 0; i < requestRetries.size(); ++i) {
+        EXPECT_EQ(requestRetries[i]["count"], int(i % 2) + 1);
+        EXPECT_EQ(requestRetries[i]["limit"], 2);
+        EXPECT_GT(requestRetries[i]["wait"].get<double>(), 0.0);
+    }
+    EXPECT_EQ(events(*process, "failure").size(), 1u);
+}
+
+// An HTTP 500 is sent again by the object-storage client, but the upload does not retry it: it fails.
+TEST_F(CliOptions, AnInternalErrorIsShownAsRequestRetriesThenFailsWithoutAnUploadRetry) {
+    auto file = makeFile("five.bin", 300 * 1024, 37);
+    for (int i = 0; i < 3; ++i) cloud_.addFault(Fault::error("InitiateMultipartUpload", 500, "InternalError"));
+    auto process = run(target({"--retries", "3", file}), rootEnv());
+    EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
+    EXPECT_TRUE(events(*process, "retry").empty());
+    auto requestRetries = events(*process, "requestRetry");
+    ASSERT_EQ(requestRetries.size(), 2u);
+    EXPECT_EQ(requestRetries[1]["cause"], "HTTP 500 InternalError");
+    auto failures = events(*process, "failure");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0]["code"], "InternalError");
 }
 
 // TLS with the emulator's own CA: trusted with --ca-file; without it the certificate error ends the

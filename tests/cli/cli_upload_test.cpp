@@ -87,10 +87,14 @@ TEST_F(CliUpload, BadUsageAndUnusableFilesExitTwoBeforeUploading) {
         {{"upload", "--vod", file}, "--vod takes video"},
         {{"upload", "--endpoint", "ftp://x", "--bucket", "b", "--key-id", "k", "--secret", "s", file}, "bad endpoint"},
         {{"upload", "--key-id", "k", file}, "--key-id and --secret"},
+        {{"upload", ""}, "an empty file name"},
+        {{"upload", "--dry-run", ""}, "an empty file name"},
+        {{"upload", "-r", ""}, "an empty file name"},
+        {{"upload", "/proc/self/status"}, "/proc/self/status: its size reads 0 but it has content"},
     };
     for (const auto& c : cases) {
         auto process = run(c.args);
-        EXPECT_EQ(process->wait(kGenerous), 2) << c.args.back();
+        EXPECT_EQ(process->wait(kGenerous), 2) << "'" << c.args.back() << "'";
         EXPECT_NE(process->errors().find(c.message), std::string::npos) << process->errors();
     }
     // Nothing reached a cloud: no storage was even made.

@@ -166,6 +166,19 @@ TEST(UploadProgressView, ProgressNeverGoesBackAfterARetry) {
     EXPECT_EQ(lines[2]["uploaded"], 2097152);
 }
 
+// Each retry is a line of its own, never folded into the one before, with server text made printable.
+TEST(UploadProgressView, EachRetryLineTellsCountLimitCauseAndWait) {
+    std::ostringstream out;
+    UploadProgressView view(ViewMode::Plain, out);
+    view.requestRetry("a.bin", 1, 2, "HTTP 503 \x1b[2JSlowDown", 0.2);
+    view.retry("a.bin", 1, 5, "Network error: refused", 2.0);
+    view.retry("a.bin", 2, 5, "Network error: refused", 2.0);
+    EXPECT_EQ(out.str(),
+              "a request for a.bin failed (HTTP 503 [2JSlowDown): sending it again in 0.2 s, 1 of 2\n"
+              "trouble with a.bin (Network error: refused): retry 1 of 5 in 2.0 s\n"
+              "trouble with a.bin (Network error: refused): retry 2 of 5 in 2.0 s\n");
+}
+
 TEST(UploadProgressView, JsonNeverThrowsOnBytesThatAreNotUtf8) {
     std::ostringstream out;
     UploadProgressView view(ViewMode::Json, out);

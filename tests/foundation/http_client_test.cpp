@@ -45,6 +45,20 @@ struct Gate {
 
 }  // namespace
 
+TEST(HttpClient, SendsThePathAsGivenWithDotAndEmptySegments) {
+    // Dot segments are names here (object keys): the request line carries them untouched.
+    for (const std::string path : {"/b/x/a/../b", "/b/./c/.", "/b/a//..//"}) {
+        RawHeaderServer server;
+        HttpClient client;
+        HttpRequest request;
+        request.url = server.url(path);
+        HttpResult result = client.sendSync(request);
+        ASSERT_TRUE(result.ok()) << result.error->toString();
+        const std::string block = server.headerBlock();
+        EXPECT_EQ(block.rfind("GET " + path + " HTTP/1.1\r\n", 0), 0u) << block;
+    }
+}
+
 TEST(HttpClient, SendsHeadersInGivenOrderWithRepeatsAndEmptyValues) {
     RawHeaderServer server;
     HttpClient client;
@@ -408,6 +422,7 @@ TEST(HttpClient, BlockedCompletionDoesNotStallOtherTransfers) {
 
 TEST(HttpUrlEncoding, KeepsUnreservedAndRoundTrips) {
     EXPECT_EQ(urlEncode("a b&c=d/é~-._"), "a%20b%26c%3Dd%2F%C3%A9~-._");
+    EXPECT_EQ(urlEncode(std::string_view("x/rest").substr(0, 0)), "");  // not the bytes after the view
     EXPECT_EQ(urlDecode("a%20b%26c%3Dd%2F%C3%A9~-._"), "a b&c=d/é~-._");
     EXPECT_EQ(urlDecode("100%"), std::nullopt);
     EXPECT_EQ(urlDecode("%zz"), std::nullopt);

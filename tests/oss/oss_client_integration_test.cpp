@@ -1,8 +1,10 @@
 // Single-request operations against the in-process emulator over real HTTP.
 #include <filesystem>
+#include <mutex>
 
 #include <unistd.h>
 
+#include "oss/oss_error.h"
 #include "oss_fixture.h"
 
 namespace oss_test {
@@ -111,6 +113,47 @@ TEST_F(OssEmulatorTest, ConnectionResetIsANetworkErrorAndFiveHundredsAreRetried)
     ASSERT_FALSE(task->error()) << task->error()->toString();
     EXPECT_EQ(cloud.objectBytes(bucket(), "r.bin"), *put->uploadingData);
     EXPECT_EQ(cloud.firedCount("PutObject"), 3u);
+}
+
+TEST_F(OssEmulatorTest, EachRetryIsToldBeforeItsWaitWithItsCountAndCause) {
+    std::mutex mutex;
+    std::vector<OSSRetryNotice> notices;
+    OSSClientConfiguration told;
+    told.onRetry = [&](const OSSRetryNotice& notice) {
+        std::lock_guard lock(mutex);
+        notices.push_back(notice);
+    };
+    auto client = makeClient(told);
+    auto put = std::make_shared<OSSPutObjectRequest>();
+    put->bucketName = bucket();
+    put->objectKey = "told.bin";
+    put->uploadingData = "bytes";
+    cloud.addFault(emulator::Fault::error("PutObject", 503, "ServiceUnavailable"));
+    cloud.addFault(emulator::Fault::error("PutObject", 502, "BadGateway"));
+    auto toldSoFar = [&] {
+        std::lock_guard lock(mutex);
+        return notices;
+    };
+    auto task = waited(client->putObject(put));
+    ASSERT_FALSE(task->error()) << task->error()->toString();
+    auto first = toldSoFar();
+    ASSERT_EQ(first.size(), 2u);
+    EXPECT_EQ(first[0].method, "PUT");
+    EXPECT_EQ(first[0].objectKey, "told.bin");
+    EXPECT_EQ(first[0].retry, 1u);
+    EXPECT_EQ(first[1].retry, 2u);
+    EXPECT_EQ(first[1].limit, 2u);
+    EXPECT_EQ(first[0].delay, OSSClientConfiguration::retryDelay(0));
+    EXPECT_EQ(first[1].delay, OSSClientConfiguration::retryDelay(1));
+    EXPECT_EQ(retryCause(first[0].error), "HTTP 503 ServiceUnavailable");
+    EXPECT_EQ(retryCause(first[1].error), "HTTP 502 BadGateway");
+
+    // A client error is told in its own words; a failure that is not retried is not told.
+    EXPECT_EQ(retryCause(makeClientError(OSSClientErrorCodeNetworkError, "Network error: refused")),
+              "Network error: refused");
+    cloud.addFault(emulator::Fault::error("PutObject", 403, "AccessDenied"));
+    EXPECT_TRUE(waited(client->putObject(put))->error());
+    EXPECT_EQ(toldSoFar().size(), 2u);
 }
 
 TEST_F(OssEmulatorTest, MultipartStepsListPagesAndAbortEndsTheUpload) {

@@ -11,6 +11,7 @@
 #include "VODUpload/src/VODUploadEngine.h"
 #include "oss/oss_region.h"
 #include "foundation/dispatch.h"
+#include "oss/oss_error.h"
 #include "oss/oss_upload_record.h"
 
 namespace quorvane {
@@ -50,6 +51,15 @@ bool VODUploadEngine::makeOSSClient() {
     if (conf.region.empty() && !oss::regionFromEndpoint(endpoint) && oss::isValidRegion(region_)) conf.region = region_;
     // What the last client learnt of the service's clock saves the next one a refused request.
     if (client_) conf.clockOffset = client_->clockOffset();
+    // The object-storage client's own retries of a request, shown to the listener like the engine's.
+    conf.onRetry = [weak = weak_from_this()](const oss::OSSRetryNotice& n) {
+        if (auto self = weak.lock())
+            self->later([n](VODUploadEngine& c) {
+                if (c.callback_ && c.callback_->retrying)
+                    c.callback_->retrying({c.cur_, static_cast<int>(n.retry), static_cast<int>(n.limit),
+                                           oss::retryCause(n.error), n.delay, true});
+            });
+    };
     client_ = std::make_shared<oss::OSSClient>(endpoint, getCredentialProvider(), std::move(conf));
     const bool created = client_->isValid();
     // The tags are the other way round from the messages; log readers match them as they are.
@@ -276,6 +286,8 @@ void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
     }
     if (retryNotify_ == 0 && callback_ && callback_->retry) callback_->retry();
     ++retryNotify_;
+    if (callback_ && callback_->retrying)
+        callback_->retrying({cur_, retryNotify_, maxRetryCount_, oss::retryCause(error), retryWait_, false});
     // A timer on the queue, not a blocked thread: pause, stop and the caller's calls go on meanwhile,
     // and the state is read again when it fires.
     auto retry = [step](VODUploadEngine& c) {

@@ -1,5 +1,6 @@
 #pragma once
 // The engine's events. Every callback is optional: the engine skips the ones left empty.
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <string>
@@ -7,6 +8,18 @@
 #include "VODUpload/src/VODUploadModel.h"
 
 namespace quorvane {
+
+// One retry of a file's upload, as a host would show it.
+struct VODRetryNotice {
+    std::shared_ptr<UploadFileInfo> file;
+    int count = 0;  // 1 for the first retry of this run of retries
+    int limit = 0;  // the most retries allowed in a run
+    std::string cause;
+    std::chrono::milliseconds wait{0};  // before it goes
+    // True: a single request sent again inside the object-storage client (count and limit are that
+    // request's); false: the engine's own retry of the upload step.
+    bool request = false;
+};
 
 struct VODUploadListener {
     using FileCallback = std::function<void(const std::shared_ptr<UploadFileInfo>&)>;
@@ -22,6 +35,8 @@ struct VODUploadListener {
     std::function<void()> expire;
     // A run of retries begins.
     std::function<void()> retry;
+    // Every retry, with its count, limit, cause and wait.
+    std::function<void(const VODRetryNotice&)> retrying;
     // The upload moves again after retries.
     std::function<void()> retryResume;
     // The queue picked this file, before anything is sent for it.
