@@ -246,6 +246,7 @@ private:
     bool makeOSSClient();
     void onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task);
     void onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task);
+    bool restartGoneRecordedUpload(const Error& error);
     void handleUploadError(const Error& error, UploadStep step);
     void retryUploadStep(const Error& error, UploadStep step);
     void failCurrentFile(const std::string& code, const std::string& message);
