@@ -7,7 +7,6 @@
 #include "VODUpload/src/VodInfo.h"
 #include "foundation/dispatch.h"
 #include "oss/oss_client.h"
-#include "oss/oss_upload_record.h"
 #include "object_store.h"
 #include "terminal_text.h"
 #include "upload_records.h"
@@ -65,6 +64,12 @@ std::shared_ptr<VODUploadListener> UploadSession::makeListener(std::size_t index
     };
     listener->retryResume = [weak, index] {
         if (auto self = weak.lock()) self->view_.retryResume(self->plan_.jobs[index].display);
+    };
+    listener->resumed = [weak, index](const auto&, std::uint64_t stored) {
+        if (auto self = weak.lock()) self->onResumed(index, stored);
+    };
+    listener->restarted = [weak, index](const auto&, const std::string& why) {
+        if (auto self = weak.lock()) self->view_.note(self->plan_.jobs[index].display + ": " + why);
     };
     listener->expire = [weak, index] {
         // Answered on the main thread: renewing calls back into the engine.
@@ -164,8 +169,6 @@ bool UploadSession::launch(std::size_t index) {
         return false;
     }
     slot.entry = slot.client->listFiles().back();
-    slot.recorded = oss::recordedUploadBytes(plan_.recordDir, job.path,
-                                             slot.client->partSizeFor(static_cast<std::int64_t>(job.size)));
     slot.client->start();
     return true;
 }
@@ -191,12 +194,26 @@ void UploadSession::launchMore() {
 }
 
 void UploadSession::onStarted(std::size_t index) {
-    const auto& job = plan_.jobs[index];
-    view_.started(job.display, UploadProgressView::Clock::now());
-    if (running_[index].recorded) view_.resuming(job.display, *running_[index].recorded, job.size);
+    view_.started(plan_.jobs[index].display, UploadProgressView::Clock::now());
+}
+
+// Said by the upload once it knows which parts the service holds, so the count is what a resume
+// really skips, for this key on this service only.
+void UploadSession::onResumed(std::size_t index, std::uint64_t stored) {
+    {
+        std::lock_guard lock(mutex_);
+        auto& slot = running_[index];
+        if (slot.moved || slot.resumedFrom) return;
+        slot.resumedFrom = stored;
+    }
+    view_.resuming(plan_.jobs[index].display, stored, plan_.jobs[index].size);
 }
 
 void UploadSession::onProgress(std::size_t index, std::uint64_t uploaded, std::uint64_t total) {
+    {
+        std::lock_guard lock(mutex_);
+        running_[index].moved = true;
+    }
     view_.progress(plan_.jobs[index].display, uploaded, total, UploadProgressView::Clock::now());
 }
 
@@ -327,7 +344,12 @@ int UploadSession::finish(std::chrono::steady_clock::time_point began) {
             continue;
         }
         ++summary.uploaded;
-        summary.sent += plan_.jobs[i].size - std::min(plan_.jobs[i].size, running_[i].recorded.value_or(0));
+        std::uint64_t resumedFrom;
+        {
+            std::lock_guard lock(mutex_);
+            resumedFrom = running_[i].resumedFrom.value_or(0);
+        }
+        summary.sent += plan_.jobs[i].size - std::min(plan_.jobs[i].size, resumedFrom);
     }
     summary.seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - began).count();
     view_.summary(summary);

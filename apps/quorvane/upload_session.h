@@ -57,7 +57,10 @@ private:
     struct Running {
         std::shared_ptr<VODUploadClient> client;
         std::shared_ptr<UploadFileInfo> entry;
-        std::optional<std::uint64_t> recorded;  // bytes stored by an earlier run
+        // Bytes the service already held when this run began sending (an earlier run's parts): the
+        // upload's first word on them, before any progress. Later restarts within the run don't count.
+        std::optional<std::uint64_t> resumedFrom;
+        bool moved = false;  // progress was reported
         int retries = 0;
         bool ended = false;
     };
@@ -67,6 +70,7 @@ private:
     void launchMore();
     bool launch(std::size_t index);
     void onStarted(std::size_t index);
+    void onResumed(std::size_t index, std::uint64_t stored);
     void onProgress(std::size_t index, std::uint64_t uploaded, std::uint64_t total);
     void onRetry(std::size_t index, const VODRetryNotice& notice);
     void onFinish(std::size_t index, const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result);

@@ -63,6 +63,9 @@ std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* 
     ::close(fd);
     file.size = static_cast<std::uint64_t>(st.st_size);
     file.mtimeNs = static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+    file.ctimeNs = static_cast<std::int64_t>(st.st_ctim.tv_sec) * 1000000000LL + st.st_ctim.tv_nsec;
+    file.inode = static_cast<std::uint64_t>(st.st_ino);
+    file.device = static_cast<std::uint64_t>(st.st_dev);
     return file;
 }
 

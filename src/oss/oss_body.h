@@ -8,6 +8,7 @@
 
 #include "foundation/error.h"
 #include "foundation/http_client.h"
+#include "oss/oss_requests.h"
 
 namespace quorvane::oss {
 
@@ -27,15 +28,14 @@ private:
 };
 
 // What the upload knows of a local file.
-struct OSSLocalFile {
+struct OSSLocalFile : OSSFileState {
     std::string path;
-    std::uint64_t size = 0;
-    std::int64_t mtimeNs = 0;
+    const OSSFileState& state() const { return *this; }
 };
 
 // "file:///a/b" -> "/a/b"; a plain path is returned as it is.
 std::string pathFromFileURL(const std::string& fileURL);
-// The file's size and modification time, or a clear error: missing, a directory, not a regular
+// The file's state (size, times, inode, device), or a clear error: missing, a directory, not a regular
 // file, unreadable.
 std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* error);
 // Reads a range and returns its CRC-64 (used to check parts the service holds against the file).

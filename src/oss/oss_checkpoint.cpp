@@ -1,14 +1,25 @@
 #include "oss/oss_checkpoint.h"
 
+#include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <limits>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 
 #include "foundation/crypto.h"
 #include "foundation/value.h"
 
 namespace quorvane::oss {
 namespace {
-constexpr int kCheckpointVersion = 1;
+// 2: the service's endpoint, and the file's change time, inode and device beside its size and
+// modification time.
+constexpr int kCheckpointVersion = 2;
 
 // Text fields go in as they are when they are UTF-8; anything else (a Linux file name may be any bytes)
 // goes in as base64 under "<name>Base64", so the record never loses or alters a byte.
@@ -69,6 +80,35 @@ std::optional<OSSPartInfo> parsePart(const Value& p) {
 
 }  // namespace
 
+RecordFile readRecordFile(const std::string& path) {
+    using Kind = RecordFile::Kind;
+    const int fd = ::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0) {
+        if (errno == ENOENT) return {Kind::Missing, {}, {}};
+        return {Kind::Unusable, {}, errno == ELOOP ? "a symbolic link" : std::strerror(errno)};
+    }
+    struct Closer {
+        int fd;
+        ~Closer() { ::close(fd); }
+    } closer{fd};
+    struct stat st {};
+    if (::fstat(fd, &st) != 0) return {Kind::Unusable, {}, std::strerror(errno)};
+    if (!S_ISREG(st.st_mode)) return {Kind::Unusable, {}, "not a regular file"};
+    if (static_cast<std::uint64_t>(st.st_size) > kMaxRecordBytes) return {Kind::Unusable, {}, "too large"};
+    RecordFile record{Kind::Read, {}, {}};
+    char buffer[64 * 1024];
+    for (;;) {
+        const auto n = ::read(fd, buffer, sizeof buffer);
+        if (n < 0 && errno == EINTR) continue;
+        if (n < 0) return {Kind::Unusable, {}, std::strerror(errno)};
+        if (n == 0) break;
+        // A file that grows while it is read is held to the same bound.
+        if (record.text.size() + static_cast<std::size_t>(n) > kMaxRecordBytes) return {Kind::Unusable, {}, "too large"};
+        record.text.append(buffer, static_cast<std::size_t>(n));
+    }
+    return record;
+}
+
 std::string serializeCheckpoint(const OSSUploadCheckpoint& c) {
     Value parts = Value::array();
     for (const auto& [number, p] : c.parts) {
@@ -77,12 +117,16 @@ std::string serializeCheckpoint(const OSSUploadCheckpoint& c) {
         parts.push_back(std::move(part));
     }
     Value doc = {{"version", kCheckpointVersion}};
+    putText(doc, "endpoint", c.endpoint);
     putText(doc, "bucket", c.bucket);
     putText(doc, "objectKey", c.objectKey);
     putText(doc, "filePath", c.filePath);
     putText(doc, "uploadId", c.uploadId);
-    doc["fileSize"] = c.fileSize;
-    doc["fileMtimeNs"] = c.fileMtimeNs;
+    doc["fileSize"] = c.file.size;
+    doc["fileMtimeNs"] = c.file.mtimeNs;
+    doc["fileCtimeNs"] = c.file.ctimeNs;
+    doc["fileInode"] = c.file.inode;
+    doc["fileDevice"] = c.file.device;
     doc["partSize"] = c.partSize;
     doc["parts"] = std::move(parts);
     return foundation::toJsonText(doc);
@@ -93,18 +137,24 @@ std::optional<OSSUploadCheckpoint> parseCheckpoint(std::string_view text) {
     if (!doc || !doc->is_object()) return std::nullopt;
     const Value& d = *doc;
     if (integerAt<int>(d, "version") != kCheckpointVersion) return std::nullopt;
+    auto endpoint = textAt(d, "endpoint");
     auto bucket = textAt(d, "bucket");
     auto objectKey = textAt(d, "objectKey");
     auto filePath = textAt(d, "filePath");
     auto uploadId = textAt(d, "uploadId");
     auto fileSize = integerAt<std::uint64_t>(d, "fileSize");
     auto fileMtimeNs = integerAt<std::int64_t>(d, "fileMtimeNs");
+    auto fileCtimeNs = integerAt<std::int64_t>(d, "fileCtimeNs");
+    auto fileInode = integerAt<std::uint64_t>(d, "fileInode");
+    auto fileDevice = integerAt<std::uint64_t>(d, "fileDevice");
     auto partSize = integerAt<std::int64_t>(d, "partSize");
     auto parts = d.find("parts");
-    if (!bucket || !objectKey || !filePath || !uploadId || !fileSize || !fileMtimeNs || !partSize ||
+    if (!endpoint || !bucket || !objectKey || !filePath || !uploadId || !fileSize || !fileMtimeNs || !fileCtimeNs || !fileInode ||
+        !fileDevice || !partSize ||
         parts == d.end() || !parts->is_array() || uploadId->empty() || *partSize <= 0)
         return std::nullopt;
-    OSSUploadCheckpoint c{*bucket, *objectKey, *filePath, *uploadId, *fileSize, *fileMtimeNs, *partSize, {}};
+    OSSUploadCheckpoint c{*endpoint, *bucket, *objectKey, *filePath, *uploadId,
+                          OSSFileState{*fileSize, *fileMtimeNs, *fileCtimeNs, *fileInode, *fileDevice}, *partSize, {}};
     for (const auto& p : *parts) {
         auto part = parsePart(p);
         if (!part || !c.parts.emplace(part->partNum, *part).second) return std::nullopt;
@@ -112,8 +162,32 @@ std::optional<OSSUploadCheckpoint> parseCheckpoint(std::string_view text) {
     return c;
 }
 
-std::string checkpointFileName(const std::string& bucket, const std::string& objectKey, const std::string& filePath) {
-    return foundation::md5Hex(bucket + "\n" + objectKey + "\n" + filePath) + ".upload.json";
+std::optional<OSSUploadCheckpoint> parseCheckpointUpload(std::string_view text) {
+    auto doc = foundation::parseJson(text);
+    if (!doc || !doc->is_object()) return std::nullopt;
+    OSSUploadCheckpoint c;
+    auto endpoint = textAt(*doc, "endpoint");
+    auto bucket = textAt(*doc, "bucket");
+    auto objectKey = textAt(*doc, "objectKey");
+    auto uploadId = textAt(*doc, "uploadId");
+    if (!bucket || !objectKey || !uploadId || uploadId->empty()) return std::nullopt;
+    c.endpoint = endpoint.value_or("");
+    c.bucket = *bucket;
+    c.objectKey = *objectKey;
+    c.uploadId = *uploadId;
+    c.filePath = textAt(*doc, "filePath").value_or("");
+    return c;
+}
+
+std::string checkpointFileName(const std::string& endpoint, const std::string& bucket, const std::string& objectKey,
+                               const std::string& filePath) {
+    return foundation::md5Hex(endpoint + "\n" + bucket + "\n" + objectKey + "\n" + filePath) + ".upload.json";
+}
+
+std::string checkpointEndpoint(const OSSEndpoint& endpoint) {
+    std::string text = endpoint.scheme + "://" + endpoint.hostPort;
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
 }
 
 }  // namespace quorvane::oss

@@ -97,6 +97,18 @@ struct OSSHeadObjectRequest : OSSRequest {
 // A multipart upload of a file that survives cancels and crashes: the parts already stored (per
 // the checkpoint in recordDirectoryPath, checked against the service's part list) are not sent
 // again. With an empty uploadId a new upload is initiated (or the checkpoint's one continued).
+// What shows that a local file's bytes may have changed, without reading them. Any write moves the
+// change time (ctime), which no program can set back, so a rewrite that restores the size and the
+// modification time still shows; a file replaced under the same name has another inode.
+struct OSSFileState {
+    std::uint64_t size = 0;
+    std::int64_t mtimeNs = 0;
+    std::int64_t ctimeNs = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t device = 0;
+    bool operator==(const OSSFileState&) const = default;
+};
+
 struct OSSResumableUploadRequest : OSSRequest {
     std::string bucketName;
     std::string objectKey;
@@ -104,12 +116,18 @@ struct OSSResumableUploadRequest : OSSRequest {
     // The caller initiated uploadId a moment ago: nothing is stored under it, so no parts are listed.
     bool uploadIdIsNew = false;
     std::string uploadingFileURL;
+    // The file as the caller first saw it: a file found in another state here, before the first part or
+    // before the completion fails the upload instead of storing a mix of its old and new bytes.
+    std::optional<OSSFileState> expectedFileState;
     std::int64_t partSize = 256 * 1024;             // at least 100 KiB; at most 10000 parts
     std::string recordDirectoryPath;                // empty: no checkpoint kept
     bool deleteUploadIdOnCancelling = true;         // cancel() also aborts the upload and its checkpoint
     std::map<std::string, std::string> completeMetaHeader;
     std::string contentType;                        // used when this request initiates the upload
     OSSNetworkingUploadProgressBlock uploadProgress;
+    // Parts the service already held (checked against the file) cover `storedBytes` of `totalBytes`:
+    // called once the parts are known, before any is sent, only when some are. On an operation thread.
+    std::function<void(std::uint64_t storedBytes, std::uint64_t totalBytes)> uploadResumed;
 };
 
 // ---- results ----

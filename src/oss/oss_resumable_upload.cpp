@@ -6,6 +6,10 @@
 #include <chrono>
 #include <filesystem>
 
+#include <sys/stat.h>
+
+#include <cerrno>
+
 #include "foundation/temp_files.h"
 #include "oss/crc64.h"
 #include "oss/oss_body.h"
@@ -27,6 +31,14 @@ bool isServerCode(const Error& e, long long status, const char* code) {
     return e.domain == kOSSServerErrorDomain && e.code == -status && foundation::stringAt(e.userInfo, "Code") == code;
 }
 
+// The file's bytes may differ from the ones already sent: fail rather than store a mix of the two.
+Error fileChangedError(const std::string& path) {
+    auto error = makeClientError(OSSClientErrorCodeFileCantRead,
+                                 "The file " + path + " changed while it was being uploaded");
+    error.userInfo["Code"] = "FileChanged";
+    return error;
+}
+
 std::string normalizedETag(std::string s) {
     s.erase(std::remove(s.begin(), s.end(), '"'), s.end());
     std::transform(s.begin(), s.end(), s.begin(), ::toupper);
@@ -40,7 +52,14 @@ public:
         : context_(std::move(context)), request_(std::move(request)), r_(*request_), done_(std::move(done)) {}
 
     void run() {
+        if (context_.client->endpoint) endpoint_ = checkpointEndpoint(*context_.client->endpoint);
         if (auto e = validate()) return deliver(Out::failure(*e));
+        if (changed_) {
+            // The caller's upload, and any record of it, hold bytes of the file as it was.
+            uploadId_ = r_.uploadId;
+            if (!r_.recordDirectoryPath.empty()) recordPath_ = recordPathFor();
+            return failChangedFile();
+        }
         openRecord();
     }
 
@@ -57,6 +76,10 @@ private:
         auto file = inspectLocalFile(r_.uploadingFileURL, &error);
         if (!file) return error;
         file_ = *file;
+        if (r_.expectedFileState && *r_.expectedFileState != file_.state()) {
+            changed_ = true;
+            return std::nullopt;
+        }
         if (file_.size == 0)
             return makeClientError(OSSClientErrorCodeInvalidArgument, "The file " + file_.path + " is empty");
         if (r_.partSize < kMinPartSize)
@@ -82,17 +105,20 @@ private:
         if (!std::filesystem::is_directory(r_.recordDirectoryPath))
             return deliver(Out::failure(makeClientError(OSSClientErrorCodeFileCantWrite,
                                                         "Can't use the record directory " + r_.recordDirectoryPath)));
-        recordPath_ = (std::filesystem::path(r_.recordDirectoryPath) /
-                       checkpointFileName(r_.bucketName, r_.objectKey, file_.path)).string();
-        auto text = foundation::readFile(recordPath_);
-        if (!text) return establishUploadId();
-        auto record = parseCheckpoint(*text);
+        recordPath_ = recordPathFor();
+        collectRecordsOfGoneFiles();
+        auto file = readRecordFile(recordPath_);
+        if (file.kind == RecordFile::Kind::Missing) return abortOrphans();
+        auto record = file.kind == RecordFile::Kind::Read ? parseCheckpoint(file.text) : std::nullopt;
         std::optional<OSSUploadCheckpoint> dropped;
         if (!record) {
-            OSSLog::logDebug("Discarding an unreadable upload record " + recordPath_);
-        } else if (record->bucket != r_.bucketName || record->objectKey != r_.objectKey ||
-                   record->filePath != file_.path || record->fileSize != file_.size ||
-                   record->fileMtimeNs != file_.mtimeNs || record->partSize != r_.partSize) {
+            OSSLog::logDebug("Discarding an unreadable upload record " + recordPath_ +
+                             (file.why.empty() ? std::string() : " (" + file.why + ")"));
+            // What it still names is aborted like any dropped record's upload.
+            if (file.kind == RecordFile::Kind::Read) dropped = parseCheckpointUpload(file.text);
+        } else if (record->endpoint != endpoint_ || record->bucket != r_.bucketName || record->objectKey != r_.objectKey ||
+                   record->filePath != file_.path || record->file != file_.state() ||
+                   record->partSize != r_.partSize) {
             OSSLog::logDebug("Discarding the upload record of a changed file " + file_.path);
             dropped = std::move(record);
         } else if (!r_.uploadId.empty() && record->uploadId != r_.uploadId) {
@@ -100,13 +126,51 @@ private:
             dropped = std::move(record);
         } else {
             record_ = std::move(record);
-            return establishUploadId();
+            return abortOrphans();
         }
         std::filesystem::remove(recordPath_, ec);
-        if (!dropped || dropped->uploadId.empty() || dropped->uploadId == r_.uploadId) return establishUploadId();
-        // Best effort: a failure here changes nothing for this run.
-        abort(dropped->bucket, dropped->objectKey, dropped->uploadId, context_,
-              [self = shared_from_this()] { self->establishUploadId(); });
+        if (dropped && !dropped->uploadId.empty() && dropped->uploadId != r_.uploadId && dropped->endpoint == endpoint_)
+            orphans_.push_back(std::move(*dropped));
+        abortOrphans();
+    }
+
+    // Records whose file is gone (deleted after an interrupted run) would keep their uploads open for
+    // ever: nothing can continue them. Those of this service are dropped here and their uploads
+    // aborted; a record of another service waits for a run against it. A bounded look per run.
+    void collectRecordsOfGoneFiles() {
+        constexpr int kMaxLooked = 256;
+        int looked = 0;
+        std::error_code ec;
+        for (std::filesystem::directory_iterator it(r_.recordDirectoryPath, ec), end; !ec && it != end && looked < kMaxLooked;
+             it.increment(ec), ++looked) {
+            const auto path = it->path().string();
+            if (path == recordPath_ || it->path().extension() != ".json") continue;
+            auto file = readRecordFile(path);
+            if (file.kind != RecordFile::Kind::Read) continue;
+            auto record = parseCheckpointUpload(file.text);
+            if (!record || record->endpoint != endpoint_ || record->filePath.empty()) continue;
+            struct stat st {};
+            if (::lstat(record->filePath.c_str(), &st) == 0 || errno != ENOENT) continue;
+            OSSLog::logDebug("Dropping the upload record of a file that is gone: " + record->filePath);
+            std::error_code removed;
+            std::filesystem::remove(path, removed);
+            orphans_.push_back(std::move(*record));
+        }
+    }
+
+    // Best effort, one at a time: a failure here changes nothing for this run.
+    void abortOrphans() {
+        if (orphans_.empty()) return establishUploadId();
+        auto next = std::move(orphans_.back());
+        orphans_.pop_back();
+        OSSLog::logDebug("Aborting the upload " + next.uploadId + " of a dropped record");
+        abort(next.bucket, next.objectKey, next.uploadId, context_,
+              [self = shared_from_this()] { self->abortOrphans(); });
+    }
+
+    std::string recordPathFor() const {
+        return (std::filesystem::path(r_.recordDirectoryPath) /
+                checkpointFileName(endpoint_, r_.bucketName, r_.objectKey, file_.path)).string();
     }
 
     std::optional<Error> saveRecord(bool force) {
@@ -114,8 +178,8 @@ private:
         auto now = std::chrono::steady_clock::now();
         if (!force && now - lastSave_ < kCheckpointInterval) return std::nullopt;
         lastSave_ = now;
-        OSSUploadCheckpoint record{r_.bucketName, r_.objectKey, file_.path, uploadId_, file_.size,
-                                   file_.mtimeNs, r_.partSize, parts_};
+        OSSUploadCheckpoint record{endpoint_, r_.bucketName, r_.objectKey, file_.path, uploadId_, file_.state(), r_.partSize,
+                                   parts_};
         if (!foundation::writeFileAtomically(recordPath_, serializeCheckpoint(record)))
             return makeClientError(OSSClientErrorCodeFileCantWrite, "Can't write the upload record " + recordPath_);
         return std::nullopt;
@@ -209,12 +273,41 @@ private:
 
     // ---- the parts ----
 
+    // Whether the file is still as it was when this run first looked at it (a stat, no read).
+    bool fileUnchanged() const {
+        Error ignored;
+        auto now = inspectLocalFile(file_.path, &ignored);
+        return now && now->state() == file_.state();
+    }
+
+    bool fileIsGone() const {
+        struct stat st {};
+        return ::lstat(file_.path.c_str(), &st) != 0 && errno == ENOENT;
+    }
+
+    // Parts already sent hold bytes the file no longer has, or may not: the upload can never be
+    // completed, so it is aborted with its record rather than left for a resume to finish.
+    void failChangedFile() {
+        OSSLog::logDebug("The file " + file_.path + " changed while it was being uploaded: aborting its upload");
+        removeRecord();
+        auto error = fileChangedError(file_.path);
+        if (uploadId_.empty()) return deliver(Out::failure(error));
+        OSSOperationContext uncancelled = context_;
+        uncancelled.token = std::make_shared<OSSCancellationToken>();
+        abort(r_.bucketName, r_.objectKey, uploadId_, uncancelled, [self = shared_from_this(), error] {
+            self->deliver(Out::failure(error));
+        });
+    }
+
     void sendMissingParts() {
+        if (!fileUnchanged()) return failChangedFile();
+        partsKnown_ = true;
         std::uint64_t stored = 0;
         for (int n = 1; n <= partCount_; ++n) {
             if (parts_.count(n)) stored += lengthOf(n);
             else missing_.push_back(n);
         }
+        if (stored > 0 && r_.uploadResumed) r_.uploadResumed(stored, file_.size);
         progress_ = std::make_shared<OSSProgressTracker>(r_.uploadProgress, file_.size, stored);
         launchParts();
     }
@@ -222,10 +315,13 @@ private:
     // Keeps up to maxConcurrentParts parts in flight; when the last one is back, goes on or ends.
     void launchParts() {
         const int slots = context_.client->conf.maxConcurrentParts;
-        while (inFlight_ < slots && nextMissing_ < missing_.size() && !partError_ && !context_.token->isCancelled())
+        while (inFlight_ < slots && nextMissing_ < missing_.size() && !partError_ && !changed_ &&
+               !context_.token->isCancelled())
             sendPart(missing_[nextMissing_++]);
         if (inFlight_ > 0) return;
         if (context_.token->isCancelled()) return finish(makeCancelledError());
+        // Also after a failed part: a retry must not resume an upload that holds the old bytes.
+        if (changed_ || !fileUnchanged()) return failChangedFile();
         if (partError_) return finish(*partError_);
         complete();
     }
@@ -259,6 +355,8 @@ private:
             progress_->finish(number, length);
             if (auto e = saveRecord(false)) OSSLog::logDebug(e->description);
         }
+        // A stat per part: a change stops the upload now rather than after sending the whole file.
+        if (!changed_ && !fileUnchanged()) changed_ = true;
         launchParts();
     }
 
@@ -325,8 +423,17 @@ private:
                 self->deliver(Out::failure(error));
             });
         }
+        // A file deleted meanwhile can never be continued: its upload goes too, not only this run.
+        if (!isCancelledError(error) && !uploadId_.empty() && fileIsGone()) {
+            OSSLog::logDebug("The file " + file_.path + " is gone: aborting its upload " + uploadId_);
+            removeRecord();
+            return abort(r_.bucketName, r_.objectKey, uploadId_, context_, [self = shared_from_this(), error] {
+                self->deliver(Out::failure(error));
+            });
+        }
+        // Until the parts are known (a failed listing) the record on disk is still the best word on them.
         if (isServerCode(error, 404, "NoSuchUpload")) removeRecord();
-        else if (!uploadId_.empty()) saveRecord(true);
+        else if (!uploadId_.empty() && partsKnown_) saveRecord(true);
         deliver(Out::failure(std::move(error)));
     }
 
@@ -361,6 +468,10 @@ private:
     std::size_t nextMissing_ = 0;
     int inFlight_ = 0;
     std::optional<Error> partError_;
+    bool changed_ = false;  // the file changed since this run first looked at it
+    bool partsKnown_ = false;  // parts_ holds what the service has, checked against the file
+    std::string endpoint_;     // the service, as records name it
+    std::vector<OSSUploadCheckpoint> orphans_;  // uploads of dropped records, to abort
 };
 
 }  // namespace

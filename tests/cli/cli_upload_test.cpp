@@ -163,3 +163,60 @@ TEST_F(CliUploadToService, RefusedCredentialsFailTheRunWithoutPrintingTheSecret)
 
 }  // namespace
 }  // namespace quorvane
+
+namespace quorvane {
+namespace {
+using emulator::Fault;
+
+// A run whose part listing fails must not cost the record its parts, and the summary of the run that
+// finishes counts the bytes it sent, not the file's size.
+TEST_F(CliUploadToService, SummaryCountsTheBytesSentAfterARunWhoseListingFailed) {
+    const std::size_t size = 8 * kPart;
+    auto file = makeFile("listed.bin", size, 6);
+    for (int i = 0; i < 3; ++i) cloud_.addFault(Fault::delay("UploadPart", 0));
+    for (int i = 0; i < 12; ++i) cloud_.addFault(Fault::delay("UploadPart", 4000));
+    auto first = run(serviceArgs(file, sts_.AccessKeyId));
+    ASSERT_TRUE(first->readUntil(
+        [](const std::string& line) {
+            auto event = foundation::parseJson(line);
+            return event && event->value("event", "") == "progress" && event->value("uploaded", 0ULL) > 3 * kPart;
+        },
+        kGenerous))
+        << first->errors();
+    first->signal(SIGINT);
+    ASSERT_EQ(first->wait(kGenerous), 130) << first->errors();
+    auto settled = [this] { return cloud_.requests("UploadPart").size() >= cloud_.firedCount("UploadPart"); };
+    for (auto deadline = std::chrono::steady_clock::now() + kGenerous;
+         !settled() && std::chrono::steady_clock::now() < deadline;)
+        std::this_thread::sleep_for(50ms);
+    cloud_.clearFaults();
+
+    for (int i = 0; i < 40; ++i) cloud_.addFault(Fault::error("ListParts", 503, "ServiceUnavailable"));
+    auto second = run(serviceArgs(file, sts_.AccessKeyId));
+    EXPECT_EQ(second->wait(kGenerous), 1) << second->errors();
+    cloud_.clearFaults();
+
+    const auto receivedBefore = cloud_.uploadPartBytesReceived();
+    auto third = run(serviceArgs(file, sts_.AccessKeyId));
+    ASSERT_EQ(third->wait(kGenerous), 0) << third->errors();
+    const auto sent = cloud_.uploadPartBytesReceived() - receivedBefore;
+    auto resuming = events(*third, "resuming");
+    ASSERT_EQ(resuming.size(), 1u);
+    EXPECT_EQ(resuming[0]["uploaded"].get<std::uint64_t>(), size - sent);
+    auto summary = events(*third, "summary");
+    ASSERT_EQ(summary.size(), 1u);
+    EXPECT_EQ(summary[0]["bytes"].get<std::uint64_t>(), sent);
+    EXPECT_LT(sent, size);
+    EXPECT_EQ(cloud_.objectBytes(cloud_.options().bucket, "listed.bin"), contents_[file]);
+
+    // The same file under another key has nothing stored: no "resuming", every byte counted.
+    auto other = serviceArgs(file, sts_.AccessKeyId);
+    other.insert(other.end() - 1, {"--key", "elsewhere.bin"});
+    auto fourth = run(other);
+    ASSERT_EQ(fourth->wait(kGenerous), 0) << fourth->errors();
+    EXPECT_TRUE(events(*fourth, "resuming").empty());
+    EXPECT_EQ(events(*fourth, "summary").at(0)["bytes"].get<std::uint64_t>(), size);
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -12,7 +12,7 @@ namespace {
 
 bool same(const OSSUploadCheckpoint& a, const OSSUploadCheckpoint& b) {
     if (a.bucket != b.bucket || a.objectKey != b.objectKey || a.filePath != b.filePath || a.uploadId != b.uploadId ||
-        a.fileSize != b.fileSize || a.fileMtimeNs != b.fileMtimeNs || a.partSize != b.partSize ||
+        a.file != b.file || a.partSize != b.partSize ||
         a.parts.size() != b.parts.size())
         return false;
     for (const auto& [number, part] : a.parts) {

@@ -72,13 +72,13 @@ TEST(OSSXml, CompleteBodyListsPartsInOrderEscaped) {
 }
 
 TEST(OSSCheckpoint, RoundTripsAndRejectsAnythingMalformed) {
-    OSSUploadCheckpoint c{"b", "k", "/tmp/f", "UP", 300000, 123456789012345LL, 102400, {}};
+    OSSUploadCheckpoint c{"http://h:1", "b", "k", "/tmp/f", "UP", {300000, 123456789012345LL, 123456789012399LL, 77, 2049}, 102400, {}};
     c.parts[2] = {2, "\"E\"", 102400, 0xFFFFFFFFFFFFFFFFULL};
     auto text = serializeCheckpoint(c);
     auto back = parseCheckpoint(text);
     ASSERT_TRUE(back);
     EXPECT_EQ(back->uploadId, "UP");
-    EXPECT_EQ(back->fileMtimeNs, 123456789012345LL);
+    EXPECT_EQ(back->file, c.file);
     ASSERT_EQ(back->parts.count(2), 1u);
     EXPECT_EQ(back->parts[2].crc64, 0xFFFFFFFFFFFFFFFFULL);
     for (std::string bad : {std::string(""), std::string("{"), std::string("[]"), text.substr(0, text.size() / 2),
@@ -88,12 +88,14 @@ TEST(OSSCheckpoint, RoundTripsAndRejectsAnythingMalformed) {
     auto wrongType = text;
     wrongType.replace(wrongType.find("\"size\":102400"), 13, "\"size\":\"big\"");
     EXPECT_FALSE(parseCheckpoint(wrongType));
-    EXPECT_NE(checkpointFileName("b", "k", "/a"), checkpointFileName("b", "k", "/b"));
+    EXPECT_EQ(back->endpoint, "http://h:1");
+    EXPECT_NE(checkpointFileName("http://h:1", "b", "k", "/a"), checkpointFileName("http://h:1", "b", "k", "/b"));
+    EXPECT_NE(checkpointFileName("http://h:1", "b", "k", "/a"), checkpointFileName("http://h:2", "b", "k", "/a"));
 }
 
 TEST(OSSCheckpoint, KeepsAFileNameThatIsNotUtf8ByteForByte) {
     const std::string path = "/tmp/\xff\xfe-clip\x80.bin";
-    OSSUploadCheckpoint c{"b", "k", path, "UP", 300000, 7, 102400, {}};
+    OSSUploadCheckpoint c{"http://h:1", "b", "k", path, "UP", {300000, 7, 8, 9, 10}, 102400, {}};
     std::string text;
     ASSERT_NO_THROW(text = serializeCheckpoint(c));
     auto back = parseCheckpoint(text);
@@ -102,7 +104,7 @@ TEST(OSSCheckpoint, KeepsAFileNameThatIsNotUtf8ByteForByte) {
 }
 
 TEST(OSSCheckpoint, RejectsNumbersThatDoNotFitInsteadOfConvertingThem) {
-    OSSUploadCheckpoint c{"b", "k", "/f", "UP", 300000, 7, 102400, {}};
+    OSSUploadCheckpoint c{"http://h:1", "b", "k", "/f", "UP", {300000, 7, 8, 9, 10}, 102400, {}};
     c.parts[1] = {1, "\"E\"", 102400, 42};
     const auto text = serializeCheckpoint(c);
     auto replaced = [&](const std::string& from, const std::string& to) {

@@ -6,15 +6,19 @@
 #include <string>
 
 #include "VODUpload/src/VODInnerFileInfo.h"
+#include "oss/oss_requests.h"
 
 namespace quorvane {
 
 struct VODUploadAttempt {
     std::optional<std::string> uploadId;
     bool uploadIdIsNew = false;  // initiated by this attempt: nothing stored under it yet
+    bool uploadIdFromRecord = false;  // taken over from the record an earlier run left
     std::optional<std::string> curImageURL;
     std::optional<std::string> curVideoId;
     std::shared_ptr<VODInnerFileInfo> curInnerFileInfo;  // identity of the file (resume cache, reports)
+    // The file as its upload began: every (re)start of the upload fails if the file is no longer so.
+    std::optional<oss::OSSFileState> fileState;
 };
 
 }  // namespace quorvane

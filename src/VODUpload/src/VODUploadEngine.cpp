@@ -5,6 +5,7 @@
 
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
+#include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "foundation/temp_files.h"
 
@@ -44,8 +45,20 @@ VODUploadEngine::VODUploadEngine(VODServiceConfig config)
 
 void VODUploadEngine::later(std::function<void(VODUploadEngine&)> f) {
     queue_->async([weak = weak_from_this(), f = std::move(f)] {
-        if (auto self = weak.lock()) f(*self);
+        if (auto self = weak.lock()) self->guarded([&] { f(*self); });
     });
+}
+
+// Runs on the queue. The engine is never a const object (it is made by make_shared): the const of
+// serially, which getters share, is shed to fail the file.
+void VODUploadEngine::stepThrew(const std::string& what) const {
+    auto& self = const_cast<VODUploadEngine&>(*this);
+    vodLogError(kLogSource, "An upload step failed: " + what);
+    const auto cur = self.cur_;
+    if (!cur || cur->state == UploadFileState::Success || cur->state == UploadFileState::Failure ||
+        cur->state == UploadFileState::Canceled)
+        return;
+    self.failCurrentFile("ExceptionCaught", "the upload engine failed on this file: " + what);
 }
 
 void VODUploadEngine::transitionTo(VODClientState next) {

@@ -205,18 +205,31 @@ private:
 
     enum class UploadStep { Init, Upload };
 
-    // Runs `f` on the client's queue and returns its result (in place when already there).
+    // Runs `f` on the client's queue and returns its result (in place when already there). A step
+    // that throws fails the current file (the queue would swallow the exception, and the host would
+    // wait for the file for ever).
     template <class F>
     auto serially(F&& f) const -> std::invoke_result_t<F> {
         using R = std::invoke_result_t<F>;
         if constexpr (std::is_void_v<R>) {
-            queue_->sync(f);
+            queue_->sync([&] { guarded(f); });
         } else {
             std::optional<R> result;
-            queue_->sync([&] { result.emplace(f()); });
+            queue_->sync([&] { guarded([&] { result.emplace(f()); }); });
             return result ? std::move(*result) : R{};
         }
     }
+    template <class F>
+    void guarded(F&& f) const {
+        try {
+            f();
+        } catch (const std::exception& e) {
+            stepThrew(e.what());
+        } catch (...) {
+            stepThrew("an unknown exception");
+        }
+    }
+    void stepThrew(const std::string& what) const;
     // Posts `f` to the client's queue, to run while the client still exists.
     void later(std::function<void(VODUploadEngine&)> f);
 
@@ -234,6 +247,7 @@ private:
     bool makeOSSClient();
     void onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task);
     void onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task);
+    bool restartGoneRecordedUpload(const Error& error);
     void handleUploadError(const Error& error, UploadStep step);
     void retryUploadStep(const Error& error, UploadStep step);
     void failCurrentFile(const std::string& code, const std::string& message);

@@ -9,9 +9,10 @@
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadEngine.h"
-#include "oss/oss_region.h"
 #include "foundation/dispatch.h"
+#include "oss/oss_body.h"
 #include "oss/oss_error.h"
+#include "oss/oss_region.h"
 #include "oss/oss_upload_record.h"
 
 namespace quorvane {
@@ -73,6 +74,11 @@ bool VODUploadEngine::makeOSSClient() {
 void VODUploadEngine::startOSSClientUpload() {
     serially([&] {
         makeOSSClient();
+        // What the file is now is what gets stored, or nothing: a later change fails the upload. A file
+        // that cannot be looked at is reported by the upload itself.
+        Error unreadable;
+        if (auto file = cur_ ? oss::inspectLocalFile(cur_->filePath, &unreadable) : std::nullopt)
+            attempt_.fileState = file->state();
         initMultiUpload();  // a client without a usable endpoint fails there, like any other error
     });
 }
@@ -84,9 +90,10 @@ void VODUploadEngine::initMultiUpload() {
         const std::string bucket = cur_->bucket.value_or(""), object = cur_->object.value_or("");
         // An upload an earlier run (a crash, a restart) began for this very file holds its stored
         // parts: continue it rather than begin another that would stay open on the service.
-        if (auto recorded = oss::recordedUploadId(recordDirectoryPath_, bucket, object, cur_->filePath,
-                                                  partSizeFor(fileSizeOf(cur_->filePath)))) {
+        if (auto recorded = oss::recordedUploadId(recordDirectoryPath_, cur_->endpoint.value_or(""), bucket, object,
+                                                  cur_->filePath, partSizeFor(fileSizeOf(cur_->filePath)))) {
             sendStartEvent();
+            attempt_.uploadIdFromRecord = true;
             onUploadIdReady(*recorded, false);
             return;
         }
@@ -137,6 +144,7 @@ void VODUploadEngine::resumableUpload() {
         request->deleteUploadIdOnCancelling = !recordUploadProgress_;
         if (cur_->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur_->vodInfo->toJson();
         request->uploadingFileURL = cur_->filePath;
+        request->expectedFileState = attempt_.fileState;
 
         auto context = std::make_shared<VODUploadProgressContext>();
         context->fileInfo = attempt_.curInnerFileInfo;
@@ -155,6 +163,13 @@ void VODUploadEngine::resumableUpload() {
             if (auto self = weak.lock())
                 self->later([context, bytesSent, totalSent, totalExpected](VODUploadEngine& c) {
                     c.onProgress(context, bytesSent, totalSent, totalExpected);
+                });
+        };
+
+        request->uploadResumed = [weak = weak_from_this(), file = cur_](std::uint64_t stored, std::uint64_t) {
+            if (auto self = weak.lock())
+                self->later([file, stored](VODUploadEngine& c) {
+                    if (c.callback_ && c.callback_->resumed) c.callback_->resumed(file, stored);
                 });
         };
 
@@ -197,6 +212,7 @@ void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>
 void VODUploadEngine::onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task) {
     if (auto error = task.error()) {
         vodLogDebug(kLogSource, "resumableUpload error: " + error->toString());
+        if (restartGoneRecordedUpload(*error)) return;
         if (error->code != 5) {
             const Value params = {{"code", error->code}, {"message", error->description}};
             sendUploadEvent(20006, params);
@@ -231,6 +247,24 @@ void VODUploadEngine::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
     resumableUploadReq_.reset();
     sendUploadEvent(20003, Value::object());
     next();
+}
+
+// An upload taken over from a record that the service no longer holds (aborted meanwhile, or expired)
+// is not a failure of the file: the upload dropped its record, and a new one begins at once. Only
+// once per recorded upload: the new one is this run's own.
+bool VODUploadEngine::restartGoneRecordedUpload(const Error& error) {
+    if (!attempt_.uploadIdFromRecord || state_ != VODClientState::Started || error.code != -404 ||
+        foundation::stringAt(error.userInfo, "Code") != std::string("NoSuchUpload"))
+        return false;
+    attempt_.uploadIdFromRecord = false;
+    const std::string why = "the service no longer has the upload " + attempt_.uploadId.value_or("") +
+                            " an earlier run began; starting a new upload";
+    vodLogDebug(kLogSource, "Recorded upload gone: " + why);
+    attempt_.uploadId.reset();
+    resumableUploadReq_.reset();
+    if (callback_ && callback_->restarted) callback_->restarted(cur_, why);
+    initMultiUpload();
+    return true;
 }
 
 // The file's state is settled before the listener hears of it, so a host that looks at the queue

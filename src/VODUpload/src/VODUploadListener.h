@@ -1,6 +1,7 @@
 #pragma once
 // The engine's events. Every callback is optional: the engine skips the ones left empty.
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -41,6 +42,13 @@ struct VODUploadListener {
     std::function<void()> retryResume;
     // The queue picked this file, before anything is sent for it.
     FileCallback started;
+    // The upload continues one that already holds `storedBytes` of the file (parts the service has,
+    // checked against the file), before anything more is sent. Each start of the upload that finds
+    // stored parts says so, also a retry within this run. (file, storedBytes)
+    std::function<void(const std::shared_ptr<UploadFileInfo>&, std::uint64_t storedBytes)> resumed;
+    // The upload an earlier run began for this file is gone from the service (aborted, expired): its
+    // record is dropped and a new upload begins at once. (file, why)
+    std::function<void(const std::shared_ptr<UploadFileInfo>&, const std::string& why)> restarted;
 };
 
 }  // namespace quorvane

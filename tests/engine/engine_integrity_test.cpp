@@ -1,0 +1,410 @@
+// What the engine stores is exactly the file, or the file fails: a file changed during its upload, a
+// recorded upload the service no longer has, records made for another service, records that are not
+// records, and uploads left behind by records that are dropped.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <fstream>
+
+#include "VODUpload/src/VODObjectCache.h"
+#include "VODUpload/src/VodInfo.h"
+#include "engine_cloud_support.h"
+#include "foundation/temp_files.h"
+#include "oss/credential_provider.h"
+#include "oss/oss_checkpoint.h"
+#include "support/media_files.h"
+
+using namespace quorvane;
+using namespace quorvane::test;
+using emulator::Fault;
+
+namespace {
+
+constexpr std::size_t kMiB = 1048576;
+
+// The file ended, well or not: a wrong ending fails the test at once instead of after a long wait.
+bool waitForEnd(const RecordingListener& l) {
+    return waitUntil([&] { return l.count("finish") + l.count("failure") > 0; }, 90s);
+}
+
+// Rewrites `length` bytes at `offset` in place, then puts the size and the modification time back as
+// they were: only the change time can tell.
+void rewriteKeepingSizeAndMtime(const std::string& path, std::size_t offset, std::size_t length) {
+    struct stat before {};
+    ASSERT_EQ(::stat(path.c_str(), &before), 0);
+    // Change times are kept at the kernel's tick: let one pass since the file was written.
+    std::this_thread::sleep_for(30ms);
+    const int fd = ::open(path.c_str(), O_WRONLY | O_CLOEXEC);
+    ASSERT_GE(fd, 0);
+    const auto bytes = randomBytes(length, 999);
+    ASSERT_EQ(::pwrite(fd, bytes.data(), bytes.size(), static_cast<off_t>(offset)), static_cast<ssize_t>(length));
+    ::close(fd);
+    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
+    struct stat after {};
+    ASSERT_EQ(::stat(path.c_str(), &after), 0);
+    ASSERT_EQ(after.st_size, before.st_size);
+    ASSERT_EQ(after.st_mtim.tv_nsec, before.st_mtim.tv_nsec);
+}
+
+void append(const std::string& path, std::size_t length) {
+    std::ofstream(path, std::ios::binary | std::ios::app) << randomBytes(length, 998);
+}
+
+}  // namespace
+
+class FileIntegrity : public EngineCloudTest {
+protected:
+    // The recording listener, adjusted; one part at a time, so a change lands between known parts.
+    void initWith(const std::function<void(VODUploadListener&)>& adjust) {
+        auto l = listener.make();
+        adjust(*l);
+        ASSERT_TRUE(client->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, l));
+        VODUploadEngineTestAccess::setMaxConcurrentParts(*client, 1);
+    }
+    // Runs `change` once, from the first progress call. Part 2 is held on the service meanwhile, so
+    // the change lands in mid-upload however fast the rest would go.
+    void initChangingAtFirstProgress(std::function<void()> change) {
+        cloud.addFaults({Fault::delay("UploadPart", 0), Fault::delay("UploadPart", 1500)});
+        initWith([&](VODUploadListener& l) {
+            l.progress = [record = l.progress, change = std::move(change),
+                          done = std::make_shared<std::atomic<bool>>(false)](const auto& file, long sent, long total) {
+                if (!done->exchange(true)) change();
+                record(file, sent, total);
+            };
+        });
+    }
+
+    // The file failed as changed, nothing was stored under `key` and no upload stays open.
+    void expectFailedAsChanged(const std::string& bucketName, const std::string& key) {
+        ASSERT_TRUE(waitForEnd(listener));
+        ASSERT_EQ(listener.count("failure"), 1);
+        EXPECT_EQ(listener.count("success"), 0);
+        const auto failure = listener.failures().at(0);
+        EXPECT_EQ(failure.first, "FileChanged");
+        EXPECT_NE(failure.second.find("changed while it was being uploaded"), std::string::npos) << failure.second;
+        EXPECT_FALSE(cloud.object(bucketName, key));
+        EXPECT_EQ(openUploads(), 0u);
+        EXPECT_TRUE(cloud.requests("CompleteMultipartUpload").empty());
+        EXPECT_EQ(listener.failureStates(), std::vector<UploadFileState>{UploadFileState::Failure});
+    }
+};
+
+TEST_F(FileIntegrity, RewriteInPlaceWithSizeAndMtimeRestoredFailsTheFile) {
+    auto path = makeFile("rewritten.bin", randomBytes(4 * kMiB, 1));
+    initChangingAtFirstProgress([&] { rewriteKeepingSizeAndMtime(path, 2 * kMiB + 100, 8192); });
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/rewritten.bin"));
+    ASSERT_TRUE(client->start());
+    expectFailedAsChanged(bucket(), "in/rewritten.bin");
+    EXPECT_EQ(storedParts().size(), 2u);  // stopped at the first part that came back after the change
+}
+
+TEST_F(FileIntegrity, AppendedFileFailsInsteadOfStoringItsOldLength) {
+    auto path = makeFile("grown.bin", randomBytes(3 * kMiB, 2));
+    initChangingAtFirstProgress([&] { append(path, kMiB); });
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/grown.bin"));
+    ASSERT_TRUE(client->start());
+    expectFailedAsChanged(bucket(), "in/grown.bin");
+}
+
+// A change between a failed attempt and its retry counts too: the retry starts from the file as the
+// upload first saw it, not as it is now.
+TEST_F(FileIntegrity, ChangeBeforeARetryFailsTheRetry) {
+    auto path = makeFile("retried.bin", randomBytes(2 * kMiB, 3));
+    initWith([&](VODUploadListener& l) {
+        l.retry = [&, record = l.retry] {
+            rewriteKeepingSizeAndMtime(path, kMiB + 10, 4096);
+            record();
+        };
+    });
+    // Part 2 gets 503 on every attempt of the storage client, so the engine retries the upload; the
+    // file is rewritten before it does.
+    cloud.addFaults({Fault::delay("UploadPart", 0), Fault::error("UploadPart", 503, "ServiceUnavailable"),
+                     Fault::error("UploadPart", 503, "ServiceUnavailable"),
+                     Fault::error("UploadPart", 503, "ServiceUnavailable")});
+    client->setMaxRetryCount(3);
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/retried.bin"));
+    ASSERT_TRUE(client->start());
+    expectFailedAsChanged(bucket(), "in/retried.bin");
+    EXPECT_EQ(listener.count("retry"), 1);
+}
+
+TEST_F(FileIntegrity, VideoRegisteredWithTheServiceFailsTheSameWay) {
+    auto clip = makeFile("clip.mp4", "");
+    ASSERT_TRUE(writeClip(clip, ClipSpec{.frames = 50, .bitRate = 2000000}));
+    client->setUploadPartSize(102400);
+    std::error_code ec;
+    ASSERT_GT(std::filesystem::file_size(clip, ec), 3u * 102400) << "the clip must span several parts";
+    initChangingAtFirstProgress([&] { rewriteKeepingSizeAndMtime(clip, 2 * 102400 + 10, 8192); });
+    auto info = std::make_shared<VodInfo>();
+    info->title = "changing clip";
+    ASSERT_TRUE(client->addFile(clip, info));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(waitForEnd(listener));
+    const auto videos = cloud.videos();
+    ASSERT_EQ(videos.size(), 1u);
+    expectFailedAsChanged(videos[0].bucket, videos[0].objectKey);
+    VODObjectCache::sharedCache().clearObjectWithPath(clip);
+}
+
+// The check must not cost a good upload anything: an untouched file still goes up whole.
+TEST_F(FileIntegrity, UntouchedFileStillGoesUpWhole) {
+    auto path = makeFile("still.bin", randomBytes(3 * kMiB + 5, 4));
+    initChangingAtFirstProgress([] {});
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/still.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("finish"));
+    EXPECT_EQ(cloud.objectBytes(bucket(), "in/still.bin"), randomBytes(3 * kMiB + 5, 4));
+}
+
+// Runs that an earlier, interrupted run left a record for.
+class RecordedUpload : public EngineCloudTest {
+protected:
+    // The first run stores part 1, then its credentials "expire" and the process goes away: the record
+    // names an open upload holding part 1. Returns that upload's id.
+    std::string interruptedRun(const std::string& path, const std::string& key,
+                               const std::string& endpoint = {}) {
+        EXPECT_TRUE(initSts(client));
+        VODUploadEngineTestAccess::setMaxConcurrentParts(*client, 1);
+        cloud.addFaults({Fault::delay("UploadPart", 0), Fault::error("UploadPart", 403, "SecurityTokenExpired")});
+        const int expiredBefore = listener.count("expire");
+        EXPECT_TRUE(client->addFile(path, endpoint.empty() ? cloud.endpoint() : endpoint, bucket(), key));
+        EXPECT_TRUE(client->start());
+        EXPECT_TRUE(listener.waitFor("expire", expiredBefore + 1));
+        client.reset();
+        cloud.clearFaults();
+        for (const auto& u : cloud.uploads())
+            if (u.state == emulator::UploadState::Open && u.key == key) return u.uploadId;
+        ADD_FAILURE() << "the first run left no open upload";
+        return {};
+    }
+
+    // A second process: a new client on the same record directory. `restarts` counts its restarted
+    // calls, `resumed` (when given) gets the bytes of each resumed call.
+    std::shared_ptr<VODUploadEngine> secondRun(RecordingListener& again, std::shared_ptr<std::atomic<int>> restarts,
+                                               std::shared_ptr<std::vector<std::uint64_t>> resumed = nullptr,
+                                               emulator::CloudEmulator* service = nullptr) {
+        auto next = VODUploadEngine::create();
+        next->setRecordDirectoryPath(dir.file("records"));
+        next->setRetryWait(20ms);
+        auto l = again.make();
+        l->restarted = [restarts](const auto&, const std::string&) { ++*restarts; };
+        // Called on the engine's queue only, one call at a time.
+        if (resumed) l->resumed = [resumed](const auto&, std::uint64_t stored) { resumed->push_back(stored); };
+        auto fresh = (service ? *service : cloud).issueSts();
+        EXPECT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration, l));
+        return next;
+    }
+
+    void abortOnService(const std::string& key, const std::string& uploadId) {
+        oss::OSSClient admin(cloud.endpoint(),
+                             std::make_shared<oss::OSSPlainTextAKSKPairCredentialProvider>(
+                                 cloud.options().accessKeyId, cloud.options().accessKeySecret));
+        auto request = std::make_shared<oss::OSSAbortMultipartUploadRequest>();
+        request->bucketName = bucket();
+        request->objectKey = key;
+        request->uploadId = uploadId;
+        auto task = admin.abortMultipartUpload(request);
+        ASSERT_TRUE(task->waitFor(30s));
+        ASSERT_FALSE(task->error()) << task->error()->toString();
+    }
+
+    std::size_t recordCount() const {
+        std::size_t n = 0;
+        std::error_code ec;
+        for (const auto& entry : std::filesystem::directory_iterator(dir.file("records"), ec)) n += entry.is_regular_file();
+        return n;
+    }
+};
+
+TEST_F(RecordedUpload, GoneOnTheServiceStartsAFreshUploadInTheSameRun) {
+    const auto bytes = randomBytes(3 * kMiB, 20);
+    auto path = makeFile("gone.bin", bytes);
+    const auto first = interruptedRun(path, "in/gone.bin");
+    ASSERT_FALSE(first.empty());
+    ASSERT_EQ(recordCount(), 1u);
+    abortOnService("in/gone.bin", first);
+
+    RecordingListener again;
+    auto restarts = std::make_shared<std::atomic<int>>(0);
+    auto next = secondRun(again, restarts);
+    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/gone.bin"));
+    ASSERT_TRUE(next->start());
+    ASSERT_TRUE(waitForEnd(again));
+    ASSERT_EQ(again.count("failure"), 0) << again.failures().at(0).first;
+    EXPECT_EQ(*restarts, 1);
+    EXPECT_EQ(cloud.objectBytes(bucket(), "in/gone.bin"), bytes);
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 2u);
+    EXPECT_EQ(openUploads(), 0u);
+    EXPECT_EQ(recordCount(), 0u);
+    next->stop();
+}
+
+// Taken over and still there: no restart, and only the missing parts go up.
+TEST_F(RecordedUpload, StillOpenOnTheServiceIsContinued) {
+    const auto bytes = randomBytes(3 * kMiB, 21);
+    auto path = makeFile("kept.bin", bytes);
+    const auto first = interruptedRun(path, "in/kept.bin");
+    ASSERT_FALSE(first.empty());
+
+    RecordingListener again;
+    auto restarts = std::make_shared<std::atomic<int>>(0);
+    auto next = secondRun(again, restarts);
+    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/kept.bin"));
+    ASSERT_TRUE(next->start());
+    ASSERT_TRUE(again.waitFor("finish"));
+    EXPECT_EQ(*restarts, 0);
+    EXPECT_EQ(cloud.upload(first)->state, emulator::UploadState::Completed);
+    EXPECT_EQ(storedParts(first), (std::map<int, int>{{1, 1}, {2, 1}, {3, 1}}));
+    EXPECT_EQ(cloud.objectBytes(bucket(), "in/kept.bin"), bytes);
+    next->stop();
+}
+
+// An upload id means something on one service only: the same file and key sent elsewhere starts there
+// afresh, and the record of the first service stays for a run against it.
+TEST_F(RecordedUpload, RecordsBelongToTheServiceTheyWereMadeFor) {
+    const auto bytes = randomBytes(3 * kMiB, 22);
+    auto path = makeFile("moved.bin", bytes);
+    const auto first = interruptedRun(path, "in/moved.bin");
+    ASSERT_FALSE(first.empty());
+
+    emulator::CloudEmulator other;
+    ASSERT_TRUE(other.start());
+    RecordingListener elsewhere;
+    auto restarts = std::make_shared<std::atomic<int>>(0);
+    auto resumed = std::make_shared<std::vector<std::uint64_t>>();
+    auto there = secondRun(elsewhere, restarts, resumed, &other);
+    ASSERT_TRUE(there->addFile(path, other.endpoint(), other.options().bucket, "in/moved.bin"));
+    ASSERT_TRUE(there->start());
+    ASSERT_TRUE(waitForEnd(elsewhere));
+    ASSERT_EQ(elsewhere.count("failure"), 0) << elsewhere.failures().at(0).first;
+    EXPECT_TRUE(other.requests("ListParts").empty()) << "asked the other service for the first one's upload";
+    EXPECT_EQ(other.objectBytes(other.options().bucket, "in/moved.bin"), bytes);
+    ASSERT_TRUE(waitUntil([&] { return there->state() == VODClientState::Finished; }));
+    EXPECT_TRUE(resumed->empty());
+    there->stop();
+
+    // The first service's upload was left alone and is continued by a run against it.
+    EXPECT_EQ(cloud.upload(first)->state, emulator::UploadState::Open);
+    RecordingListener back;
+    auto resumedHere = std::make_shared<std::vector<std::uint64_t>>();
+    auto here = secondRun(back, restarts, resumedHere);
+    ASSERT_TRUE(here->addFile(path, cloud.endpoint(), bucket(), "in/moved.bin"));
+    ASSERT_TRUE(here->start());
+    ASSERT_TRUE(back.waitFor("finish"));
+    ASSERT_TRUE(waitUntil([&] { return here->state() == VODClientState::Finished; }));
+    EXPECT_EQ(*resumedHere, std::vector<std::uint64_t>{kMiB});
+    EXPECT_EQ(cloud.upload(first)->state, emulator::UploadState::Completed);
+    EXPECT_EQ(*restarts, 0);
+    here->stop();
+}
+
+// "Resumed" tells what the service really holds for this very key: nothing for another key of the
+// same file, and only the parts the listing found, whatever the record claims.
+TEST_F(RecordedUpload, ResumedCountsWhatTheServiceHoldsForThisKey) {
+    const auto bytes = randomBytes(3 * kMiB, 23);
+    auto path = makeFile("keys.bin", bytes);
+    ASSERT_FALSE(interruptedRun(path, "in/a.bin").empty());
+
+    RecordingListener again;
+    auto restarts = std::make_shared<std::atomic<int>>(0);
+    auto resumed = std::make_shared<std::vector<std::uint64_t>>();
+    auto next = secondRun(again, restarts, resumed);
+    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/b.bin"));
+    ASSERT_TRUE(next->start());
+    ASSERT_TRUE(again.waitFor("finish"));
+    ASSERT_TRUE(waitUntil([&] { return next->state() == VODClientState::Finished; }));
+    EXPECT_TRUE(resumed->empty());
+    next->stop();
+}
+
+// Records that are not records: each is dropped and the upload goes on; nothing blocks, nothing is read
+// past the bound, and the failure of a step never leaves the host waiting.
+TEST_F(RecordedUpload, FifoSymlinkAndOversizedRecordsAreDroppedNotRead) {
+    struct Case {
+        std::string name;
+        std::function<void(const std::string&)> make;
+    };
+    const std::vector<Case> cases = {
+        {"fifo", [](const std::string& at) { ASSERT_EQ(::mkfifo(at.c_str(), 0600), 0); }},
+        {"zero", [](const std::string& at) { ASSERT_EQ(::symlink("/dev/zero", at.c_str()), 0); }},
+        {"huge", [](const std::string& at) { std::ofstream(at) << std::string(3 * kMiB, '{'); }},
+    };
+    ASSERT_TRUE(initSts(client));
+    std::filesystem::create_directories(dir.file("records"));
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto bytes = randomBytes(kMiB + 7, 24);
+        auto path = makeFile(c.name + ".bin", bytes);
+        const std::string key = "in/" + c.name + ".bin";
+        // Put where the record of this very upload belongs.
+        std::string why;
+        const auto name = oss::checkpointFileName(oss::checkpointEndpoint(*oss::parseEndpoint(cloud.endpoint(), false, &why)),
+                                                  bucket(), key, path);
+        c.make(dir.file("records/" + name));
+        const int finishedBefore = listener.count("finish");
+        ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), key));
+        if (client->state() != VODClientState::Started) {
+            ASSERT_TRUE(client->start());
+        }
+        ASSERT_TRUE(listener.waitFor("finish", finishedBefore + 1, 60s));
+        EXPECT_EQ(cloud.objectBytes(bucket(), key), bytes);
+        EXPECT_FALSE(std::filesystem::exists(std::filesystem::symlink_status(dir.file("records/" + name))));
+    }
+    EXPECT_EQ(listener.count("failure"), 0);
+}
+
+// Uploads that nothing could ever continue are aborted, not left open: the one a record names that is
+// not readable as a record, and those of files deleted after an interrupted run.
+TEST_F(RecordedUpload, UploadsOfDroppedRecordsAndOfGoneFilesAreAborted) {
+    const auto bytes = randomBytes(2 * kMiB, 25);
+    auto path = makeFile("mangled.bin", bytes);
+    const auto mangled = interruptedRun(path, "in/mangled.bin");
+    ASSERT_FALSE(mangled.empty());
+    // The record loses a field it needs, but still names its upload.
+    std::string recordPath;
+    for (const auto& entry : std::filesystem::directory_iterator(dir.file("records"))) recordPath = entry.path();
+    auto text = foundation::readFile(recordPath).value_or("");
+    auto doc = foundation::parseJson(text);
+    ASSERT_TRUE(doc);
+    doc->erase("partSize");
+    ASSERT_TRUE(foundation::writeFileAtomically(recordPath, foundation::toJsonText(*doc)));
+
+    // A second file is interrupted too, then deleted.
+    auto goneFile = makeFile("deleted.bin", randomBytes(2 * kMiB, 26));
+    client = VODUploadEngine::create();
+    client->eventManager()->setTransport(events);
+    client->setRecordDirectoryPath(dir.file("records"));
+    client->setRetryWait(20ms);
+    const auto gone = interruptedRun(goneFile, "in/deleted.bin");
+    ASSERT_FALSE(gone.empty());
+    ASSERT_TRUE(std::filesystem::remove(goneFile));
+
+    RecordingListener again;
+    auto restarts = std::make_shared<std::atomic<int>>(0);
+    auto next = secondRun(again, restarts);
+    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/mangled.bin"));
+    ASSERT_TRUE(next->start());
+    ASSERT_TRUE(again.waitFor("finish"));
+    EXPECT_EQ(cloud.objectBytes(bucket(), "in/mangled.bin"), bytes);
+    EXPECT_EQ(cloud.upload(mangled)->state, emulator::UploadState::Aborted);
+    EXPECT_EQ(cloud.upload(gone)->state, emulator::UploadState::Aborted);
+    EXPECT_EQ(openUploads(), 0u);
+    EXPECT_EQ(recordCount(), 0u);
+    next->stop();
+}
+
+// A file deleted while its upload runs: the file fails, and its upload and record go with it.
+TEST_F(FileIntegrity, FileDeletedDuringItsUploadLeavesNoUploadNorRecord) {
+    auto path = makeFile("vanishing.bin", randomBytes(3 * kMiB, 27));
+    initChangingAtFirstProgress([&] { std::filesystem::remove(path); });
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/vanishing.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("failure"));
+    EXPECT_FALSE(cloud.object(bucket(), "in/vanishing.bin"));
+    EXPECT_EQ(openUploads(), 0u);
+    std::error_code ec;
+    EXPECT_TRUE(std::filesystem::is_empty(dir.file("records"), ec));
+}
