@@ -30,6 +30,7 @@ struct UploadPlan {
     std::string keyId, secret, token, expire;  // token and expire empty for a plain key pair
     std::string region;
     std::string caFile;
+    VODSignatureVersion vodSignature = VODSignatureVersion::HmacSha1;
     std::optional<std::string> title;
     std::int32_t partSize = 1048576;
     std::int32_t maxRetries = 5;  // retries of one file in all
