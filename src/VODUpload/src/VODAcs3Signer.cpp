@@ -17,7 +17,8 @@ std::string trimmed(const std::string& text) {
 
 std::string VODAcs3Signer::canonicalQuery(const std::vector<std::pair<std::string, std::string>>& query) {
     std::vector<std::pair<std::string, std::string>> encoded;
-    for (const auto& [name, value] : query) encoded.emplace_back(foundation::urlEncode(name), foundation::urlEncode(value));
+    for (const auto& [name, value] : query)
+        encoded.emplace_back(foundation::urlEncode(name), foundation::urlEncode(value));
     std::sort(encoded.begin(), encoded.end());
     std::string out;
     for (const auto& [name, value] : encoded) out += (out.empty() ? "" : "&") + name + "=" + value;
