@@ -55,4 +55,65 @@ bool rpcSignatureMatches(const std::string& method, const Pairs& params, const s
            foundation::hmacSha1Base64(key, toSign(method, canonicalCaseInsensitive(params))) == provided;
 }
 
+bool isAcs3Authorization(std::string_view header) {
+    return startsWith(header, kAcs3Algorithm) && header.size() > kAcs3Algorithm.size() &&
+           header[kAcs3Algorithm.size()] == ' ';
+}
+
+std::optional<Acs3Authorization> parseAcs3Authorization(std::string_view header) {
+    if (!isAcs3Authorization(header)) return std::nullopt;
+    Acs3Authorization out;
+    std::string_view rest = header.substr(kAcs3Algorithm.size() + 1);
+    while (!rest.empty()) {
+        auto comma = rest.find(',');
+        auto part = trim(rest.substr(0, comma));
+        rest = comma == std::string_view::npos ? std::string_view{} : rest.substr(comma + 1);
+        auto eq = part.find('=');
+        if (eq == std::string::npos) return std::nullopt;
+        auto name = part.substr(0, eq), value = part.substr(eq + 1);
+        if (name == "Credential") {
+            out.keyId = value;
+        } else if (name == "Signature") {
+            out.signature = value;
+        } else if (name == "SignedHeaders") {
+            for (std::size_t start = 0; start <= value.size();) {
+                auto semi = value.find(';', start);
+                auto item = toLower(value.substr(start, semi == std::string::npos ? std::string::npos : semi - start));
+                if (item.empty()) return std::nullopt;
+                out.signedHeaders.push_back(item);
+                if (semi == std::string::npos) break;
+                start = semi + 1;
+            }
+        }
+    }
+    if (out.keyId.empty() || out.signature.empty() || out.signedHeaders.empty()) return std::nullopt;
+    return out;
+}
+
+std::string acs3CanonicalRequest(const std::string& method, const std::string& path, const Pairs& query,
+                                 Pairs signedHeaders, const std::string& payloadHash) {
+    std::vector<std::pair<std::string, std::string>> encoded;
+    for (const auto& [k, v] : query) encoded.emplace_back(percentEncode(k), percentEncode(v));
+    std::sort(encoded.begin(), encoded.end());
+    std::vector<std::string> items;
+    for (const auto& [k, v] : encoded) items.push_back(k + "=" + v);
+
+    for (auto& [name, value] : signedHeaders) name = toLower(name);
+    std::sort(signedHeaders.begin(), signedHeaders.end());
+    std::string headerLines, names;
+    for (const auto& [name, value] : signedHeaders) {
+        headerLines += name + ":" + trim(value) + "\n";
+        names += (names.empty() ? "" : ";") + name;
+    }
+    return method + "\n" + path + "\n" + join(items) + "\n" + headerLines + "\n" + names + "\n" + payloadHash;
+}
+
+std::string acs3StringToSign(const std::string& canonicalRequest) {
+    return std::string(kAcs3Algorithm) + "\n" + foundation::sha256Hex(canonicalRequest);
+}
+
+std::string acs3Signature(const std::string& secret, const std::string& canonicalRequest) {
+    return foundation::hexLower(foundation::hmacSha256Raw(secret, acs3StringToSign(canonicalRequest)));
+}
+
 }  // namespace quorvane::emulator

@@ -210,6 +210,8 @@ int runUpload(UploadOptions options) {
     plan.parallel = options.jobs;
     plan.caFile = options.caFile;
     plan.signatureVersion = options.signatureVersion;
+    plan.vodSignature =
+        options.vodSignature == 3 ? VODSignatureVersion::Acs3HmacSha256 : VODSignatureVersion::HmacSha1;
     plan.recordDir = paths.recordDir;
     plan.resumeHint = resumeCommand(commandArguments());
     if (!options.title.empty()) plan.title = options.title;

@@ -52,6 +52,10 @@ void addUploadOptions(CLI::App& cmd, UploadOptions& o) {
                    "2025 require) or 1")
         ->check(CLI::IsMember({1, 4}))
         ->capture_default_str();
+    cmd.add_option("--vod-signature", o.vodSignature,
+                   "Signature of video-service requests: 1 (HMAC-SHA1) or 3 (ACS3-HMAC-SHA256)")
+        ->check(CLI::IsMember({1, 3}))
+        ->capture_default_str();
     cmd.add_option("--ca-file", o.caFile, "Extra CA certificates (PEM) to trust for TLS")->check(CLI::ExistingFile);
     cmd.add_option("--part-size", o.partSize, "Multipart part size in bytes")
         ->check(CLI::Range(102400, 2147483647))

@@ -26,6 +26,8 @@ struct UploadOptions {
     // Several files at once by default, as other upload tools do: a small file costs three round
     // trips (initiate, part, complete) that one connection can only wait through one after another.
     int jobs = 4;
+    // Signature of video-service requests: 1 = the RPC form's HMAC-SHA1, 3 = ACS3-HMAC-SHA256.
+    int vodSignature = 1;
 
     // The command line names a service (else the local cloud is started in-process).
     bool namesService() const;

@@ -142,7 +142,9 @@ void UploadSession::uploadEmptyFiles() {
 bool UploadSession::launch(std::size_t index) {
     const auto& job = plan_.jobs[index];
     auto& slot = running_[index];
-    slot.client = VODUploadClient::create();
+    auto config = VODServiceConfig::current();
+    config.signatureVersion = plan_.vodSignature;
+    slot.client = VODUploadClient::create(std::move(config));
     slot.client->setRecordDirectoryPath(plan_.recordDir);
     slot.client->setUploadPartSize(plan_.partSize);
     slot.client->setMaxRetryCount(plan_.maxRetries);

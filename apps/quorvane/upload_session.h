@@ -32,6 +32,7 @@ struct UploadPlan {
     std::string storageRegion;  // of the bucket, for V4 signatures; empty: the endpoint's or the upload auth's
     int signatureVersion = 4;   // object storage: 4 or 1
     std::string caFile;
+    VODSignatureVersion vodSignature = VODSignatureVersion::HmacSha1;
     std::optional<std::string> title;
     std::int32_t partSize = 1048576;
     std::int32_t maxRetries = 5;  // retries of one file in all

@@ -327,6 +327,32 @@ TEST_F(CliOptions, AMediaFileWithANamedBucketGoesThereAndNeverToAVideoService) {
     EXPECT_NE(both->errors().find("--vod uploads go where the video service says"), std::string::npos);
 }
 
+TEST_F(CliOptions, VodSignatureThreeSignsVideoServiceCallsAcs3AndOneKeepsHmacSha1) {
+    auto vod = [&](std::vector<std::string> extra, const std::string& photo) {
+        std::vector<std::string> args{"upload",   "--json",          "--vod-endpoint", cloud_.endpoint(),
+                                      "--key-id", sts_.AccessKeyId,  "--secret",       sts_.AccessKeySecret,
+                                      "--sts-token", sts_.SecurityToken, "--expire",   sts_.Expiration};
+        args.insert(args.end(), extra.begin(), extra.end());
+        args.push_back(photo);
+        return run(args);
+    };
+    auto acs3 = vod({"--vod-signature", "3"}, makeFile("first.png", 20000, 33));
+    ASSERT_EQ(acs3->wait(kGenerous), 0) << acs3->errors();
+    auto byDefault = vod({}, makeFile("second.png", 20000, 34));
+    ASSERT_EQ(byDefault->wait(kGenerous), 0) << byDefault->errors();
+
+    auto calls = cloud_.requests("CreateUploadImage");
+    ASSERT_EQ(calls.size(), 2u);
+    EXPECT_EQ(calls[0].header("Authorization").value_or("").rfind("ACS3-HMAC-SHA256 ", 0), 0u);
+    EXPECT_FALSE(calls[1].header("Authorization"));
+    EXPECT_NE(calls[1].query.find("SignatureMethod=HMAC-SHA1"), std::string::npos);
+    EXPECT_EQ(cloud_.images().size(), 2u);
+    expectNoSecretIn(*acs3, {sts_.AccessKeySecret, sts_.SecurityToken});
+
+    auto other = vod({"--vod-signature", "2"}, makeFile("third.png", 20000, 35));
+    EXPECT_EQ(other->wait(kGenerous), 2);
+}
+
 TEST_F(CliOptions, ThingsThatAreNotFilesAndConflictingFlagsExitTwo) {
     auto file = makeFile("ok.bin", 1000, 32);
     auto fifo = root_ / "pipe";

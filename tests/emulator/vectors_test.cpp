@@ -88,6 +88,52 @@ TEST(RpcSignatureCheck, PublishedVectorsVerify) {
     EXPECT_TRUE(rpcSignatureMatches("GET", q, "testAccessKeySecret"));
 }
 
+// The worked example of the V3 signature documentation (RunInstances, POST, empty body): the
+// published canonical request, its hash and the signature. The headers arrive in mixed case and
+// order, the query unsorted, as a server receives them.
+TEST(Acs3SignatureCheck, PublishedExampleVerifies) {
+    Pairs query = {{"RegionId", "cn-shanghai"}, {"ImageId", "win2019_1809_x64_dtc_zh-cn_40G_alibase_20230811.vhd"}};
+    Pairs headers = {{"x-acs-version", "2014-05-26"},
+                     {"X-Acs-Action", "RunInstances"},
+                     {"Host", "ecs.cn-shanghai.aliyuncs.com"},
+                     {"x-acs-signature-nonce", "3156853299f313e23d1673dc12e1703d"},
+                     {"x-acs-date", "2023-10-26T10:22:32Z"},
+                     {"x-acs-content-sha256", "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855"}};
+    auto canonical = acs3CanonicalRequest("POST", "/", query, headers, foundation::sha256Hex(""));
+    EXPECT_EQ(canonical,
+              "POST\n/\nImageId=win2019_1809_x64_dtc_zh-cn_40G_alibase_20230811.vhd&RegionId=cn-shanghai\n"
+              "host:ecs.cn-shanghai.aliyuncs.com\nx-acs-action:RunInstances\n"
+              "x-acs-content-sha256:e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855\n"
+              "x-acs-date:2023-10-26T10:22:32Z\nx-acs-signature-nonce:3156853299f313e23d1673dc12e1703d\n"
+              "x-acs-version:2014-05-26\n\n"
+              "host;x-acs-action;x-acs-content-sha256;x-acs-date;x-acs-signature-nonce;x-acs-version\n"
+              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_EQ(foundation::sha256Hex(canonical), "7ea06492da5221eba5297e897ce16e55f964061054b7695beedaac1145b1e259");
+    EXPECT_EQ(acs3Signature("YourAccessKeySecret", canonical),
+              "06563a9e1b43f5dfe96b81484da74bceab24a1d853912eee15083a6f0f3283c0");
+    EXPECT_NE(acs3Signature("YourAccessKeySecret&", canonical),  // the RPC form's key suffix does not apply
+              "06563a9e1b43f5dfe96b81484da74bceab24a1d853912eee15083a6f0f3283c0");
+}
+
+TEST(Acs3SignatureCheck, ParsesAuthorizationAndRejectsMalformedOnes) {
+    auto parsed = parseAcs3Authorization(
+        "ACS3-HMAC-SHA256 Credential=YourAccessKeyId, SignedHeaders=Host;x-acs-action,Signature=0656abc");
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed->keyId, "YourAccessKeyId");
+    EXPECT_EQ(parsed->signedHeaders, (std::vector<std::string>{"host", "x-acs-action"}));
+    EXPECT_EQ(parsed->signature, "0656abc");
+
+    for (const char* bad : {"ACS3-HMAC-SHA256 Credential=k,SignedHeaders=host",           // no signature
+                            "ACS3-HMAC-SHA256 Credential=,SignedHeaders=host,Signature=1",  // empty key id
+                            "ACS3-HMAC-SHA256 Credential=k,SignedHeaders=host;;x,Signature=1",
+                            "ACS3-HMAC-SHA256 Credential=k,SignedHeaders,Signature=1",
+                            "ACS3-HMAC-SHA256X Credential=k,SignedHeaders=host,Signature=1",
+                            "OSS4-HMAC-SHA256 Credential=k,SignedHeaders=host,Signature=1"})
+        EXPECT_FALSE(parseAcs3Authorization(bad)) << bad;
+    EXPECT_TRUE(isAcs3Authorization("ACS3-HMAC-SHA256 anything"));
+    EXPECT_FALSE(isAcs3Authorization("ACS3-HMAC-SHA256"));
+}
+
 TEST(CompleteBody, ParsesPartsAndRejectsMalformedDocuments) {
     auto parts = parseCompleteBody(
         "<CompleteMultipartUpload><Part><PartNumber>1</PartNumber><ETag>\"AB\"</ETag></Part>"

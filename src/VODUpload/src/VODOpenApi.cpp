@@ -5,6 +5,7 @@
 #include <locale>
 #include <vector>
 
+#include "VODUpload/src/VODAcs3Signer.h"
 #include "VODUpload/src/VODLog.h"
 #include "foundation/crypto.h"
 #include "foundation/dates.h"
@@ -64,6 +65,38 @@ Value commonParams(const std::string& keyId, const std::string& token, const std
     params["SignatureNonce"] = nonce;
     params["SecurityToken"] = token;
     return params;
+}
+
+// "host[:port]" of a base URL, as the Host header carries it.
+std::string hostOf(const std::string& url) {
+    auto start = url.find("://");
+    start = start == std::string::npos ? 0 : start + 3;
+    auto end = url.find_first_of("/?#", start);
+    std::string authority = url.substr(start, end == std::string::npos ? std::string::npos : end - start);
+    auto at = authority.rfind('@');
+    return at == std::string::npos ? authority : authority.substr(at + 1);
+}
+
+// The ACS3 form: the version, key, nonce and token travel as signed headers, the action's own
+// parameters stay in the query, as RPC-style actions take them.
+void signAcs3(foundation::HttpRequest& request, const std::string& keyId, const std::string& keySecret,
+              const std::string& token, const std::string& baseUrl, const Value& params, const std::string& nonce,
+              const std::string& date) {
+    VODAcs3Request acs3;
+    acs3.host = hostOf(baseUrl);
+    acs3.version = "2017-03-21";
+    acs3.date = date;
+    acs3.nonce = nonce;
+    acs3.securityToken = token;
+    for (auto it = params.begin(); it != params.end(); ++it) {
+        if (it.key() == "Action")
+            acs3.action = valueText(it.value());
+        else
+            acs3.query.emplace_back(it.key(), valueText(it.value()));
+    }
+    auto signedAcs3 = VODAcs3Signer::sign(acs3, keyId, keySecret);
+    request.url = baseUrl + (signedAcs3.canonicalQuery.empty() ? "" : "?" + signedAcs3.canonicalQuery);
+    request.headers = std::move(signedAcs3.headers);
 }
 
 void mergeInto(Value& target, const Value& extra) {
@@ -164,6 +197,19 @@ std::string VODOpenApi::requestUrl(const std::string& keyId, const std::string& 
            percentEncode(signature(keySecret, query));
 }
 
+foundation::HttpRequest VODOpenApi::signedRequest(const std::string& keyId, const std::string& keySecret,
+                                                  const std::string& token, const std::string& region,
+                                                  const Value& params, const std::string& nonce,
+                                                  const std::string& date, const VODServiceConfig& config) {
+    foundation::HttpRequest request;
+    request.method = "GET";
+    if (config.signatureVersion == VODSignatureVersion::Acs3HmacSha256)
+        signAcs3(request, keyId, keySecret, token, config.urlForRegion(region), params, nonce, date);
+    else
+        request.url = requestUrl(keyId, keySecret, token, region, params, nonce, config);
+    return request;
+}
+
 std::shared_ptr<foundation::HttpTask> VODOpenApi::request(const std::string& keyId, const std::string& keySecret,
                                                           const std::string& token, const std::string& region,
                                                           const Value& params,
@@ -176,9 +222,7 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::request(const std::string& key
                                                           const Value& params,
                                                           VODOpenApiCompletionHandler completionHandler,
                                                           const VODServiceConfig& config) {
-    foundation::HttpRequest request;
-    request.method = "GET";
-    request.url = requestUrl(keyId, keySecret, token, region, params, randomUUID(), config);
+    auto request = signedRequest(keyId, keySecret, token, region, params, randomUUID(), timeStamp(), config);
     request.caFile = config.caFile;
     request.idleTimeoutSeconds = config.effectiveIdleTimeoutSeconds();
     request.connectTimeoutSeconds = config.effectiveIdleTimeoutSeconds();

@@ -94,6 +94,12 @@ public:
     static std::string requestUrl(const std::string& keyId, const std::string& keySecret, const std::string& token,
                                   const std::string& region, const Value& params, const std::string& nonce,
                                   const VODServiceConfig& config);
+    // The GET that request() sends, with `nonce` and, for ACS3, dated `date` ("2017-03-21T08:00:00Z"):
+    // a signed URL (HMAC-SHA1), or the URL with the action's parameters and signed headers (ACS3).
+    static foundation::HttpRequest signedRequest(const std::string& keyId, const std::string& keySecret,
+                                                 const std::string& token, const std::string& region,
+                                                 const Value& params, const std::string& nonce,
+                                                 const std::string& date, const VODServiceConfig& config);
 };
 
 }  // namespace quorvane

@@ -16,6 +16,10 @@ namespace foundation {
 class HttpClient;
 }
 
+// How requests to the VOD OpenAPI are signed: the RPC form's HMAC-SHA1 query signature, or
+// ACS3-HMAC-SHA256 in headers, which the service takes wherever it still takes the older form.
+enum class VODSignatureVersion { HmacSha1, Acs3HmacSha256 };
+
 struct VODServiceConfig {
     // Base URL of the video service; nullopt = the regional "https://vod.<region>.aliyuncs.com/".
     std::optional<std::string> vodBaseUrl;
@@ -27,6 +31,8 @@ struct VODServiceConfig {
     std::string logServiceEndpoint;
     // The client every request of this configuration goes through; nullptr = the process-wide one.
     std::shared_ptr<foundation::HttpClient> httpClient;
+    // The signature of VOD OpenAPI requests (CreateUploadVideo, RefreshUploadVideo, CreateUploadImage).
+    VODSignatureVersion signatureVersion = VODSignatureVersion::HmacSha1;
 
     // The process-wide settings, read now.
     static VODServiceConfig current();
