@@ -4,11 +4,11 @@
 // clock is off (RequestTimeTooSkewed) teaches the client the service's time and is signed again
 // once, at once: that is not a failure of the network and costs none of its retries.
 #include <algorithm>
-#include <cctype>
 #include <cmath>
 
 #include "foundation/dates.h"
 #include "oss/oss_client_impl.h"
+#include "oss/oss_header_text.h"
 #include "oss/oss_log.h"
 
 namespace quorvane::oss {
@@ -23,10 +23,8 @@ long idleSecondsFor(const OSSClientConfiguration& conf) {
 }
 
 bool signsHost(const OSSClientConfiguration& conf) {
-    return std::any_of(conf.additionalSignedHeaders.begin(), conf.additionalSignedHeaders.end(), [](std::string name) {
-        std::transform(name.begin(), name.end(), name.begin(), [](unsigned char c) { return std::tolower(c); });
-        return name == "host";
-    });
+    return std::any_of(conf.additionalSignedHeaders.begin(), conf.additionalSignedHeaders.end(),
+                       [](const std::string& name) { return lowerAscii(trimBlanks(name)) == "host"; });
 }
 
 // The Host header libcurl would send for the URL, written out so that it can be signed.

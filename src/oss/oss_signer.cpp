@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <set>
 
+#include "oss/oss_header_text.h"
+
 namespace quorvane::oss {
 namespace {
 
@@ -18,26 +20,10 @@ const std::set<std::string>& subResources() {
     return names;
 }
 
-std::string lower(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return s;
-}
-
-std::string trim(const std::string& s) {
-    auto b = s.find_first_not_of(" \t");
-    if (b == std::string::npos) return {};
-    auto e = s.find_last_not_of(" \t");
-    return s.substr(b, e - b + 1);
-}
-
 std::string headerValue(const foundation::Headers& headers, const std::string& name) {
     for (const auto& [k, v] : headers)
-        if (lower(k) == name) return v;
+        if (lowerAscii(k) == name) return v;
     return {};
-}
-
-bool hasHeader(const foundation::Headers& headers, const std::string& name) {
-    return std::any_of(headers.begin(), headers.end(), [&](const auto& h) { return lower(h.first) == name; });
 }
 
 }  // namespace
@@ -47,8 +33,8 @@ bool isSignedSubResource(const std::string& name) { return subResources().count(
 std::string canonicalizedOSSHeaders(const foundation::Headers& headers) {
     std::vector<std::pair<std::string, std::string>> picked;
     for (const auto& [k, v] : headers) {
-        auto name = lower(k);
-        if (name.rfind("x-oss-", 0) == 0) picked.emplace_back(name, trim(v));
+        auto name = lowerAscii(k);
+        if (name.rfind("x-oss-", 0) == 0) picked.emplace_back(name, trimBlanks(v));
     }
     std::stable_sort(picked.begin(), picked.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::string out;

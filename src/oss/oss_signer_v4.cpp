@@ -1,32 +1,16 @@
 #include "oss/oss_signer_v4.h"
 
 #include <algorithm>
-#include <cctype>
 
 #include "foundation/crypto.h"
 #include "oss/oss_error.h"
+#include "oss/oss_header_text.h"
 
 namespace quorvane::oss {
 namespace {
 
-std::string lower(std::string s) {
-    std::transform(s.begin(), s.end(), s.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return s;
-}
-
-std::string trim(const std::string& s) {
-    auto b = s.find_first_not_of(" \t");
-    if (b == std::string::npos) return {};
-    auto e = s.find_last_not_of(" \t");
-    return s.substr(b, e - b + 1);
-}
-
 bool alwaysSigned(const std::string& lowerName) {
     return lowerName == "content-type" || lowerName == "content-md5" || lowerName.rfind("x-oss-", 0) == 0;
-}
-
-bool hasHeader(const foundation::Headers& headers, const std::string& lowerName) {
-    return std::any_of(headers.begin(), headers.end(), [&](const auto& h) { return lower(h.first) == lowerName; });
 }
 
 std::string joined(const std::vector<std::string>& names, char separator) {
@@ -79,7 +63,7 @@ std::string v4CanonicalQuery(const OSSQuery& query) {
 std::vector<std::string> v4AdditionalHeaderNames(const std::vector<std::string>& names) {
     std::vector<std::string> out;
     for (const auto& name : names) {
-        auto l = lower(trim(name));
+        auto l = lowerAscii(trimBlanks(name));
         if (!l.empty() && !alwaysSigned(l)) out.push_back(l);
     }
     std::sort(out.begin(), out.end());
@@ -90,9 +74,9 @@ std::vector<std::string> v4AdditionalHeaderNames(const std::vector<std::string>&
 std::string v4CanonicalHeaders(const foundation::Headers& headers, const std::vector<std::string>& additional) {
     std::vector<std::pair<std::string, std::string>> picked;
     for (const auto& [k, v] : headers) {
-        auto name = lower(k);
+        auto name = lowerAscii(k);
         if (alwaysSigned(name) || std::binary_search(additional.begin(), additional.end(), name))
-            picked.emplace_back(name, trim(v));
+            picked.emplace_back(name, trimBlanks(v));
     }
     std::stable_sort(picked.begin(), picked.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::string out;
@@ -105,7 +89,7 @@ std::string v4CanonicalRequest(const std::string& method, const std::string& buc
                                const std::vector<std::string>& additional) {
     std::string payload = kOSSUnsignedPayload;
     for (const auto& [k, v] : headers)
-        if (lower(k) == "x-oss-content-sha256") payload = trim(v);
+        if (lowerAscii(k) == "x-oss-content-sha256") payload = trimBlanks(v);
     return method + "\n" + v4CanonicalUri(bucket, objectKey) + "\n" + v4CanonicalQuery(query) + "\n" +
            v4CanonicalHeaders(headers, additional) + "\n" + joined(additional, ';') + "\n" + payload;
 }
