@@ -28,7 +28,7 @@ std::string v4DateTime(foundation::SystemTime t) { return foundation::formatTime
 
 std::string v4Encode(std::string_view text) {
     // libcurl's escape keeps exactly the unreserved set and writes upper-case hex.
-    return text.empty() ? std::string() : foundation::urlEncode(text);
+    return foundation::urlEncode(text);
 }
 
 std::string v4CanonicalUri(const std::string& bucket, const std::string& objectKey) {

@@ -3,17 +3,9 @@
 #include <algorithm>
 
 #include "foundation/crypto.h"
+#include "oss/oss_header_text.h"
 
 namespace quorvane {
-namespace {
-
-std::string trimmed(const std::string& text) {
-    auto first = text.find_first_not_of(" \t");
-    if (first == std::string::npos) return "";
-    return text.substr(first, text.find_last_not_of(" \t") - first + 1);
-}
-
-}  // namespace
 
 std::string VODAcs3Signer::canonicalQuery(const std::vector<std::pair<std::string, std::string>>& query) {
     std::vector<std::pair<std::string, std::string>> encoded;
@@ -41,7 +33,7 @@ VODAcs3Signed VODAcs3Signer::sign(const VODAcs3Request& request, const std::stri
 
     std::string canonicalHeaders, signedHeaders;
     for (const auto& [name, value] : headers) {
-        canonicalHeaders += name + ":" + trimmed(value) + "\n";
+        canonicalHeaders += name + ":" + oss::trimBlanks(value) + "\n";
         signedHeaders += (signedHeaders.empty() ? "" : ";") + name;
     }
     out.canonicalQuery = canonicalQuery(request.query);
