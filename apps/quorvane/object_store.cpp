@@ -1,7 +1,10 @@
 #include "object_store.h"
 
 #include <algorithm>
+#include <charconv>
+#include <map>
 #include <memory>
+#include <mutex>
 
 #include "oss/oss_client.h"
 
@@ -40,43 +43,79 @@ std::optional<std::string> header(const foundation::Headers& headers, const std:
 
 }  // namespace
 
-std::vector<std::optional<StoredObject>> headObjects(const StoreAccess& access, const std::vector<std::string>& keys,
-                                                     std::size_t inFlight) {
-    // One client, so its connections are reused; a window of requests in flight, answers taken in order.
-    auto client = makeClient(access);
-    struct Pending {
+// Shared by the lookup and its requests' completions, which may run after the lookup is dropped.
+struct StoredObjectLookup::Impl : std::enable_shared_from_this<Impl> {
+    std::unique_ptr<oss::OSSClient> client;
+    std::string bucket;
+    std::vector<std::string> keys;
+    Answered answered;
+    std::mutex mutex;
+    std::size_t next = 0;
+    bool cancelled = false;
+    std::map<std::size_t, std::shared_ptr<oss::OSSHeadObjectRequest>> inFlight;
+
+    void sendNext() {
         std::shared_ptr<oss::OSSHeadObjectRequest> request;
-        oss::OSSTask<oss::OSSHeadObjectResult>::Ptr task;
-    };
-    std::vector<Pending> pending(keys.size());
-    std::vector<std::optional<StoredObject>> stored(keys.size());
-    auto send = [&](std::size_t i) {
-        pending[i].request = std::make_shared<oss::OSSHeadObjectRequest>();
-        pending[i].request->bucketName = access.bucket;
-        pending[i].request->objectKey = keys[i];
-        pending[i].task = client->headObject(pending[i].request);
-    };
-    inFlight = std::max<std::size_t>(inFlight, 1);
-    for (std::size_t i = 0; i < keys.size() && i < inFlight; ++i) send(i);
-    for (std::size_t i = 0; i < keys.size(); ++i) {
-        auto& [request, task] = pending[i];
-        bool answered = task->waitFor(kRequestWait);
-        if (!answered) request->cancel();
-        if (i + inFlight < keys.size()) send(i + inFlight);
-        auto result = answered ? task->result() : nullptr;
-        if (!answered || task->isFaulted() || !result) continue;
-        StoredObject object;
-        object.size = static_cast<std::uint64_t>(result->contentLength);
-        if (auto crc = header(result->httpResponseHeaderFields, "x-oss-hash-crc64ecma")) {
-            try {
-                object.crc64 = std::stoull(*crc);
-            } catch (const std::exception&) {
-            }
+        std::size_t index;
+        {
+            std::lock_guard lock(mutex);
+            if (cancelled || next >= keys.size()) return;
+            index = next++;
+            request = std::make_shared<oss::OSSHeadObjectRequest>();
+            request->bucketName = bucket;
+            request->objectKey = keys[index];
+            inFlight[index] = request;
         }
-        stored[i] = object;
+        auto task = client->headObject(request);
+        task->continueWithBlock([self = shared_from_this(), index](const oss::OSSTask<oss::OSSHeadObjectResult>& done) {
+            self->onAnswer(index, done);
+        });
     }
-    return stored;
+
+    void onAnswer(std::size_t index, const oss::OSSTask<oss::OSSHeadObjectResult>& task) {
+        {
+            std::lock_guard lock(mutex);
+            inFlight.erase(index);
+            if (cancelled) return;
+        }
+        std::optional<StoredObject> stored;
+        if (auto result = task.result(); result && !task.isFaulted()) {
+            StoredObject object;
+            object.size = static_cast<std::uint64_t>(result->contentLength);
+            if (auto crc = header(result->httpResponseHeaderFields, "x-oss-hash-crc64ecma")) {
+                std::uint64_t value = 0;
+                auto [end, ec] = std::from_chars(crc->data(), crc->data() + crc->size(), value);
+                if (ec == std::errc() && end == crc->data() + crc->size()) object.crc64 = value;
+            }
+            stored = object;
+        }
+        answered(index, stored);
+        sendNext();
+    }
+
+    void cancel() {
+        std::map<std::size_t, std::shared_ptr<oss::OSSHeadObjectRequest>> asked;
+        {
+            std::lock_guard lock(mutex);
+            cancelled = true;
+            asked.swap(inFlight);
+        }
+        for (auto& [index, request] : asked) request->cancel();
+    }
+};
+
+std::shared_ptr<StoredObjectLookup> StoredObjectLookup::start(const StoreAccess& access, std::vector<std::string> keys,
+                                                              std::size_t window, Answered answered) {
+    auto impl = std::make_shared<Impl>();
+    impl->client = makeClient(access);
+    impl->bucket = access.bucket;
+    impl->keys = std::move(keys);
+    impl->answered = std::move(answered);
+    for (std::size_t i = 0; i < std::max<std::size_t>(window, 1); ++i) impl->sendNext();
+    return std::shared_ptr<StoredObjectLookup>(new StoredObjectLookup(std::move(impl)));
 }
+
+StoredObjectLookup::~StoredObjectLookup() { impl_->cancel(); }
 
 std::string putEmptyObject(const StoreAccess& access, const std::string& key, std::string& code) {
     auto client = makeClient(access);

@@ -1,8 +1,9 @@
 #pragma once
 // Direct requests of `quorvane upload` to the object storage, outside the upload engine: whether an
-// object is stored already (HEAD: size and x-oss-hash-crc64ecma), and the PutObject of an empty file,
-// which the engine's multipart upload does not take.
+// object is stored already, and the PutObject of an empty file, which the engine does not take.
 #include <cstdint>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,10 +23,22 @@ struct StoredObject {
     std::optional<std::uint64_t> crc64;
 };
 
-// Each stored object's size and CRC-64, in the keys' order; nullopt where it is not there or cannot be
-// asked about. Up to `inFlight` requests at once.
-std::vector<std::optional<StoredObject>> headObjects(const StoreAccess& access, const std::vector<std::string>& keys,
-                                                     std::size_t inFlight);
+// Asks whether objects are stored (HEAD: size and x-oss-hash-crc64ecma) for keys in their order, with
+// up to `window` requests in flight on one client, while the uploads go on: each answer is handed to
+// `answered` (on a client thread) as it arrives: nullopt where nothing is stored or the service could not
+// be asked. Dropping the last reference cancels what is still asked.
+class StoredObjectLookup {
+public:
+    using Answered = std::function<void(std::size_t keyIndex, std::optional<StoredObject>)>;
+    static std::shared_ptr<StoredObjectLookup> start(const StoreAccess& access, std::vector<std::string> keys,
+                                                     std::size_t window, Answered answered);
+    ~StoredObjectLookup();
+
+private:
+    struct Impl;
+    explicit StoredObjectLookup(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
+    std::shared_ptr<Impl> impl_;
+};
 
 // Stores an empty object; "" or the service's error text.
 std::string putEmptyObject(const StoreAccess& access, const std::string& key, std::string& code);

@@ -42,7 +42,9 @@ UploadSession::UploadSession(UploadPlan plan, UploadProgressView& view, Embedded
       cloud_(cloud),
       running_(plan_.jobs.size()),
       outcomes_(plan_.jobs.size()),
-      skipped_(plan_.jobs.size(), false) {}
+      skipped_(plan_.jobs.size(), false),
+      lookedUp_(plan_.jobs.size(), false),
+      stored_(plan_.jobs.size()) {}
 
 std::string UploadSession::redacted(const std::string& text) const {
     return redactSecrets(text, {plan_.secret, plan_.token});
@@ -91,52 +93,69 @@ StoreAccess storeAccess(const UploadPlan& plan) {
             plan.expire,   plan.caFile,        plan.storageRegion, plan.signatureVersion};
 }
 
-// A file already stored under its key with the same size and CRC-64 is not sent again.
-void UploadSession::skipStored() {
-    std::vector<std::size_t> direct;
+void UploadSession::startLookup() {
     std::vector<std::string> keys;
     for (std::size_t i = 0; i < plan_.jobs.size(); ++i) {
         if (plan_.jobs[i].vod) continue;
-        direct.push_back(i);
+        lookupJobs_.push_back(i);
         keys.push_back(plan_.jobs[i].object);
     }
-    if (direct.empty() || interruptRequested()) return;
-    // Asked all at once (a window per upload slot, at least 8): many small files must not wait out one
-    // round trip each before the first byte goes.
-    auto stored = headObjects(storeAccess(plan_), keys, std::max(8, plan_.parallel * 2));
-    for (std::size_t n = 0; n < direct.size(); ++n) {
-        const std::size_t i = direct[n];
-        const auto& job = plan_.jobs[i];
-        if (interruptRequested()) return;
-        if (!stored[n] || stored[n]->size != job.size || !stored[n]->crc64) continue;
-        auto local = fileCrc64(job.path);
-        if (!local || *local != *stored[n]->crc64) continue;
-        skipped_[i] = true;
+    if (keys.empty()) return;
+    // A window per upload slot, at least 8: the answers for the next files are in before their slots free.
+    lookup_ = StoredObjectLookup::start(storeAccess(plan_), std::move(keys), std::max(8, plan_.parallel * 2),
+                                        [weak = weak_from_this()](std::size_t key, std::optional<StoredObject> stored) {
+                                            if (auto self = weak.lock())
+                                                self->onStoredAnswer(self->lookupJobs_[key], stored);
+                                        });
+}
+
+void UploadSession::onStoredAnswer(std::size_t index, std::optional<StoredObject> stored) {
+    {
         std::lock_guard lock(mutex_);
-        outcomes_[i] = FileOutcome{job.display, true, std::nullopt, plan_.bucket, job.object, job.size, {}, {}};
-        running_[i].ended = true;
-        view_.skipped(job.display, plan_.bucket, job.object, job.size);
+        lookedUp_[index] = true;
+        stored_[index] = stored;
     }
+    foundation::dispatch::main().async([weak = weak_from_this()] {
+        if (auto self = weak.lock()) self->launchMore();
+    });
+}
+
+// A file already stored under its key with the same size and CRC-64 is not sent again.
+bool UploadSession::skipIfStored(std::size_t index) {
+    const auto& job = plan_.jobs[index];
+    std::optional<StoredObject> stored;
+    {
+        std::lock_guard lock(mutex_);
+        stored = stored_[index];
+    }
+    if (!stored || stored->size != job.size || !stored->crc64) return false;
+    auto local = fileCrc64(job.path);
+    if (!local || *local != *stored->crc64) return false;
+    skipped_[index] = true;
+    {
+        std::lock_guard lock(mutex_);
+        outcomes_[index] = FileOutcome{job.display, true, std::nullopt, plan_.bucket, job.object, job.size, {}, {}};
+        running_[index].ended = true;
+    }
+    view_.skipped(job.display, plan_.bucket, job.object, job.size);
+    return true;
 }
 
 // The engine's multipart upload needs at least one byte; an empty file is one PutObject.
-void UploadSession::uploadEmptyFiles() {
-    for (std::size_t i = 0; i < plan_.jobs.size(); ++i) {
-        const auto& job = plan_.jobs[i];
-        if (job.vod || job.size != 0 || running_[i].ended) continue;
-        view_.started(job.display, UploadProgressView::Clock::now());
-        if (!readsEmpty(job.path)) {  // it has content now: an empty object would not be the file
-            end(i, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, "FileChanged",
+void UploadSession::uploadEmptyFile(std::size_t index) {
+    const auto& job = plan_.jobs[index];
+    view_.started(job.display, UploadProgressView::Clock::now());
+    if (!readsEmpty(job.path)) {  // it has content now: an empty object would not be the file
+        end(index, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, "FileChanged",
                                "the file was empty when the upload was planned and has content now"});
-            continue;
-        }
-        std::string code;
-        auto problem = putEmptyObject(storeAccess(plan_), job.object, code);
-        if (problem.empty())
-            end(i, FileOutcome{job.display, true, std::nullopt, plan_.bucket, job.object, 0, {}, {}});
-        else
-            end(i, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, code, redacted(problem)});
+        return;
     }
+    std::string code;
+    auto problem = putEmptyObject(storeAccess(plan_), job.object, code);
+    if (problem.empty())
+        end(index, FileOutcome{job.display, true, std::nullopt, plan_.bucket, job.object, 0, {}, {}});
+    else
+        end(index, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, code, redacted(problem)});
 }
 
 bool UploadSession::launch(std::size_t index) {
@@ -147,6 +166,7 @@ bool UploadSession::launch(std::size_t index) {
     slot.client = VODUploadClient::create(std::move(config));
     slot.client->setRecordDirectoryPath(plan_.recordDir);
     slot.client->setUploadPartSize(plan_.partSize);
+    slot.client->setSingleRequestUpload(true);  // a file no larger than a part: one request, not three
     slot.client->setMaxRetryCount(plan_.maxRetries);
     if (!plan_.region.empty()) slot.client->setRegion(plan_.region);
     slot.client->setStorageSignature(
@@ -185,13 +205,22 @@ void UploadSession::launchMore() {
                                               [](const Running& r) { return r.client && !r.ended; }));
     };
     while (next_ < plan_.jobs.size() && runningNow() < plan_.parallel) {
-        std::size_t index = next_++;
-        bool ended;
+        const std::size_t index = next_;
+        const auto& job = plan_.jobs[index];
+        bool ended, answered;
         {
             std::lock_guard lock(mutex_);
             ended = running_[index].ended;
+            answered = job.vod || lookedUp_[index];
         }
-        if (!ended) launch(index);
+        if (!ended && !answered) return;  // called again when the answer is in
+        ++next_;
+        if (ended || (!job.vod && skipIfStored(index))) continue;
+        if (!job.vod && job.size == 0)
+            uploadEmptyFile(index);
+        else
+            launch(index);
+        if (interruptRequested()) return;
     }
 }
 
@@ -314,6 +343,7 @@ bool UploadSession::waitUntilDone() {
 }
 
 void UploadSession::pauseForResume() {
+    lookup_.reset();
     for (auto& slot : running_)
         if (slot.client && slot.client->state() == VODClientState::Started) slot.client->pause();
     view_.interrupted(plan_.resumeHint);
@@ -364,8 +394,7 @@ int UploadSession::run() {
     std::uint64_t bytes = 0;
     for (const auto& job : plan_.jobs) bytes += job.size;
     view_.setPlanned(static_cast<int>(plan_.jobs.size()), bytes);
-    skipStored();
-    uploadEmptyFiles();
+    startLookup();
     foundation::dispatch::main().async([weak = weak_from_this()] {
         if (auto self = weak.lock()) self->launchMore();
     });

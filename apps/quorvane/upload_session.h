@@ -11,6 +11,7 @@
 
 #include "VODUpload/src/VODUploadClient.h"
 #include "embedded_cloud.h"
+#include "object_store.h"
 #include "upload_progress_view.h"
 
 namespace quorvane::app {
@@ -66,8 +67,13 @@ private:
         bool ended = false;
     };
     std::shared_ptr<VODUploadListener> makeListener(std::size_t index);
-    void skipStored();
-    void uploadEmptyFiles();
+    // Whether each direct upload's object is stored already is asked while the uploads go on, a few
+    // files ahead of the ones that start; a file starts once its answer is in.
+    void startLookup();
+    void onStoredAnswer(std::size_t index, std::optional<StoredObject> stored);
+    // After its answer: true when the file is stored with the same size and CRC-64 (nothing to send).
+    bool skipIfStored(std::size_t index);
+    void uploadEmptyFile(std::size_t index);
     void launchMore();
     bool launch(std::size_t index);
     void onStarted(std::size_t index);
@@ -93,6 +99,11 @@ private:
     mutable std::mutex mutex_;
     std::vector<std::optional<FileOutcome>> outcomes_;
     std::vector<bool> skipped_;
+    std::shared_ptr<StoredObjectLookup> lookup_;
+    std::vector<std::size_t> lookupJobs_;  // the job of each key the lookup asks about
+    // Per job: whether its lookup answered (direct uploads only), and what it found.
+    std::vector<bool> lookedUp_;
+    std::vector<std::optional<StoredObject>> stored_;
     bool fatal_ = false;  // the run cannot go on (credentials refused)
     int renewals_ = 0;
 };

@@ -34,6 +34,52 @@ bool Crc64BodySource::rewind() {
     return inner_->rewind();
 }
 
+namespace {
+
+OSSFileState stateOf(const struct stat& st) {
+    OSSFileState state;
+    state.size = static_cast<std::uint64_t>(st.st_size);
+    state.mtimeNs = static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
+    state.ctimeNs = static_cast<std::int64_t>(st.st_ctim.tv_sec) * 1000000000LL + st.st_ctim.tv_nsec;
+    state.inode = static_cast<std::uint64_t>(st.st_ino);
+    state.device = static_cast<std::uint64_t>(st.st_dev);
+    return state;
+}
+
+}  // namespace
+
+Error fileChangedError(const std::string& path) {
+    auto error = makeClientError(OSSClientErrorCodeFileCantRead,
+                                 "The file " + path + " changed while it was being uploaded");
+    error.userInfo["Code"] = "FileChanged";
+    return error;
+}
+
+FileStateCheckedBody::FileStateCheckedBody(std::shared_ptr<foundation::BodySource> inner, std::string path,
+                                           OSSFileState expected)
+    : inner_(std::move(inner)), path_(std::move(path)), expected_(expected) {}
+
+long long FileStateCheckedBody::read(char* buffer, std::size_t max) {
+    if (changed_) return -1;
+    long long n = inner_->read(buffer, max);
+    if (n > 0) read_ += static_cast<std::uint64_t>(n);
+    // One stat per request, when the last bytes are in hand and not yet sent.
+    if (n >= 0 && read_ >= inner_->size()) {
+        struct stat st {};
+        if (::stat(path_.c_str(), &st) != 0 || stateOf(st) != expected_) {
+            changed_ = true;
+            return -1;
+        }
+    }
+    return n;
+}
+
+bool FileStateCheckedBody::rewind() {
+    if (changed_) return false;
+    read_ = 0;
+    return inner_->rewind();
+}
+
 std::string pathFromFileURL(const std::string& fileURL) {
     if (fileURL.rfind("file://", 0) == 0) {
         auto rest = fileURL.substr(7);
@@ -61,11 +107,7 @@ std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* 
     if (fd < 0)
         return fail(OSSClientErrorCodeFileCantRead, "Can't read the file " + file.path + ": " + std::strerror(errno));
     ::close(fd);
-    file.size = static_cast<std::uint64_t>(st.st_size);
-    file.mtimeNs = static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1000000000LL + st.st_mtim.tv_nsec;
-    file.ctimeNs = static_cast<std::int64_t>(st.st_ctim.tv_sec) * 1000000000LL + st.st_ctim.tv_nsec;
-    file.inode = static_cast<std::uint64_t>(st.st_ino);
-    file.device = static_cast<std::uint64_t>(st.st_dev);
+    static_cast<OSSFileState&>(file) = stateOf(st);
     return file;
 }
 

@@ -38,6 +38,28 @@ std::string pathFromFileURL(const std::string& fileURL);
 // The file's state (size, times, inode, device), or a clear error: missing, a directory, not a regular
 // file, unreadable.
 std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* error);
+// The error of an upload whose file is no longer as it was when the upload began (Code "FileChanged").
+Error fileChangedError(const std::string& path);
+
+// A file's body that looks at the file again before it hands out its last bytes: if the file is no
+// longer in `expected` state, the read fails, so the request ends short and the service stores
+// nothing, and changed() tells why. A changed file cannot be rewound for another try.
+class FileStateCheckedBody : public foundation::BodySource {
+public:
+    FileStateCheckedBody(std::shared_ptr<foundation::BodySource> inner, std::string path, OSSFileState expected);
+    std::uint64_t size() const override { return inner_->size(); }
+    long long read(char* buffer, std::size_t max) override;
+    bool rewind() override;
+    bool changed() const { return changed_; }
+
+private:
+    std::shared_ptr<foundation::BodySource> inner_;
+    std::string path_;
+    OSSFileState expected_;
+    std::uint64_t read_ = 0;
+    bool changed_ = false;
+};
+
 // Reads a range and returns its CRC-64 (used to check parts the service holds against the file).
 std::optional<std::uint64_t> crc64OfFileRange(const std::string& path, std::uint64_t offset, std::uint64_t length);
 

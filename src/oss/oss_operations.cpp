@@ -47,17 +47,21 @@ std::optional<Error> checkSentBody(const char* what, const Crc64BodySource& body
     return checkCrc(what, body.crc64(), parseCrcHeader(response));
 }
 
-// A body from memory, or from a range of a file (nullopt data means the file).
+// A body from memory, or from a range of a file (nullopt data means the file). With `checked`, the file
+// is looked at again before its last bytes go (FileStateCheckedBody), against `expected`.
 std::shared_ptr<Crc64BodySource> makeBody(const std::optional<std::string>& data, const std::string& path,
-                                          std::uint64_t offset, std::uint64_t length, Error* error) {
+                                          std::uint64_t offset, std::uint64_t length, Error* error,
+                                          const OSSFileState* expected = nullptr,
+                                          std::shared_ptr<FileStateCheckedBody>* checked = nullptr) {
     if (data) return std::make_shared<Crc64BodySource>(foundation::makeStringBody(*data));
     Error openError;
-    auto inner = foundation::makeFileBody(path, offset, length, &openError);
+    std::shared_ptr<foundation::BodySource> inner = foundation::makeFileBody(path, offset, length, &openError);
     if (!inner) {
         *error = makeClientError(OSSClientErrorCodeFileCantRead, "Can't read the file " + path + ": " +
                                                                      openError.description);
         return nullptr;
     }
+    if (expected && checked) inner = *checked = std::make_shared<FileStateCheckedBody>(inner, path, *expected);
     return std::make_shared<Crc64BodySource>(std::move(inner));
 }
 
@@ -97,14 +101,24 @@ void startPutObject(const OSSOperationContext& context, const OSSPutObjectReques
     Error error;
     std::string path;
     std::uint64_t size = r.uploadingData ? r.uploadingData->size() : 0;
+    std::optional<OSSLocalFile> file;
     if (!r.uploadingData) {
-        auto file = inspectLocalFile(r.uploadingFileURL, &error);
+        file = inspectLocalFile(r.uploadingFileURL, &error);
         if (!file) return done(Out::failure(error));
         path = file->path;
         size = file->size;
     }
-    auto body = makeBody(r.uploadingData, path, 0, size, &error);
+    if (file && r.expectedFileState && *r.expectedFileState != file->state())
+        return done(Out::failure(fileChangedError(path)));
+    std::shared_ptr<FileStateCheckedBody> checked;
+    auto body = makeBody(r.uploadingData, path, 0, size, &error, r.expectedFileState ? &*r.expectedFileState : nullptr,
+                         &checked);
     if (!body) return done(Out::failure(error));
+    if (checked)  // a body cut short because the file changed fails as that, whatever the transport said
+        done = [inner = std::move(done), checked, path](Out outcome) {
+            if (outcome.error && checked->changed()) return inner(Out::failure(fileChangedError(path)));
+            inner(std::move(outcome));
+        };
     OSSHttpCall call{"PUT", r.bucketName, r.objectKey, {}, {}, nullptr, nullptr};
     addMeta(call.headers, r.contentType, r.objectMeta);
     sendBody<OSSPutObjectResult>(context, std::move(call), std::move(body), "object", r.uploadProgress, std::move(done));

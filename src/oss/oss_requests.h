@@ -29,6 +29,18 @@ private:
     std::shared_ptr<OSSCancellationToken> token_ = std::make_shared<OSSCancellationToken>();
 };
 
+// What shows that a local file's bytes may have changed, without reading them. Any write moves the
+// change time (ctime), which no program can set back, so a rewrite that restores the size and the
+// modification time still shows; a file replaced under the same name has another inode.
+struct OSSFileState {
+    std::uint64_t size = 0;
+    std::int64_t mtimeNs = 0;
+    std::int64_t ctimeNs = 0;
+    std::uint64_t inode = 0;
+    std::uint64_t device = 0;
+    bool operator==(const OSSFileState&) const = default;
+};
+
 // Single-request put of a file (streamed from disk) or of bytes in memory.
 struct OSSPutObjectRequest : OSSRequest {
     std::string bucketName;
@@ -38,6 +50,9 @@ struct OSSPutObjectRequest : OSSRequest {
     std::string contentType;                       // empty: none sent
     std::map<std::string, std::string> objectMeta; // extra headers ("x-oss-meta-*", ...)
     OSSNetworkingUploadProgressBlock uploadProgress;
+    // The file as the caller first saw it: a file in another state before the put, or changed before
+    // its last byte is sent, fails with "FileChanged" and nothing is stored.
+    std::optional<OSSFileState> expectedFileState;
 };
 
 struct OSSInitMultipartUploadRequest : OSSRequest {
@@ -97,18 +112,6 @@ struct OSSHeadObjectRequest : OSSRequest {
 // A multipart upload of a file that survives cancels and crashes: the parts already stored (per
 // the checkpoint in recordDirectoryPath, checked against the service's part list) are not sent
 // again. With an empty uploadId a new upload is initiated (or the checkpoint's one continued).
-// What shows that a local file's bytes may have changed, without reading them. Any write moves the
-// change time (ctime), which no program can set back, so a rewrite that restores the size and the
-// modification time still shows; a file replaced under the same name has another inode.
-struct OSSFileState {
-    std::uint64_t size = 0;
-    std::int64_t mtimeNs = 0;
-    std::int64_t ctimeNs = 0;
-    std::uint64_t inode = 0;
-    std::uint64_t device = 0;
-    bool operator==(const OSSFileState&) const = default;
-};
-
 struct OSSResumableUploadRequest : OSSRequest {
     std::string bucketName;
     std::string objectKey;

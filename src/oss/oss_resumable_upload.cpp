@@ -31,14 +31,6 @@ bool isServerCode(const Error& e, long long status, const char* code) {
     return e.domain == kOSSServerErrorDomain && e.code == -status && foundation::stringAt(e.userInfo, "Code") == code;
 }
 
-// The file's bytes may differ from the ones already sent: fail rather than store a mix of the two.
-Error fileChangedError(const std::string& path) {
-    auto error = makeClientError(OSSClientErrorCodeFileCantRead,
-                                 "The file " + path + " changed while it was being uploaded");
-    error.userInfo["Code"] = "FileChanged";
-    return error;
-}
-
 std::string normalizedETag(std::string s) {
     s.erase(std::remove(s.begin(), s.end(), '"'), s.end());
     std::transform(s.begin(), s.end(), s.begin(), ::toupper);

@@ -173,8 +173,10 @@ TEST_F(CliOptions, FortyFilesFourAtATimeAllArriveIntact) {
     std::mt19937 sizes(21);
     for (int i = 0; i < 40; ++i)
         makeFile("many/f" + std::to_string(i) + ".bin", 1 + sizes() % (300 * 1024), 100 + static_cast<unsigned>(i));
-    // The first requests are held back, so four files are under way before any can end.
-    for (int i = 0; i < 4; ++i) cloud_.addFault(Fault::delay("InitiateMultipartUpload", 3000));
+    // The first requests are held back, so four files are under way before any can end: a file larger
+    // than a part begins with an initiation, a smaller one is a single put.
+    for (const char* first : {"InitiateMultipartUpload", "PutObject"})
+        for (int i = 0; i < 4; ++i) cloud_.addFault(Fault::delay(first, 3000));
     auto process = run(target({"-r", "--jobs", "4", "--part-size", "102400", (root_ / "many").string()}), rootEnv());
     ASSERT_EQ(process->wait(kGenerous), 0) << process->errors();
     for (int i = 0; i < 40; ++i) {
@@ -272,7 +274,7 @@ TEST_F(CliOptions, ServerTextIsStrippedOfControlsAndSecretsInEveryMode) {
                                                          {"OSS_SESSION_TOKEN", sts.SecurityToken}};
     for (bool json : {false, true}) {
         cloud_.clearFaults();
-        cloud_.addFault(Fault::error("InitiateMultipartUpload", 400, "InvalidArgument", nasty));
+        cloud_.addFault(Fault::error("PutObject", 400, "InvalidArgument", nasty));
         auto args = target({file});
         if (!json) args.erase(std::find(args.begin(), args.end(), "--json"));
         auto process = run(args, env);
@@ -288,6 +290,36 @@ TEST_F(CliOptions, ServerTextIsStrippedOfControlsAndSecretsInEveryMode) {
             for (const auto& line : process->lines()) EXPECT_TRUE(foundation::parseJson(line)) << line;
         }
     }
+}
+
+// Round trips per file: a file no larger than a part is asked about and put, two requests; a larger one
+// is initiated, sent in parts and completed. The listener hears the same either way.
+TEST_F(CliOptions, AFileNoLargerThanAPartIsOneHeadAndOnePut) {
+    auto small = makeFile("one.bin", 102400, 41);
+    auto large = makeFile("two.bin", 102401, 42);
+    auto process = run(target({"--part-size", "102400", "--jobs", "1", small, large}), rootEnv());
+    ASSERT_EQ(process->wait(kGenerous), 0) << process->errors();
+    EXPECT_TRUE(stored("one.bin", small));
+    EXPECT_TRUE(stored("two.bin", large));
+    EXPECT_EQ(cloud_.requests("HeadObject").size(), 2u);
+    EXPECT_EQ(cloud_.requests("PutObject").size(), 1u);
+    EXPECT_EQ(cloud_.requests("InitiateMultipartUpload").size(), 1u);
+    EXPECT_EQ(cloud_.requests("UploadPart").size(), 2u);
+    EXPECT_EQ(cloud_.requests("CompleteMultipartUpload").size(), 1u);
+    for (const char* kind : {"started", "success"}) {
+        auto seen = events(*process, kind);
+        ASSERT_EQ(seen.size(), 2u) << kind;
+        EXPECT_EQ(seen[0]["file"], small) << kind;
+    }
+    std::uint64_t lastOfSmall = 0;
+    for (const auto& event : events(*process, "progress"))
+        if (event["file"] == small) lastOfSmall = event["uploaded"].get<std::uint64_t>();
+    EXPECT_EQ(lastOfSmall, 102400u);
+    // Nothing of the put is left to resume: a rerun only asks, and sends nothing.
+    auto again = run(target({"--part-size", "102400", small}), rootEnv());
+    ASSERT_EQ(again->wait(kGenerous), 0) << again->errors();
+    EXPECT_EQ(cloud_.requests("PutObject").size(), 1u);
+    EXPECT_EQ(events(*again, "skipped").size(), 1u);
 }
 
 TEST_F(CliOptions, AnEmptyFileBecomesAnEmptyObject) {
@@ -420,7 +452,7 @@ TEST_F(CliOptions, EveryRetryIsShownWithItsCountLimitCauseAndWait) {
 TEST_F(CliOptions, AnInternalErrorIsShownAsRequestRetriesThenFailsWithoutAnUploadRetry) {
     auto file = makeFile("five.bin", 300 * 1024, 37);
     for (int i = 0; i < 3; ++i) cloud_.addFault(Fault::error("InitiateMultipartUpload", 500, "InternalError"));
-    auto process = run(target({"--retries", "3", file}), rootEnv());
+    auto process = run(target({"--retries", "3", "--part-size", "102400", file}), rootEnv());
     EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
     EXPECT_TRUE(events(*process, "retry").empty());
     auto requestRetries = events(*process, "requestRetry");

@@ -11,6 +11,7 @@
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VodInfo.h"
 #include "engine_cloud_support.h"
+#include "foundation/http_client.h"
 #include "foundation/temp_files.h"
 #include "oss/credential_provider.h"
 #include "oss/oss_checkpoint.h"
@@ -147,6 +148,49 @@ TEST_F(FileIntegrity, VideoRegisteredWithTheServiceFailsTheSameWay) {
     ASSERT_EQ(videos.size(), 1u);
     expectFailedAsChanged(videos[0].bucket, videos[0].objectKey);
     VODObjectCache::sharedCache().clearObjectWithPath(clip);
+}
+
+// A file no larger than a part goes up as one PutObject: it is looked at again before its last bytes go,
+// so a change while it is on the wire stores nothing; a pause cancels the put and a resume sends it again.
+class SinglePut : public FileIntegrity {
+protected:
+    void SetUp() override {
+        FileIntegrity::SetUp();
+        client->setSingleRequestUpload(true);
+        // About 4 s on the wire for a part of 1 MiB, so the test acts while the body is being sent.
+        foundation::setProcessSendRateLimit(256 * 1024);
+    }
+    void TearDown() override {
+        foundation::setProcessSendRateLimit(0);
+        FileIntegrity::TearDown();
+    }
+};
+
+TEST_F(SinglePut, AFileChangedWhileItIsSentIsNotStored) {
+    auto path = makeFile("small.bin", randomBytes(kMiB, 5));
+    initChangingAtFirstProgress([&] { rewriteKeepingSizeAndMtime(path, kMiB - 4096, 4096); });
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/small.bin"));
+    ASSERT_TRUE(client->start());
+    expectFailedAsChanged(bucket(), "in/small.bin");
+    EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());
+}
+
+TEST_F(SinglePut, APausedPutIsSentAgainWholeOnResume) {
+    auto bytes = randomBytes(kMiB, 6);
+    auto path = makeFile("paused.bin", bytes);
+    initWith([](VODUploadListener&) {});
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/paused.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(waitUntil([&] { return listener.count("progress") > 0; }, 30s));
+    ASSERT_TRUE(client->pause());
+    EXPECT_EQ(client->listFiles().at(0)->state, UploadFileState::Uploading);
+    foundation::setProcessSendRateLimit(0);
+    ASSERT_TRUE(client->resume());
+    ASSERT_TRUE(waitForEnd(listener));
+    ASSERT_EQ(listener.count("finish"), 1);
+    EXPECT_EQ(cloud.objectBytes(bucket(), "in/paused.bin"), bytes);
+    EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());
+    EXPECT_EQ(openUploads(), 0u);
 }
 
 // The check must not cost a good upload anything: an untouched file still goes up whole.

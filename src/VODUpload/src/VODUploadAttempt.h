@@ -19,6 +19,8 @@ struct VODUploadAttempt {
     std::shared_ptr<VODInnerFileInfo> curInnerFileInfo;  // identity of the file (resume cache, reports)
     // The file as its upload began: every (re)start of the upload fails if the file is no longer so.
     std::optional<oss::OSSFileState> fileState;
+    // The file goes up as one PutObject (no larger than a part): no upload id, nothing to resume.
+    bool wholeFilePut = false;
 };
 
 }  // namespace quorvane

@@ -72,6 +72,8 @@ bool VODUploadClient::recordUploadProgress() const { return engine_->recordUploa
 void VODUploadClient::setRecordUploadProgress(bool on) { engine_->setRecordUploadProgress(on); }
 std::int32_t VODUploadClient::uploadPartSize() const { return engine_->uploadPartSize(); }
 void VODUploadClient::setUploadPartSize(std::int32_t bytes) { engine_->setUploadPartSize(bytes); }
+bool VODUploadClient::singleRequestUpload() const { return engine_->singleRequestUpload(); }
+void VODUploadClient::setSingleRequestUpload(bool on) { engine_->setSingleRequestUpload(on); }
 std::int64_t VODUploadClient::partSizeFor(std::int64_t fileSize) const { return engine_->partSizeFor(fileSize); }
 std::string VODUploadClient::region() const { return engine_->region(); }
 void VODUploadClient::setRegion(std::string region) { engine_->setRegion(std::move(region)); }

@@ -102,6 +102,12 @@ public:
     void setRecordUploadProgress(bool on);
     std::int32_t uploadPartSize() const;
     void setUploadPartSize(std::int32_t bytes);
+    // Off by default. On: a file put straight into a bucket (no video-service registration) that is no
+    // larger than uploadPartSize goes up as one PutObject, its CRC-64 checked, instead of an initiation,
+    // one part and a completion: two round trips fewer, the same listener calls and events, and no
+    // upload id or record left to resume (a pause or a retry sends it again).
+    bool singleRequestUpload() const;
+    void setSingleRequestUpload(bool on);
     // The part size an upload of a file of `fileSize` bytes uses: uploadPartSize, enlarged so that no
     // file needs more than 4999 parts.
     std::int64_t partSizeFor(std::int64_t fileSize) const;

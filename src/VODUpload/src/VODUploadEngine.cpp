@@ -109,6 +109,8 @@ void VODUploadEngine::setRecordUploadProgress(bool on) {
 
 std::int32_t VODUploadEngine::uploadPartSize() const { return serially([&] { return uploadPartSize_; }); }
 void VODUploadEngine::setUploadPartSize(std::int32_t bytes) { serially([&] { uploadPartSize_ = bytes; }); }
+bool VODUploadEngine::singleRequestUpload() const { return serially([&] { return singleRequestUpload_; }); }
+void VODUploadEngine::setSingleRequestUpload(bool on) { serially([&] { singleRequestUpload_ = on; }); }
 
 std::string VODUploadEngine::region() const { return serially([&] { return region_; }); }
 void VODUploadEngine::setRegion(std::string region) { serially([&] { region_ = std::move(region); }); }

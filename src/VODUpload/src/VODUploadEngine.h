@@ -122,6 +122,8 @@ public:
     void startOSSClientUpload();
     void initMultiUpload();
     void resumableUpload();
+    // A direct upload's file no larger than a part, when singleRequestUpload is on: one PutObject.
+    void putWholeFile();
 
     // --- Create-upload requests ---
     void createUploadVideo();
@@ -162,6 +164,8 @@ public:
     void setRecordUploadProgress(bool on);
     std::int32_t uploadPartSize() const;
     void setUploadPartSize(std::int32_t bytes);
+    bool singleRequestUpload() const;
+    void setSingleRequestUpload(bool on);
     std::int64_t partSizeFor(std::int64_t fileSize) const;
     std::string region() const;
     void setRegion(std::string region);
@@ -247,6 +251,14 @@ private:
     bool makeOSSClient();
     void onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task);
     void onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task);
+    std::shared_ptr<VODUploadProgressContext> progressContext() const;
+    // The progress block of the current file's upload request, reporting on the queue.
+    std::function<void(std::int64_t, std::int64_t, std::int64_t)> progressHandler();
+    // The end of the file's upload (multipart or single put): nullptr on success.
+    void onUploadEnded(const Error* error);
+    // Whether the current file's upload has begun (an upload id, or its single put), so that a resume
+    // continues it rather than take the next Ready file.
+    bool uploadUnderWay() const;
     bool restartGoneRecordedUpload(const Error& error);
     void handleUploadError(const Error& error, UploadStep step);
     void retryUploadStep(const Error& error, UploadStep step);
@@ -274,7 +286,7 @@ private:
     std::optional<std::string> curUploadAddress_;
     std::vector<std::shared_ptr<UploadFileInfo>> uploadList_;
     std::shared_ptr<UploadFileInfo> cur_;
-    std::shared_ptr<oss::OSSResumableUploadRequest> resumableUploadReq_;
+    std::shared_ptr<oss::OSSRequest> uploadRequest_;  // the running multipart upload or single put
     std::shared_ptr<VODUploadListener> callback_;
     std::shared_ptr<AVCVEventManager> eventManager_;
     std::shared_ptr<OSSConfig> openApiConfig_;
@@ -285,6 +297,7 @@ private:
     std::int32_t maxRetryCount_ = 2147483647;
     std::string recordDirectoryPath_;
     std::int32_t uploadPartSize_ = 1048576;
+    bool singleRequestUpload_ = false;
     std::string region_ = "cn-shanghai";
     std::optional<std::string> appId_;
     std::optional<std::string> workflowId_;

@@ -4,7 +4,7 @@
 namespace quorvane {
 
 void VODUploadEngine::continueAfterNewCredentials() {
-    if (attempt_.uploadId && !attempt_.uploadId->empty()) {
+    if (uploadUnderWay()) {
         // The expiry struck during the multipart upload. Credentials the service issued for the file
         // are asked for again (a refresh); the caller's own continue the same upload directly.
         bool issued;

@@ -63,7 +63,7 @@ bool VODUploadEngine::addFile(const std::string& filePath, std::string endpoint,
 
 // Cancels the request under way, if any; says so when it reports itself cancelled.
 void VODUploadEngine::cancelUploadRequest(bool logWhenNone) {
-    const auto request = resumableUploadReq_;
+    const auto request = uploadRequest_;
     if (!request) {
         if (logWhenNone) vodLogDebug(kLogSource, "No runnning upload request.");
         return;
@@ -149,7 +149,7 @@ bool VODUploadEngine::stop() {
         if (state_ != VODClientState::Started && state_ != VODClientState::Paused) return false;
         transitionTo(VODClientState::Stopped);
         cancelUploadRequest(true);
-        resumableUploadReq_.reset();
+        uploadRequest_.reset();
         return true;
     });
 }
@@ -169,7 +169,7 @@ bool VODUploadEngine::resume() {
         vodLogDebug(kLogSource, "resume called.");
         if (state_ != VODClientState::Paused) return false;
         transitionTo(VODClientState::Started);
-        if (attempt_.uploadId && !attempt_.uploadId->empty())
+        if (uploadUnderWay())
             resumableUpload();
         else
             next();

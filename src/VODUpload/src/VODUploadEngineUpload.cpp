@@ -85,7 +85,10 @@ void VODUploadEngine::startOSSClientUpload() {
 
 void VODUploadEngine::initMultiUpload() {
     serially([&] {
-        vodLogDebug(kLogSource, "send initMultiUpload request.....");
+        const bool whole = singleRequestUpload_ && cur_ && !cur_->vodInfo && attempt_.fileState &&
+                           attempt_.fileState->size > 0 &&
+                           attempt_.fileState->size <= static_cast<std::uint64_t>(std::max(0, uploadPartSize_));
+        if (!whole) vodLogDebug(kLogSource, "send initMultiUpload request.....");
         if (!cur_ || !client_) return;
         const std::string bucket = cur_->bucket.value_or(""), object = cur_->object.value_or("");
         // An upload an earlier run (a crash, a restart) began for this very file holds its stored
@@ -95,6 +98,14 @@ void VODUploadEngine::initMultiUpload() {
             sendStartEvent();
             attempt_.uploadIdFromRecord = true;
             onUploadIdReady(*recorded, false);
+            return;
+        }
+        if (whole) {
+            sendStartEvent();
+            if (retryNotify_ != 0) retryNotify_ = 0;  // as an initiation's success: the upload has not moved
+            attempt_.wholeFilePut = true;
+            cur_->state = UploadFileState::Uploading;
+            putWholeFile();
             return;
         }
         auto request = std::make_shared<oss::OSSInitMultipartUploadRequest>();
@@ -129,8 +140,66 @@ void VODUploadEngine::onUploadIdReady(const std::string& uploadId, bool fresh) {
     resumableUpload();
 }
 
+bool VODUploadEngine::uploadUnderWay() const {
+    return attempt_.wholeFilePut || (attempt_.uploadId && !attempt_.uploadId->empty());
+}
+
+std::shared_ptr<VODUploadProgressContext> VODUploadEngine::progressContext() const {
+    auto context = std::make_shared<VODUploadProgressContext>();
+    context->fileInfo = attempt_.curInnerFileInfo;
+    context->file = cur_;
+    context->uploadId = attempt_.uploadId.value_or("");
+    context->videoId = attempt_.curVideoId.value_or("");
+    context->uploadAddress = curUploadAddress_.value_or("");
+    context->region = region_;
+    context->partSize = uploadPartSize_;
+    if (callback_) {
+        context->retryResume = callback_->retryResume;
+        context->progress = callback_->progress;
+    }
+    return context;
+}
+
+std::function<void(std::int64_t, std::int64_t, std::int64_t)> VODUploadEngine::progressHandler() {
+    return [weak = weak_from_this(), context = progressContext()](std::int64_t bytesSent, std::int64_t totalSent,
+                                                                  std::int64_t totalExpected) {
+        if (auto self = weak.lock())
+            self->later([context, bytesSent, totalSent, totalExpected](VODUploadEngine& c) {
+                c.onProgress(context, bytesSent, totalSent, totalExpected);
+            });
+    };
+}
+
+void VODUploadEngine::putWholeFile() {
+    serially([&] {
+        vodLogDebug(kLogSource, "send putObject request.....");
+        if (!cur_ || !client_) return;
+        client_->setCredentialProvider(getCredentialProvider());
+        auto request = std::make_shared<oss::OSSPutObjectRequest>();
+        request->bucketName = cur_->bucket.value_or("");
+        request->objectKey = cur_->object.value_or("");
+        request->uploadingFileURL = cur_->filePath;
+        request->expectedFileState = attempt_.fileState;
+        request->uploadProgress = progressHandler();
+        uploadRequest_ = request;
+        auto task = client_->putObject(request);
+        task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
+            if (auto self = weak.lock())
+                self->later([task](VODUploadEngine& c) {
+                    if (auto error = task->error()) {
+                        vodLogDebug(kLogSource, "putObject error: " + error->toString());
+                        c.onUploadEnded(&*error);
+                    } else {
+                        c.onUploadEnded(nullptr);
+                    }
+                });
+        });
+    });
+}
+
 void VODUploadEngine::resumableUpload() {
     serially([&] {
+        if (attempt_.wholeFilePut) return putWholeFile();  // a retry or a resume of the single put
         vodLogDebug(kLogSource, "send resumableUpload request.....");
         if (!cur_ || !client_) return;
         client_->setCredentialProvider(getCredentialProvider());
@@ -146,25 +215,7 @@ void VODUploadEngine::resumableUpload() {
         request->uploadingFileURL = cur_->filePath;
         request->expectedFileState = attempt_.fileState;
 
-        auto context = std::make_shared<VODUploadProgressContext>();
-        context->fileInfo = attempt_.curInnerFileInfo;
-        context->file = cur_;
-        context->uploadId = attempt_.uploadId.value_or("");
-        context->videoId = attempt_.curVideoId.value_or("");
-        context->uploadAddress = curUploadAddress_.value_or("");
-        context->region = region_;
-        context->partSize = uploadPartSize_;
-        if (callback_) {
-            context->retryResume = callback_->retryResume;
-            context->progress = callback_->progress;
-        }
-        request->uploadProgress = [weak = weak_from_this(), context](std::int64_t bytesSent, std::int64_t totalSent,
-                                                                     std::int64_t totalExpected) {
-            if (auto self = weak.lock())
-                self->later([context, bytesSent, totalSent, totalExpected](VODUploadEngine& c) {
-                    c.onProgress(context, bytesSent, totalSent, totalExpected);
-                });
-        };
+        request->uploadProgress = progressHandler();
 
         request->uploadResumed = [weak = weak_from_this(), file = cur_](std::uint64_t stored, std::uint64_t) {
             if (auto self = weak.lock())
@@ -173,7 +224,7 @@ void VODUploadEngine::resumableUpload() {
                 });
         };
 
-        resumableUploadReq_ = request;
+        uploadRequest_ = request;
         auto task = client_->resumableUpload(request);
         task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
             if (auto self = weak.lock()) self->later([task](VODUploadEngine& c) { c.onResumableUpload(*task); });
@@ -210,9 +261,16 @@ void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>
 }
 
 void VODUploadEngine::onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task) {
-    if (auto error = task.error()) {
+    auto error = task.error();
+    if (error) {
         vodLogDebug(kLogSource, "resumableUpload error: " + error->toString());
         if (restartGoneRecordedUpload(*error)) return;
+    }
+    onUploadEnded(error ? &*error : nullptr);
+}
+
+void VODUploadEngine::onUploadEnded(const Error* error) {
+    if (error) {
         if (error->code != 5) {
             const Value params = {{"code", error->code}, {"message", error->description}};
             sendUploadEvent(20006, params);
@@ -244,7 +302,7 @@ void VODUploadEngine::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
         }
         callback_->finish(file, result);
     }
-    resumableUploadReq_.reset();
+    uploadRequest_.reset();
     sendUploadEvent(20003, Value::object());
     next();
 }
@@ -261,7 +319,7 @@ bool VODUploadEngine::restartGoneRecordedUpload(const Error& error) {
                             " an earlier run began; starting a new upload";
     vodLogDebug(kLogSource, "Recorded upload gone: " + why);
     attempt_.uploadId.reset();
-    resumableUploadReq_.reset();
+    uploadRequest_.reset();
     if (callback_ && callback_->restarted) callback_->restarted(cur_, why);
     initMultiUpload();
     return true;
