@@ -66,6 +66,9 @@ std::string ossStringToSign(const OssSignedRequest& r) {
 std::optional<OssAuthFailure> checkOssSignature(const OssSignedRequest& r, const KeyLookup& lookup,
                                                 const OssSignaturePolicy& policy, foundation::SystemTime now) {
     auto auth = headerValue(r.headers, "Authorization");
+    const bool presigned = std::any_of(r.params.begin(), r.params.end(),
+                                       [](const auto& p) { return p.first == "x-oss-signature-version"; });
+    if (!auth && presigned) return checkOssV4PresignedSignature(r, lookup, policy, now);
     if (!auth) return authFailure(403, "AccessDenied", "You have no right to access this object because of bucket acl.");
     if (startsWith(*auth, "OSS4-HMAC-SHA256 ")) return checkOssV4Signature(r, *auth, lookup, policy, now);
     auto colon = auth->rfind(':');
