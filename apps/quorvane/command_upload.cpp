@@ -23,6 +23,7 @@
 #include "upload_records.h"
 #include "upload_session.h"
 #include "upload_targets.h"
+#include "store_options.h"
 
 namespace quorvane::app {
 namespace {
@@ -65,7 +66,10 @@ std::string optionsProblem(const UploadOptions& o) {
 }
 
 // The jobs, or a usage problem in `problem`. `o.files` has lost its oss:// destination by now.
-std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, std::string& problem) {
+// `bucketNamed`: the command line named a bucket or endpoint (a profile's do not send media files past the
+// video service).
+std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, bool bucketNamed, bool serviceNamed,
+                                std::string& problem) {
     Selection selection{o.recursive, o.include, o.exclude};
     auto files = selectFiles(o.files, selection, problem);
     if (!problem.empty()) return {};
@@ -79,7 +83,7 @@ std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, std
         UploadJob job{file.display, file.path, {}, false, file.size};
         // Media files go to the video service unless a bucket is named: a named endpoint is never
         // passed over for the region's real video service.
-        job.vod = o.vod || (!o.oss && !o.namesBucket() && isMediaFile(file.path));
+        job.vod = o.vod || (!o.oss && !bucketNamed && isMediaFile(file.path));
         if (o.vod && !isMediaFile(file.path)) {
             problem = file.display + ": --vod takes video, audio or image files (known by their extension)";
             return {};
@@ -93,8 +97,9 @@ std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, std
                                      "its own (add --oss)";
             return {};
         }
-        if (!job.vod && o.namesService() && (o.endpoint.empty() || o.bucket.empty())) {
-            problem = file.display + ": direct uploads need --endpoint and --bucket (or oss://BUCKET/KEY)";
+        if (!job.vod && serviceNamed && (o.endpoint.empty() || o.bucket.empty())) {
+            problem = file.display + ": direct uploads need an endpoint and a bucket (--endpoint and --bucket or "
+                                     "oss://BUCKET/KEY, or a profile's: quorvane config)";
             return {};
         }
         if (!job.vod) direct.push_back(file);
@@ -158,16 +163,33 @@ int runUpload(UploadOptions options) {
     if (auto problem = optionsProblem(options); !problem.empty()) return usageError(problem);
     std::string problem;
 
-    const bool embedded = !options.namesService();
+    // Keys in the environment, or a profile with an endpoint, name a service as much as options do: the
+    // same command never goes to the local cloud with one and to a service with the other.
+    const Environment env = [](const char* name) { return std::getenv(name); };
+    StoreOptions storeOptions;
+    storeOptions.endpoint = options.endpoint;
+    storeOptions.keyId = options.keyId;
+    storeOptions.secret = options.secret;
+    storeOptions.token = options.token;
+    storeOptions.profile = options.profile;
+    storeOptions.credentialsFile = options.credentialsFile;
+    const bool bucketNamed = options.namesBucket();
+    const bool embedded = !options.namesService() && !storeNamesService(storeOptions, env);
+    if (!embedded && !options.storage.empty())
+        return usageError("--storage is for the local cloud; it cannot go with service options, keys in the "
+                          "environment or a profile with an endpoint");
     Credentials credentials;
     if (!embedded) {
-        CredentialInputs inputs{{options.keyId, options.secret, options.token, options.expire, {}, {}},
-                                options.profile,
-                                options.credentialsFile,
-                                [](const char* name) { return std::getenv(name); }};
+        CredentialInputs inputs{{options.keyId, options.secret, options.token, options.expire, {}, {}, {}, {}},
+                                options.profile, options.credentialsFile, env};
         auto resolved = resolveCredentials(inputs, problem);
-        if (!resolved) return usageError(problem);
-        credentials = *resolved;
+        // A dry run sends nothing: it needs no keys, only where the files would go.
+        if (!resolved && !options.dryRun) return usageError(problem);
+        problem.clear();
+        if (resolved) credentials = *resolved;
+        // The endpoint, region and bucket of the place the keys came from, where the command line gives none.
+        if (options.endpoint.empty()) options.endpoint = credentials.endpoint;
+        if (options.bucket.empty()) options.bucket = credentials.bucket;
         if (!credentials.token.empty() && credentials.expire.empty()) {
             // The engine keeps an expiry with temporary credentials but never acts on it: the service
             // says when they have expired.
@@ -178,7 +200,7 @@ int runUpload(UploadOptions options) {
         }
     }
 
-    auto jobs = planJobs(options, rule, problem);
+    auto jobs = planJobs(options, rule, bucketNamed, !embedded, problem);
     if (!problem.empty()) return usageError(problem);
 
     if (options.dryRun) {

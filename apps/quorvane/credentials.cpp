@@ -82,7 +82,8 @@ std::optional<Credentials> profileCredentials(const CredentialInputs& in, std::s
     }
     Credentials c{firstOf(it->second, kKeyIdNames), firstOf(it->second, kSecretNames),
                   firstOf(it->second, kTokenNames), firstOf(it->second, kExpireNames),
-                  "profile " + name + " (" + path + ")", firstOf(it->second, {"region"})};
+                  "profile " + name + " (" + path + ")", firstOf(it->second, {"region"}),
+                  firstOf(it->second, {"endpoint"}), firstOf(it->second, {"bucket"})};
     if (c.keyId.empty() || c.secret.empty()) {
         problem = "profile '" + name + "' in " + path + " needs access_key_id and access_key_secret";
         return std::nullopt;
@@ -115,6 +116,9 @@ std::optional<Credentials> resolveCredentials(const CredentialInputs& in, std::s
         }
         Credentials c = f;
         c.source = "command line";
+        // The service of keys typed in: the command line's, else the environment's.
+        c.endpoint = envOf(in, {"OSS_ENDPOINT"});
+        if (c.region.empty()) c.region = envOf(in, {"OSS_REGION", "ALIBABA_CLOUD_REGION_ID"});
         return c;
     }
     if (!in.profile.empty() || !in.credentialsFile.empty()) {  // asked for by name: it wins over the environment
@@ -125,7 +129,7 @@ std::optional<Credentials> resolveCredentials(const CredentialInputs& in, std::s
     Credentials env{envOf(in, {"OSS_ACCESS_KEY_ID", "ALIBABA_CLOUD_ACCESS_KEY_ID"}),
                     envOf(in, {"OSS_ACCESS_KEY_SECRET", "ALIBABA_CLOUD_ACCESS_KEY_SECRET"}),
                     envOf(in, {"OSS_SESSION_TOKEN", "ALIBABA_CLOUD_SECURITY_TOKEN"}), {}, "environment",
-                    envOf(in, {"OSS_REGION", "ALIBABA_CLOUD_REGION_ID"})};
+                    envOf(in, {"OSS_REGION", "ALIBABA_CLOUD_REGION_ID"}), envOf(in, {"OSS_ENDPOINT"}), {}};
     if (!env.keyId.empty() || !env.secret.empty()) {
         if (env.keyId.empty() || env.secret.empty()) {
             problem = "the environment has only half a key pair (OSS_ACCESS_KEY_ID and OSS_ACCESS_KEY_SECRET)";
@@ -140,6 +144,18 @@ std::optional<Credentials> resolveCredentials(const CredentialInputs& in, std::s
                   "or add a [default] profile to " + defaultCredentialsFile(in.env);
     if (c && !f.token.empty()) c->token = f.token, c->expire = f.expire;
     return c;
+}
+
+bool defaultProfileNamesService(const CredentialInputs& in) {
+    if (!envOf(in, {"QUORVANE_PROFILE"}).empty()) return true;
+    std::error_code ec;
+    if (!fs::exists(defaultCredentialsFile(in.env), ec)) return false;
+    CredentialInputs quiet = in;
+    quiet.profile.clear();
+    quiet.credentialsFile.clear();
+    std::string problem;
+    auto c = profileCredentials(quiet, problem);
+    return c && !c->endpoint.empty();
 }
 
 std::optional<long long> parseIsoUtc(const std::string& text) {
