@@ -90,7 +90,7 @@ bool checkPartList(OssRequest& r, const std::vector<CompletePart>& list, const S
 void initiateMultipartUpload(OssRequest& r) {
     auto& ex = r.ex;
     auto type = ex.header("Content-Type").value_or("application/octet-stream");
-    auto id = ex.impl.storage.createUpload(r.bucket, r.key, type, metaHeaders(ex));
+    auto id = ex.impl.storage.createUpload(r.bucket, r.key, type, metaHeaders(ex), ossTime(ex.impl.now()));
     if (!id) return internalError(r);
     xmlOk(ex, initiateResultXml(r.bucket, r.key, *id));
 }
@@ -163,7 +163,7 @@ void completeMultipartUpload(OssRequest& r) {
 
     foundation::Md5Stream etagDigest;
     ObjectInfo info{r.bucket, r.key, 0, "", 0, upload->info.contentType, upload->metadata, ex.header("x-oss-notification"),
-                    nullptr, ossTime(ex.impl.now()), static_cast<int>(list->size())};
+                    nullptr, ossTime(ex.impl.now()), static_cast<int>(list->size()), "default", {}};
     std::vector<int> numbers;
     for (const auto& item : *list) {
         const auto& part = *std::find_if(upload->info.parts.begin(), upload->info.parts.end(),

@@ -55,7 +55,7 @@ bool Storage::hasBucket(const std::string& bucket) const {
 
 void Storage::createBucket(const std::string& bucket) {
     std::lock_guard lock(mutex_);
-    buckets_.insert(bucket);
+    buckets_.emplace(bucket, ossTime(std::chrono::system_clock::now()));
     if (!dir_.empty()) {
         std::error_code ec;
         fs::create_directories(fs::path(dir_) / "buckets" / bucket, ec);
@@ -101,7 +101,7 @@ void removeFiles(const Blob& blob) {
 // False, with nothing changed, when the record cannot be written.
 bool Storage::putObjectLocked(StoredObject object) {
     if (!saveObjectMeta(object)) return false;
-    buckets_.insert(object.info.bucket);
+    buckets_.emplace(object.info.bucket, object.info.lastModified);
     auto& slot = objects_[{object.info.bucket, object.info.key}];
     std::error_code ec;
     for (const auto& old : slot.blob.pieces) {
@@ -144,9 +144,10 @@ std::vector<ObjectInfo> Storage::objects() const {
 
 std::optional<std::string> Storage::createUpload(const std::string& bucket, const std::string& key,
                                                  const std::string& contentType,
-                                                 const std::map<std::string, std::string>& metadata) {
+                                                 const std::map<std::string, std::string>& metadata,
+                                                 const std::string& initiated) {
     StoredUpload upload;
-    upload.info = {randomHex(32, true), bucket, key, contentType, UploadState::Open, {}};
+    upload.info = {randomHex(32, true), bucket, key, contentType, UploadState::Open, {}, initiated};
     upload.metadata = metadata;
     std::lock_guard lock(mutex_);
     if (!dir_.empty()) {
@@ -263,7 +264,12 @@ void Storage::loadObjects() {
     std::error_code ec;
     for (const auto& bucketDir : fs::directory_iterator(fs::path(dir_) / "buckets", ec)) {
         if (!bucketDir.is_directory()) continue;
-        buckets_.insert(bucketDir.path().filename().string());
+        std::error_code timeError;
+        auto made = fs::last_write_time(bucketDir.path(), timeError);
+        auto created = timeError ? std::chrono::system_clock::now()
+                                 : std::chrono::time_point_cast<std::chrono::system_clock::duration>(
+                                       std::chrono::file_clock::to_sys(made));
+        buckets_.emplace(bucketDir.path().filename().string(), ossTime(created));
         for (const auto& file : fs::directory_iterator(bucketDir.path(), ec)) {
             if (file.path().extension() != ".json") continue;
             auto json = readJsonFile(file.path().string());
