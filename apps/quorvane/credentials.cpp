@@ -1,6 +1,6 @@
 #include "credentials.h"
 
-#include <ini.h>
+#include "profile_file.h"
 
 #include <cctype>
 #include <cerrno>
@@ -22,17 +22,6 @@ const std::vector<std::string> kKeyIdNames{"access_key_id", "accesskeyid", "acce
 const std::vector<std::string> kSecretNames{"access_key_secret", "accesskeysecret", "access-key-secret"};
 const std::vector<std::string> kTokenNames{"security_token", "sts_token", "ststoken", "session_token", "sts-token"};
 const std::vector<std::string> kExpireNames{"expiration", "expire"};
-
-std::string lower(std::string text) {
-    for (auto& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-int onIniEntry(void* user, const char* section, const char* name, const char* value) {
-    auto* sections = static_cast<std::map<std::string, Section>*>(user);
-    (*sections)[section][lower(name)] = value;
-    return 1;
-}
 
 std::string firstOf(const Section& section, const std::vector<std::string>& names) {
     for (const auto& name : names)
@@ -62,18 +51,13 @@ std::optional<Credentials> profileCredentials(const CredentialInputs& in, std::s
         problem = "credentials file " + path + " is not a regular file";
         return std::nullopt;
     }
-    FILE* file = std::fopen(path.c_str(), "r");
-    if (!file) {
-        problem = "cannot read the credentials file " + path + ": " + std::strerror(errno);
+    std::string unreadable;
+    auto parsed = readProfiles(path, unreadable);
+    if (!parsed) {
+        problem = "credentials file " + path + ": " + unreadable;
         return std::nullopt;
     }
-    std::map<std::string, Section> sections;
-    int line = ini_parse_file(file, onIniEntry, &sections);
-    std::fclose(file);
-    if (line != 0) {
-        problem = "credentials file " + path + ": cannot parse line " + std::to_string(line);
-        return std::nullopt;
-    }
+    auto& sections = *parsed;
     auto it = sections.find(name);
     if (it == sections.end()) it = sections.find("profile " + name);  // the AWS config spelling
     if (it == sections.end()) {

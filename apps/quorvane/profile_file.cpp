@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -35,6 +36,38 @@ std::string keyOf(const std::string& line) {
 }
 
 }  // namespace
+
+std::optional<std::map<std::string, std::map<std::string, std::string>>> readProfiles(const std::string& path,
+                                                                                    std::string& problem) {
+    std::ifstream in(path);
+    if (!in) {
+        problem = "cannot read " + path;
+        return std::nullopt;
+    }
+    std::map<std::string, std::map<std::string, std::string>> sections;
+    std::string current;
+    int number = 0;
+    for (std::string line; std::getline(in, line);) {
+        ++number;
+        auto text = trimmed(line);
+        if (number == 1 && text.rfind("\xEF\xBB\xBF", 0) == 0) text = trimmed(text.substr(3));  // a BOM
+        if (text.empty() || text[0] == '#' || text[0] == ';') continue;
+        if (auto name = sectionOf(text); !name.empty()) {
+            current = name;
+            sections[current];
+            continue;
+        }
+        auto eq = text.find('=');
+        if (eq == std::string::npos || eq == 0) {
+            problem = "cannot parse line " + std::to_string(number);
+            return std::nullopt;
+        }
+        auto key = trimmed(text.substr(0, eq));
+        for (auto& c : key) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+        sections[current][key] = trimmed(text.substr(eq + 1));
+    }
+    return sections;
+}
 
 bool writeProfile(const std::string& path, const std::string& profile,
                   const std::vector<std::pair<std::string, std::string>>& values, std::string& problem) {

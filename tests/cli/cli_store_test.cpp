@@ -4,12 +4,15 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <thread>
 
 #include "cli/cli_fixture.h"
 #include "foundation/crc64.h"
+#include "oss/oss_client.h"
 
 namespace quorvane {
 namespace {
@@ -18,7 +21,7 @@ class CliStore : public CliUploadToService {
 protected:
     // Connection and STS credentials of the test's emulator.
     std::vector<std::string> with(std::vector<std::string> args) {
-        for (std::string option : {"--endpoint", cloud_.endpoint(), "--region", cloud_.options().region, "--key-id",
+        for (const std::string& option : std::vector<std::string>{"--endpoint", cloud_.endpoint(), "--region", cloud_.options().region, "--key-id",
                                    sts_.AccessKeyId, "--secret", sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken})
             args.push_back(option);
         return args;
@@ -99,6 +102,100 @@ TEST_F(CliStore, GetDownloadsTheExactBytesContinuesAPartialFileAndRefusesABadCrc
         auto usage = run(with(args));
         EXPECT_EQ(usage->wait(kGenerous), 2) << args.back();
     }
+}
+
+TEST_F(CliStore, LsListsSizesCrcsAndPrefixesAndRmDeletesWhatItListed) {
+    auto a = makeFile("a.bin", 1000, 21);
+    auto b = makeFile("b.bin", 2000, 22);
+    store(a, "photos/2024/a.bin");
+    store(b, "photos/2024/deep/b.bin");
+    store(a, "photos/top.bin");
+    store(b, "other/keep.bin");
+
+    // One level: the object at the top and the "directory" below.
+    auto level = run(with({"ls", "--json", "oss://" + bucket() + "/photos/"}));
+    ASSERT_EQ(level->wait(kGenerous), 0) << level->errors();
+    auto objects = events(*level, "object");
+    ASSERT_EQ(objects.size(), 1u);
+    EXPECT_EQ(objects[0]["key"], "photos/top.bin");
+    EXPECT_EQ(objects[0]["size"], 1000);
+    EXPECT_EQ(objects[0]["crc64"], std::to_string(foundation::Crc64::compute(contents_[a])));
+    ASSERT_EQ(events(*level, "prefix").size(), 1u);
+    EXPECT_EQ(events(*level, "prefix")[0]["prefix"], "photos/2024/");
+
+    // -r: every key below, in pages of any size.
+    auto all = run(with({"ls", "-r", "--json", "oss://" + bucket() + "/photos/"}));
+    ASSERT_EQ(all->wait(kGenerous), 0) << all->errors();
+    std::set<std::string> keys;
+    for (const auto& event : events(*all, "object")) keys.insert(event["key"]);
+    EXPECT_EQ(keys, (std::set<std::string>{"photos/2024/a.bin", "photos/2024/deep/b.bin", "photos/top.bin"}));
+    EXPECT_EQ(events(*all, "summary")[0]["bytes"], 4000);
+    auto text = run(with({"ls", "-r", "oss://" + bucket() + "/photos/2024/deep/"}));
+    ASSERT_EQ(text->wait(kGenerous), 0);
+    ASSERT_EQ(text->lines().size(), 2u);  // the object, then the summary
+    EXPECT_NE(text->lines()[0].find(std::to_string(foundation::Crc64::compute(contents_[b]))), std::string::npos);
+
+    // A dry run deletes nothing; -r then deletes exactly the prefix's objects, and a key ending in "/"
+    // without -r is a usage error.
+    auto dry = run(with({"rm", "-r", "--dry-run", "--json", "oss://" + bucket() + "/photos/2024/"}));
+    ASSERT_EQ(dry->wait(kGenerous), 0) << dry->errors();
+    EXPECT_EQ(events(*dry, "planned").size(), 2u);
+    EXPECT_TRUE(cloud_.object(bucket(), "photos/2024/a.bin"));
+    EXPECT_EQ(run(with({"rm", "oss://" + bucket() + "/photos/"}))->wait(kGenerous), 2);
+    auto rm = run(with({"rm", "-r", "--json", "oss://" + bucket() + "/photos/2024/"}));
+    ASSERT_EQ(rm->wait(kGenerous), 0) << rm->errors();
+    EXPECT_EQ(events(*rm, "deleted").size(), 2u);
+    EXPECT_FALSE(cloud_.object(bucket(), "photos/2024/a.bin"));
+    EXPECT_FALSE(cloud_.object(bucket(), "photos/2024/deep/b.bin"));
+    EXPECT_TRUE(cloud_.object(bucket(), "photos/top.bin"));
+    auto one = run(with({"rm", "--json", "oss://" + bucket() + "/photos/top.bin", "oss://" + bucket() + "/other/keep.bin"}));
+    ASSERT_EQ(one->wait(kGenerous), 0) << one->errors();
+    EXPECT_TRUE(cloud_.objects().empty());
+
+    // A refused listing is exit 1 with the service's code.
+    auto refused = run(with({"ls", "--json", "oss://no-such-bucket/"}));
+    EXPECT_EQ(refused->wait(kGenerous), 1);
+    ASSERT_EQ(events(*refused, "failure").size(), 1u);
+    EXPECT_EQ(events(*refused, "failure")[0]["code"], "NoSuchBucket");
+}
+
+TEST_F(CliStore, UploadsListsUnfinishedUploadsAndAbortsByPrefixOrId) {
+    // Uploads begun and never completed, as an interrupted run leaves them.
+    oss::OSSClientConfiguration config;
+    config.region = cloud_.options().region;
+    oss::OSSClient client(cloud_.endpoint(), std::make_shared<oss::OSSFederationCredentialProvider>([this] {
+                              auto token = std::make_shared<oss::OSSFederationToken>();
+                              token->tAccessKey = sts_.AccessKeyId;
+                              token->tSecretKey = sts_.AccessKeySecret;
+                              token->tToken = sts_.SecurityToken;
+                              return token;
+                          }),
+                          config);
+    std::vector<std::string> ids;
+    for (const char* key : {"big/one.iso", "big/two.iso", "small/three.bin"}) {
+        auto request = std::make_shared<oss::OSSInitMultipartUploadRequest>();
+        request->bucketName = bucket();
+        request->objectKey = key;
+        auto task = client.multipartUploadInit(request);
+        task->waitUntilFinished();
+        ASSERT_TRUE(task->result()) << task->error()->toString();
+        ids.push_back(task->result()->uploadId);
+    }
+    auto listed = run(with({"uploads", "--json", "oss://" + bucket() + "/"}));
+    ASSERT_EQ(listed->wait(kGenerous), 0) << listed->errors();
+    EXPECT_EQ(events(*listed, "upload").size(), 3u);
+
+    auto one = run(with({"uploads", "--json", "--abort", "--id", ids[2], "oss://" + bucket() + "/"}));
+    ASSERT_EQ(one->wait(kGenerous), 0) << one->errors();
+    ASSERT_EQ(events(*one, "aborted").size(), 1u);
+    EXPECT_EQ(events(*one, "aborted")[0]["key"], "small/three.bin");
+    auto prefix = run(with({"uploads", "--json", "--abort", "oss://" + bucket() + "/big/"}));
+    ASSERT_EQ(prefix->wait(kGenerous), 0) << prefix->errors();
+    EXPECT_EQ(events(*prefix, "aborted").size(), 2u);
+    for (const auto& upload : cloud_.uploads()) EXPECT_NE(upload.state, emulator::UploadState::Open) << upload.key;
+    auto gone = run(with({"uploads", "--abort", "--id", ids[0], "oss://" + bucket() + "/"}));
+    EXPECT_EQ(gone->wait(kGenerous), 1);
+    EXPECT_EQ(run(with({"uploads", "--id", ids[0], "oss://" + bucket() + "/"}))->wait(kGenerous), 2);
 }
 
 TEST_F(CliStore, VerifyComparesSizeAndCrcAndExitsOneOnAnyDifference) {
@@ -190,7 +287,8 @@ TEST_F(CliStore, ConfigWritesAPrivateProfileThatAnExplicitProfileUsesOverTheEnvi
     // profile named on the command line wins for its keys and its endpoint alike.
     std::vector<std::pair<std::string, std::string>> foreign{{"OSS_ACCESS_KEY_ID", "LTAIforeign"},
                                                              {"OSS_ACCESS_KEY_SECRET", "foreign-secret-0123"},
-                                                             {"OSS_ENDPOINT", "http://127.0.0.1:9"}};
+                                                             {"OSS_ENDPOINT", "http://127.0.0.1:9"},
+                                                             {"OSS_REGION", cloud_.options().region}};
     auto got = run({"get", "--json", "--profile", "emu", "oss://" + bucket() + "/p.bin", (root_ / "p.out").string()},
                    foreign);
     EXPECT_EQ(got->wait(kGenerous), 0) << got->errors();
