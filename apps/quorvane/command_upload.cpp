@@ -2,6 +2,7 @@
 // in-process (no service options) or to the services named on the command line.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -23,6 +24,7 @@
 #include "upload_records.h"
 #include "upload_session.h"
 #include "upload_targets.h"
+#include "stdin_upload.h"
 #include "store_options.h"
 
 namespace quorvane::app {
@@ -130,6 +132,57 @@ bool openLogFile(const std::string& path, const std::vector<std::string>& secret
     return true;
 }
 
+// `-` as the source: standard input streamed to one object (see stdin_upload.h).
+template <class UsageError, class Fail>
+int uploadFromStandardInput(const UploadOptions& options, const KeyRule& rule, bool embedded,
+                            const Credentials& credentials, UploadProgressView& view, UsageError usageError, Fail fail) {
+    if (options.files.size() != 1) return usageError("'-' (standard input) is the only source of its upload");
+    if (rule.key.empty()) return usageError("standard input has no name: give its whole key (oss://BUCKET/KEY or --key)");
+    if (options.vod) return usageError("standard input goes straight into a bucket, not through the video service");
+    if (options.recursive) return usageError("-r does not go with '-' (standard input)");
+    if (isatty(STDIN_FILENO)) return usageError("standard input is a terminal: pipe the data in (producer | quorvane upload - ...)");
+    StoreAccess access;
+    access.caFile = options.caFile;
+    access.signatureVersion = options.signatureVersion;
+    std::unique_ptr<EmbeddedCloud> cloud;
+    std::string problem;
+    if (embedded) {
+        auto paths = uploadCachePaths(true);
+        cloud = std::make_unique<EmbeddedCloud>(options.storage.empty() ? paths.cloudStorage : options.storage);
+        if (!cloud->start(problem)) return fail("setup", problem, kExitSomeFailed);
+        auto sts = cloud->issueSts();
+        access.endpoint = cloud->endpoint();
+        access.bucket = cloud->bucket();
+        access.region = cloud->region();
+        access.keyId = sts.AccessKeyId;
+        access.secret = sts.AccessKeySecret;
+        access.token = sts.SecurityToken;
+        access.expire = sts.Expiration;
+    } else {
+        if (options.endpoint.empty() || options.bucket.empty())
+            return usageError("standard input needs an endpoint and a bucket (--endpoint and oss://BUCKET/KEY, or a profile's)");
+        access.endpoint = options.endpoint;
+        access.bucket = options.bucket;
+        access.region = !options.region.empty() ? options.region : credentials.region;
+        if (access.region.empty()) access.region = oss::regionFromEndpoint(options.endpoint).value_or("");
+        if (access.region.empty() && options.signatureVersion == 4)
+            return usageError("the endpoint '" + options.endpoint + "' names no region, which V4 signatures need: give --region");
+        access.keyId = credentials.keyId;
+        access.secret = credentials.secret;
+        access.token = credentials.token;
+        access.expire = credentials.expire;
+    }
+    if (options.dryRun) {
+        view.planned("-", access.bucket, rule.key, 0);
+        view.summary({});
+        return kExitUploaded;
+    }
+    if (!options.bwlimit.empty()) foundation::setProcessSendRateLimit(*parseRate(options.bwlimit));
+    int status = uploadStandardInput(access, rule.key, options.partSize, STDIN_FILENO, view);
+    if (cloud) cloud->stop();
+    return status;
+}
+
 int runUpload(UploadOptions options) {
     ViewMode mode = options.json ? ViewMode::Json : (isatty(STDOUT_FILENO) ? ViewMode::Terminal : ViewMode::Plain);
     UploadProgressView view(mode, std::cout, terminalColumns(STDOUT_FILENO));
@@ -199,6 +252,9 @@ int runUpload(UploadOptions options) {
             credentials.expire = text;
         }
     }
+
+    if (std::find(options.files.begin(), options.files.end(), "-") != options.files.end())
+        return uploadFromStandardInput(options, rule, embedded, credentials, view, usageError, fail);
 
     auto jobs = planJobs(options, rule, bucketNamed, !embedded, problem);
     if (!problem.empty()) return usageError(problem);

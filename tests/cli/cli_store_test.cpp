@@ -313,3 +313,41 @@ TEST_F(CliStore, ConfigWritesAPrivateProfileThatAnExplicitProfileUsesOverTheEnvi
 
 }  // namespace
 }  // namespace quorvane
+
+namespace quorvane {
+namespace {
+
+// Standard input of unknown length: parts of --part-size as they come, or one PutObject when it fits one.
+TEST_F(CliStore, StandardInputIsStreamedInPartsAndStoredByteForByte) {
+    auto big = makeFile("piped.bin", 3 * kPart + 1000, 31);
+    auto small = makeFile("small.bin", 1000, 32);
+    auto pipe = [&](const std::string& file, const std::string& key) {
+        std::string command = "cat '" + file + "' | '" QUORVANE_CLI_PATH "' upload --json --part-size " +
+                              std::to_string(kPart) + " - 'oss://" + bucket() + "/" + key + "'";
+        for (const auto& option : with({})) command += " '" + option + "'";
+        auto process = std::make_unique<CliProcess>(
+            std::vector<std::string>{"/bin/sh", "-c", command},
+            std::vector<std::pair<std::string, std::string>>{{"XDG_CACHE_HOME", (root_ / "cache").string()},
+                                                             {"XDG_CONFIG_HOME", (root_ / "config").string()},
+                                                             {"QUORVANE_LOG_SERVICE_ENDPOINT", ""}});
+        EXPECT_EQ(process->wait(kGenerous), 0) << process->errors();
+        return process;
+    };
+    auto streamed = pipe(big, "stream/big.bin");
+    EXPECT_TRUE(cloud_.objectBytes(bucket(), "stream/big.bin") == contents_[big]);
+    EXPECT_EQ(cloud_.requests("UploadPart").size(), 4u);
+    ASSERT_EQ(events(*streamed, "success").size(), 1u);
+    EXPECT_EQ(events(*streamed, "success")[0]["bytes"], 3 * kPart + 1000);
+
+    const auto putsBefore = cloud_.requests("PutObject").size();
+    pipe(small, "stream/small.bin");
+    EXPECT_TRUE(cloud_.objectBytes(bucket(), "stream/small.bin") == contents_[small]);
+    EXPECT_EQ(cloud_.requests("PutObject").size(), putsBefore + 1);
+
+    // Standard input has no name of its own, and goes alone.
+    EXPECT_EQ(run(with({"upload", "-", "oss://" + bucket() + "/dir/"}))->wait(kGenerous), 2);
+    EXPECT_EQ(run(with({"upload", "-", small, "oss://" + bucket() + "/dir/"}))->wait(kGenerous), 2);
+}
+
+}  // namespace
+}  // namespace quorvane
