@@ -71,6 +71,7 @@ const std::map<std::string, Handler>& handlers() {
         {"PutObject", putObject},
         {"GetObject", [](OssRequest& r) { getObject(r, false); }},
         {"HeadObject", [](OssRequest& r) { getObject(r, true); }},
+        {"GetObjectMeta", [](OssRequest& r) { getObject(r, true); }},  // HEAD ?objectMeta: the same headers
         {"InitiateMultipartUpload", initiateMultipartUpload},
         {"UploadPart", uploadPart},
         {"ListParts", listParts},

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <thread>
 
 #include "emulator_test_support.h"
 #include "foundation/crc64.h"
@@ -72,6 +73,7 @@ TEST_F(NotImplementedTest, EverySubResourceAndSelectingHeaderIsServedOrRefusedWi
         {"POST ?uploads", 200},
         {"GET ?response-content-type=text/plain", 200},
         {"HEAD ?response-content-type=text/plain", 200},
+        {"HEAD ?objectMeta", 200},
         {"bucket GET ?uploads", 200},
         {"bucket GET ?location", 200},
         {"bucket GET ?bucketInfo", 200},
@@ -175,15 +177,23 @@ TEST_F(ObjectAdminTest, CopyKeepsBytesAndCrcAndReplacesMetadataOnRequest) {
     EXPECT_FALSE(cloud.object(bucket(), "y"));
 }
 
-TEST(ObjectAdminStorage, CopiesOwnTheirBytesOnDiskAcrossDeletesAndRestarts) {
+TEST(ObjectAdminStorage, CopiesOwnTheirBytesAndBucketsTheirCreationTimeAcrossRestarts) {
     auto dir = std::filesystem::temp_directory_path() / ("qc-copy-" + std::to_string(::getpid()));
     std::filesystem::remove_all(dir);
     EmulatorOptions options;
     options.storageDir = dir.string();
     options.verifySignatures = false;
+    auto created = [&](const CloudEmulator& cloud) {
+        httplib::Client client("127.0.0.1", cloud.port());
+        pugi::xml_document doc;
+        doc.load_string(client.Get("/" + options.bucket + "/?bucketInfo")->body.c_str());
+        return std::string(doc.child("BucketInfo").child("Bucket").child_value("CreationDate"));
+    };
+    std::string createdFirst;
     {
         CloudEmulator cloud(options);
         ASSERT_TRUE(cloud.start());
+        createdFirst = created(cloud);
         httplib::Client client("127.0.0.1", cloud.port());
         ASSERT_TRUE(cloud.putObject(options.bucket, "src", kBody));
         auto target = "/" + options.bucket + "/copy";
@@ -192,9 +202,11 @@ TEST(ObjectAdminStorage, CopiesOwnTheirBytesOnDiskAcrossDeletesAndRestarts) {
         EXPECT_EQ(client.Put(target + "?tagging", "<Tagging><TagSet><Tag><Key>a</Key><Value>1</Value></Tag></TagSet></Tagging>",
                              "application/xml")->status, 200);
     }
+    std::this_thread::sleep_for(std::chrono::milliseconds(1100));  // a restart in another second
     CloudEmulator restarted(options);
     ASSERT_TRUE(restarted.start());
     EXPECT_FALSE(restarted.object(options.bucket, "src"));
+    EXPECT_EQ(created(restarted), createdFirst);
     EXPECT_EQ(restarted.objectBytes(options.bucket, "copy"), kBody);
     EXPECT_EQ(restarted.object(options.bucket, "copy")->tags, (std::vector<std::pair<std::string, std::string>>{{"a", "1"}}));
     restarted.stop();
