@@ -59,11 +59,9 @@ void deleteMultipleObjects(OssRequest& r) {
     if (!encoded) return;
     // The body is checked whole before anything is deleted.
     auto md5 = ex.header("Content-MD5");
-    if (!md5) {
-        ex.refuseBody();
+    if (!md5)
         return ossError(ex, r.bucket, 400, "MissingArgument", "Missing required header for this request: Content-MD5.",
                         {{"ArgumentName", "Content-MD5"}});
-    }
     auto body = ex.readBodyText(kMaxBody);
     if (!body) return malformed(r);
     if (foundation::base64Decode(trim(*md5)) != foundation::md5Raw(*body))

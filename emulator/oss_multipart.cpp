@@ -159,7 +159,7 @@ void completeMultipartUpload(OssRequest& r) {
     if (!list)
         return ossError(ex, r.bucket, 400, "MalformedXML",
                         "The XML you provided was not well-formed or did not validate against our published schema.");
-    if (!checkPartList(r, *list, *upload)) return;
+    if (!checkPartList(r, *list, *upload) || refusesOverwrite(r)) return;
 
     foundation::Md5Stream etagDigest;
     ObjectInfo info{r.bucket, r.key, 0, "", 0, upload->info.contentType, upload->metadata, ex.header("x-oss-notification"),

@@ -36,6 +36,7 @@ const std::map<std::string, std::set<std::string>>& takes() {
         {"PutObject", {}},
         {"GetObject", responseOverrides},
         {"HeadObject", responseOverrides},
+        {"GetObjectMeta", {"objectMeta"}},
         {"DeleteObject", {}},
         {"CopyObject", {}},
         {"InitiateMultipartUpload", {"uploads", "sequential"}},
@@ -90,7 +91,6 @@ std::string objectOperation(const std::string& method, const Query& q, bool copy
         if (q.has("acl")) return "GetObjectACL";
         if (q.has("tagging")) return "GetObjectTagging";
         if (q.has("symlink")) return "GetSymlink";
-        if (q.has("objectMeta")) return "GetObjectMeta";
         if (q.has("x-oss-process")) return "ProcessObject";
         return "GetObject";
     }

@@ -71,6 +71,7 @@ const std::map<std::string, Handler>& handlers() {
         {"PutObject", putObject},
         {"GetObject", [](OssRequest& r) { getObject(r, false); }},
         {"HeadObject", [](OssRequest& r) { getObject(r, true); }},
+        {"GetObjectMeta", [](OssRequest& r) { getObject(r, true); }},  // HEAD ?objectMeta: the same headers
         {"InitiateMultipartUpload", initiateMultipartUpload},
         {"UploadPart", uploadPart},
         {"ListParts", listParts},
@@ -81,6 +82,16 @@ const std::map<std::string, Handler>& handlers() {
         {"ListMultipartUploads", listMultipartUploads},
         {"DeleteObject", deleteObject},
         {"DeleteMultipleObjects", deleteMultipleObjects},
+        {"CopyObject", copyObject},
+        {"PutObjectACL", putObjectAcl},
+        {"GetObjectACL", getObjectAcl},
+        {"PutObjectTagging", putObjectTagging},
+        {"GetObjectTagging", getObjectTagging},
+        {"DeleteObjectTagging", deleteObjectTagging},
+        {"GetBucketInfo", getBucketInfo},
+        {"GetBucketLocation", getBucketLocation},
+        {"HeadBucket", headBucket},
+        {"ListBuckets", listBuckets},
     };
     return table;
 }
@@ -127,7 +138,7 @@ void serveOss(Exchange& ex) {
     auto handler = handlers().find(op);
     if (handler == handlers().end())
         return ossError(ex, r.bucket, 501, "NotImplemented", "The operation " + op + " is not implemented here.");
-    if (r.bucket.empty() || !ex.impl.storage.hasBucket(r.bucket))
+    if (op != "ListBuckets" && !ex.impl.storage.hasBucket(r.bucket))
         return ossError(ex, r.bucket, 404, "NoSuchBucket", "The specified bucket does not exist.",
                         {{"BucketName", r.bucket}});
     if (!r.key.empty() && !validObjectName(r.key))

@@ -37,6 +37,25 @@ void listObjects(OssRequest& r);  // v1 and v2 (list-type=2)
 void listMultipartUploads(OssRequest& r);
 void deleteObject(OssRequest& r);
 void deleteMultipleObjects(OssRequest& r);
+void copyObject(OssRequest& r);
+void putObjectAcl(OssRequest& r);
+void getObjectAcl(OssRequest& r);
+void putObjectTagging(OssRequest& r);
+void getObjectTagging(OssRequest& r);
+void deleteObjectTagging(OssRequest& r);
+void getBucketInfo(OssRequest& r);
+void getBucketLocation(OssRequest& r);
+void headBucket(OssRequest& r);
+void listBuckets(OssRequest& r);
+
+// The ACL an x-oss-object-acl header asks for, "" without one; nullopt, with InvalidArgument answered,
+// for a value the service does not know.
+std::optional<std::string> requestedAcl(OssRequest& r);
+// Tags from an x-oss-tagging header ("k1=v1&k2=v2"), none without one; false, with the error answered,
+// when they break the service's limits.
+bool taggingHeader(OssRequest& r, std::vector<std::pair<std::string, std::string>>& tags);
+// True, with FileAlreadyExists answered, when x-oss-forbid-overwrite is set and the object exists.
+bool refusesOverwrite(OssRequest& r);
 
 // Owner of every bucket and object, as listings and ACL documents show it.
 inline constexpr const char* kOwnerId = "1738294650183726";

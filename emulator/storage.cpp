@@ -16,7 +16,7 @@ Storage::Storage(std::string dir) : dir_(std::move(dir)) {}
 bool Storage::open() {
     if (dir_.empty()) return true;
     std::error_code ec;
-    for (const char* sub : {"buckets", "uploads", "tmp"}) fs::create_directories(fs::path(dir_) / sub, ec);
+    for (const char* sub : {"buckets", "bucket-dates", "uploads", "tmp"}) fs::create_directories(fs::path(dir_) / sub, ec);
     if (ec) return false;
     fs::remove_all(fs::path(dir_) / "tmp", ec);  // bodies cut by a previous stop
     fs::create_directories(fs::path(dir_) / "tmp", ec);
@@ -42,7 +42,7 @@ void Storage::clear() {
     uploads_.clear();
     if (dir_.empty()) return;
     std::error_code ec;
-    for (const char* sub : {"buckets", "uploads"}) {
+    for (const char* sub : {"buckets", "bucket-dates", "uploads"}) {
         fs::remove_all(fs::path(dir_) / sub, ec);
         fs::create_directories(fs::path(dir_) / sub, ec);
     }
@@ -55,10 +55,12 @@ bool Storage::hasBucket(const std::string& bucket) const {
 
 void Storage::createBucket(const std::string& bucket) {
     std::lock_guard lock(mutex_);
-    buckets_.emplace(bucket, ossTime(std::chrono::system_clock::now()));
-    if (!dir_.empty()) {
+    auto [slot, made] = buckets_.emplace(bucket, ossTime(std::chrono::system_clock::now()));
+    if (!dir_.empty() && made) {
         std::error_code ec;
         fs::create_directories(fs::path(dir_) / "buckets" / bucket, ec);
+        // Apart from the bucket's directory, whose own time changes with its files.
+        writeFileAtomically((fs::path(dir_) / "bucket-dates" / bucket).string(), slot->second);
     }
 }
 
@@ -264,12 +266,9 @@ void Storage::loadObjects() {
     std::error_code ec;
     for (const auto& bucketDir : fs::directory_iterator(fs::path(dir_) / "buckets", ec)) {
         if (!bucketDir.is_directory()) continue;
-        std::error_code timeError;
-        auto made = fs::last_write_time(bucketDir.path(), timeError);
-        auto created = timeError ? std::chrono::system_clock::now()
-                                 : std::chrono::time_point_cast<std::chrono::system_clock::duration>(
-                                       std::chrono::file_clock::to_sys(made));
-        buckets_.emplace(bucketDir.path().filename().string(), ossTime(created));
+        auto name = bucketDir.path().filename().string();
+        auto created = readTextFile((fs::path(dir_) / "bucket-dates" / name).string());
+        buckets_.emplace(name, created ? *created : ossTime(std::chrono::system_clock::now()));
         for (const auto& file : fs::directory_iterator(bucketDir.path(), ec)) {
             if (file.path().extension() != ".json") continue;
             auto json = readJsonFile(file.path().string());

@@ -137,12 +137,18 @@ bool writeFileAtomically(const std::string& path, const std::string& text) {
     return ok && !ec;
 }
 
-std::optional<Value> readJsonFile(const std::string& path) {
+std::optional<std::string> readTextFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return std::nullopt;
     std::ostringstream text;
     text << in.rdbuf();
-    return foundation::parseJson(text.str());
+    return text.str();
+}
+
+std::optional<Value> readJsonFile(const std::string& path) {
+    auto text = readTextFile(path);
+    if (!text) return std::nullopt;
+    return foundation::parseJson(*text);
 }
 
 }  // namespace quorvane::emulator
