@@ -93,6 +93,7 @@ struct UploadInfo {
     std::string contentType;
     UploadState state = UploadState::Open;
     std::vector<PartInfo> parts;  // ascending part numbers (the parts as stored when completed/aborted)
+    std::string initiated;        // ISO-8601 with milliseconds
 };
 
 struct ObjectInfo {
@@ -107,6 +108,8 @@ struct ObjectInfo {
     Value notification;                           // its base64-decoded JSON (or the raw JSON); null if none/undecodable
     std::string lastModified;                     // ISO-8601 with milliseconds
     int partCount = 0;                            // 0 for PutObject
+    std::string acl = "default";                  // "default", "private", "public-read", "public-read-write"
+    std::vector<std::pair<std::string, std::string>> tags;  // in the order they were set
 };
 
 struct VodVideo {

@@ -4,6 +4,7 @@
 
 #include <csignal>
 #include <iostream>
+#include <string>
 
 #include "apps/quorvane/cloud_cli.h"
 
@@ -19,6 +20,8 @@ int main(int argc, char** argv) {
     quorvane::emulator::EmulatorOptions options;
     CLI::App app{"quorvane-cloud: the local cloud (object storage with STS, the video service, the enterprise "
                  "API, the log service) until SIGINT or SIGTERM"};
+    app.name("quorvane-cloud");
+    app.set_version_flag("--version", std::string("quorvane-cloud ") + QUORVANE_VERSION);
     quorvane::app::addCloudOptions(app, options);
     try {
         app.parse(argc, argv);

@@ -90,7 +90,7 @@ bool checkPartList(OssRequest& r, const std::vector<CompletePart>& list, const S
 void initiateMultipartUpload(OssRequest& r) {
     auto& ex = r.ex;
     auto type = ex.header("Content-Type").value_or("application/octet-stream");
-    auto id = ex.impl.storage.createUpload(r.bucket, r.key, type, metaHeaders(ex));
+    auto id = ex.impl.storage.createUpload(r.bucket, r.key, type, metaHeaders(ex), ossTime(ex.impl.now()));
     if (!id) return internalError(r);
     xmlOk(ex, initiateResultXml(r.bucket, r.key, *id));
 }
@@ -159,11 +159,11 @@ void completeMultipartUpload(OssRequest& r) {
     if (!list)
         return ossError(ex, r.bucket, 400, "MalformedXML",
                         "The XML you provided was not well-formed or did not validate against our published schema.");
-    if (!checkPartList(r, *list, *upload)) return;
+    if (!checkPartList(r, *list, *upload) || refusesOverwrite(r)) return;
 
     foundation::Md5Stream etagDigest;
     ObjectInfo info{r.bucket, r.key, 0, "", 0, upload->info.contentType, upload->metadata, ex.header("x-oss-notification"),
-                    nullptr, ossTime(ex.impl.now()), static_cast<int>(list->size())};
+                    nullptr, ossTime(ex.impl.now()), static_cast<int>(list->size()), "default", {}};
     std::vector<int> numbers;
     for (const auto& item : *list) {
         const auto& part = *std::find_if(upload->info.parts.begin(), upload->info.parts.end(),

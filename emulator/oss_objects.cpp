@@ -19,6 +19,7 @@ void setObjectHeaders(Exchange& ex, const ObjectInfo& info) {
     if (auto t = foundation::parseIso8601Utc(info.lastModified))
         ex.res.set_header("Last-Modified", foundation::rfc1123Gmt(*t));
     for (const auto& [k, v] : info.metadata) ex.res.set_header(k, v);
+    if (!info.tags.empty()) ex.res.set_header("x-oss-tagging-count", std::to_string(info.tags.size()));
     if (info.partCount == 0 && info.etag.size() == 34) {
         ex.res.set_header("Content-MD5", foundation::base64Encode(hexToBytes(info.etag.substr(1, 32))));
     }
@@ -64,8 +65,19 @@ std::unique_ptr<BlobWriter> receiveBody(OssRequest& r) {
     return writer;
 }
 
+bool refusesOverwrite(OssRequest& r) {
+    if (!iequals(trim(r.ex.header("x-oss-forbid-overwrite").value_or("")), "true") ||
+        !r.ex.impl.storage.object(r.bucket, r.key))
+        return false;
+    ossError(r.ex, r.bucket, 409, "FileAlreadyExists", "The object you specified already exists and can not be overwritten.");
+    return true;
+}
+
 void putObject(OssRequest& r) {
     auto& ex = r.ex;
+    auto acl = requestedAcl(r);
+    std::vector<std::pair<std::string, std::string>> tags;
+    if (!acl || !taggingHeader(r, tags) || refusesOverwrite(r)) return;
     auto body = receiveBody(r);
     if (!body) return;
     ObjectInfo info;
@@ -77,6 +89,8 @@ void putObject(OssRequest& r) {
     info.contentType = ex.header("Content-Type").value_or("application/octet-stream");
     info.metadata = metaHeaders(ex);
     info.lastModified = ossTime(ex.impl.now());
+    info.acl = acl->empty() ? "default" : *acl;
+    info.tags = std::move(tags);
     if (!ex.impl.storage.storeObject(info, *body))
         return ossError(ex, r.bucket, 500, "InternalError", "We encountered an internal error. Please try again.");
     ex.res.status = 200;
@@ -97,7 +111,16 @@ void getObject(OssRequest& r, bool head) {
     auto reader = std::make_shared<BlobReader>(blob);
     if (!reader->ok())
         return ossError(ex, r.bucket, 500, "InternalError", "We encountered an internal error. Please try again.");
-    ex.res.set_content_provider(blob.size, info.contentType,
+    // response-* parameters override the answer's headers.
+    std::string type = info.contentType;
+    for (const auto& [name, value] : ex.query()) {
+        if (!startsWith(name, "response-")) continue;
+        auto header = name.substr(9);
+        if (header == "content-type") type = value;
+        else if (header == "expires" || header == "cache-control" || startsWith(header, "content-"))
+            ex.res.set_header(header, value);
+    }
+    ex.res.set_content_provider(blob.size, type,
                                 [reader](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
                                     auto chunk = reader->read(offset, length);
                                     if (chunk.empty()) return false;

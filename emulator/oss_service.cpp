@@ -3,6 +3,7 @@
 
 #include <arpa/inet.h>
 
+#include "emulator/oss_operations.h"
 #include "emulator/oss_signature_check.h"
 #include "emulator/oss_xml.h"
 
@@ -30,18 +31,6 @@ std::string virtualHostBucket(const Exchange& ex) {
         dot == 0 || dot + 1 == host.size() || startsWith(host, "oss-"))
         return "";
     return host.substr(0, dot);
-}
-
-std::string operationOf(const std::string& method, const OssRequest& r) {
-    const auto& ex = r.ex;
-    bool hasKey = !r.key.empty();
-    if (method == "PUT") return !hasKey ? "PutBucket" : ex.hasParam("uploadId") || ex.hasParam("partNumber") ? "UploadPart" : "PutObject";
-    if (method == "POST" && hasKey) return ex.hasParam("uploads") ? "InitiateMultipartUpload"
-                                           : ex.hasParam("uploadId") ? "CompleteMultipartUpload" : "PostObject";
-    if (method == "GET" && hasKey) return ex.hasParam("uploadId") ? "ListParts" : "GetObject";
-    if (method == "HEAD" && hasKey) return "HeadObject";
-    if (method == "DELETE" && hasKey && ex.hasParam("uploadId")) return "AbortMultipartUpload";
-    return method + (hasKey ? "Object" : "Bucket");  // served as NotImplemented
 }
 
 OssRequest resolve(Exchange& ex) {
@@ -74,24 +63,45 @@ bool authorized(OssRequest& r) {
     return false;
 }
 
-bool validKey(const std::string& key) {
-    return key.size() <= 1023 && key.front() != '/' && key.front() != '\\' && key.find('\0') == std::string::npos &&
-           validUtf8(key);
-}
+using Handler = void (*)(OssRequest&);
 
-void dispatch(OssRequest& r, const std::string& op) {
-    if (op == "PutObject") return putObject(r);
-    if (op == "GetObject") return getObject(r, false);
-    if (op == "HeadObject") return getObject(r, true);
-    if (op == "InitiateMultipartUpload") return initiateMultipartUpload(r);
-    if (op == "UploadPart") return uploadPart(r);
-    if (op == "ListParts") return listParts(r);
-    if (op == "CompleteMultipartUpload") return completeMultipartUpload(r);
-    if (op == "AbortMultipartUpload") return abortMultipartUpload(r);
-    ossError(r.ex, r.bucket, 501, "NotImplemented", "A header you provided implies functionality that is not implemented.");
+// The operations served; every other one is refused with 501 before anything is read or changed.
+const std::map<std::string, Handler>& handlers() {
+    static const std::map<std::string, Handler> table = {
+        {"PutObject", putObject},
+        {"GetObject", [](OssRequest& r) { getObject(r, false); }},
+        {"HeadObject", [](OssRequest& r) { getObject(r, true); }},
+        {"GetObjectMeta", [](OssRequest& r) { getObject(r, true); }},  // HEAD ?objectMeta: the same headers
+        {"InitiateMultipartUpload", initiateMultipartUpload},
+        {"UploadPart", uploadPart},
+        {"ListParts", listParts},
+        {"CompleteMultipartUpload", completeMultipartUpload},
+        {"AbortMultipartUpload", abortMultipartUpload},
+        {"ListObjects", listObjects},
+        {"ListObjectsV2", listObjects},
+        {"ListMultipartUploads", listMultipartUploads},
+        {"DeleteObject", deleteObject},
+        {"DeleteMultipleObjects", deleteMultipleObjects},
+        {"CopyObject", copyObject},
+        {"PutObjectACL", putObjectAcl},
+        {"GetObjectACL", getObjectAcl},
+        {"PutObjectTagging", putObjectTagging},
+        {"GetObjectTagging", getObjectTagging},
+        {"DeleteObjectTagging", deleteObjectTagging},
+        {"GetBucketInfo", getBucketInfo},
+        {"GetBucketLocation", getBucketLocation},
+        {"HeadBucket", headBucket},
+        {"ListBuckets", listBuckets},
+    };
+    return table;
 }
 
 }  // namespace
+
+bool validObjectName(const std::string& key) {
+    return !key.empty() && key.size() <= 1023 && key.front() != '/' && key.front() != '\\' &&
+           key.find('\0') == std::string::npos && validUtf8(key);
+}
 
 void ossError(Exchange& ex, const std::string& bucket, int status, const std::string& code, const std::string& message,
               const Pairs& extra) {
@@ -117,7 +127,7 @@ std::map<std::string, std::string> metaHeaders(const Exchange& ex) {
 
 void serveOss(Exchange& ex) {
     auto r = resolve(ex);
-    auto op = operationOf(ex.req.method, r);
+    auto op = ossOperation(ex, !r.bucket.empty(), !r.key.empty());
     ex.record.service = "oss";
     ex.record.operation = op;
     ex.res.set_header("Server", "AliyunOSS");
@@ -125,10 +135,13 @@ void serveOss(Exchange& ex) {
     auto injected = [&](const Fault& f) { ossError(ex, r.bucket, f.status, f.code, f.message.empty() ? f.code : f.message); };
     if (ex.applyFault(op, injected) || !authorized(r)) return;
     if (op == "PutBucket") return putBucket(r);
-    if (r.bucket.empty() || !ex.impl.storage.hasBucket(r.bucket))
+    auto handler = handlers().find(op);
+    if (handler == handlers().end())
+        return ossError(ex, r.bucket, 501, "NotImplemented", "The operation " + op + " is not implemented here.");
+    if (op != "ListBuckets" && !ex.impl.storage.hasBucket(r.bucket))
         return ossError(ex, r.bucket, 404, "NoSuchBucket", "The specified bucket does not exist.",
                         {{"BucketName", r.bucket}});
-    if (!r.key.empty() && !validKey(r.key))
+    if (!r.key.empty() && !validObjectName(r.key))
         return ossError(ex, r.bucket, 400, "InvalidObjectName", "The specified object is not valid.");
     // Everything stored beside an object is text: metadata, its type and notification.
     for (const auto& [name, value] : ex.req.headers)
@@ -136,7 +149,7 @@ void serveOss(Exchange& ex) {
              iequals(name, "x-oss-notification")) &&
             !validUtf8(value))
             return ossError(ex, r.bucket, 400, "InvalidArgument", "The header " + name + " is not valid UTF-8.");
-    dispatch(r, op);
+    handler->second(r);
 }
 
 }  // namespace quorvane::emulator

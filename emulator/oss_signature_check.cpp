@@ -5,6 +5,7 @@
 #include <set>
 
 #include "emulator/oss_auth_failures.h"
+#include "emulator/oss_header_spellings.h"
 #include "foundation/crypto.h"
 #include "foundation/dates.h"
 
@@ -22,7 +23,12 @@ const std::set<std::string>& subResources() {
         "response-content-language", "response-expires", "response-cache-control", "response-content-disposition",
         "response-content-encoding", "restore", "callback", "callback-var", "versionId", "versioning", "versions",
         "policy", "requestPayment", "encryption", "worm", "wormId", "wormExtend", "inventory", "inventoryId",
-        "continuation-token", "stat", "sequential", "x-oss-traffic-limit", "x-oss-request-payer"};
+        "continuation-token", "stat", "sequential", "x-oss-traffic-limit", "x-oss-request-payer", "udf", "udfName",
+        "udfImage", "udfId", "udfImageDesc", "udfApplication", "udfApplicationLog", "qosInfo", "asyncFetch",
+        "withHashContext", "x-oss-enable-md5", "x-oss-enable-sha1", "x-oss-enable-sha256", "x-oss-hash-ctx",
+        "x-oss-md5-ctx", "transferAcceleration", "regionList", "cloudboxes", "x-oss-ac-source-ip",
+        "x-oss-ac-subnet-mask", "x-oss-ac-vpc-id", "x-oss-ac-forward-allow", "metaQuery", "resourceGroup", "rtc",
+        "x-oss-async-process", "responseHeader"};
     return names;
 }
 
@@ -63,9 +69,15 @@ std::string ossStringToSign(const OssSignedRequest& r) {
            canonicalHeaders(r.headers) + canonicalResource(r);
 }
 
-std::optional<OssAuthFailure> checkOssSignature(const OssSignedRequest& r, const KeyLookup& lookup,
-                                                const OssSignaturePolicy& policy, foundation::SystemTime now) {
+namespace {
+
+// One spelling of the request's headers, V1 or V4.
+std::optional<OssAuthFailure> checkSpelling(const OssSignedRequest& r, const KeyLookup& lookup,
+                                            const OssSignaturePolicy& policy, foundation::SystemTime now) {
     auto auth = headerValue(r.headers, "Authorization");
+    const bool presigned = std::any_of(r.params.begin(), r.params.end(),
+                                       [](const auto& p) { return p.first == "x-oss-signature-version"; });
+    if (!auth && presigned) return checkOssV4PresignedSignature(r, lookup, policy, now);
     if (!auth) return authFailure(403, "AccessDenied", "You have no right to access this object because of bucket acl.");
     if (startsWith(*auth, "OSS4-HMAC-SHA256 ")) return checkOssV4Signature(r, *auth, lookup, policy, now);
     auto colon = auth->rfind(':');
@@ -98,6 +110,21 @@ std::optional<OssAuthFailure> checkOssSignature(const OssSignedRequest& r, const
                             {"StringToSign", stringToSign},
                             {"StringToSignBytes", spacedHex(stringToSign)}});
     return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<OssAuthFailure> checkOssSignature(const OssSignedRequest& r, const KeyLookup& lookup,
+                                                const OssSignaturePolicy& policy, foundation::SystemTime now) {
+    auto failure = checkSpelling(r, lookup, policy, now);
+    // Re-encoded spellings are tried only on a mismatch, so every other refusal stays as it was.
+    if (!failure || failure->code != "SignatureDoesNotMatch") return failure;
+    for (auto& headers : encodedHeaderSpellings(r.headers)) {
+        auto respelled = r;
+        respelled.headers = std::move(headers);
+        if (!checkSpelling(respelled, lookup, policy, now)) return std::nullopt;
+    }
+    return failure;
 }
 
 std::optional<std::string> headerValue(const Pairs& headers, std::string_view name) {

@@ -44,5 +44,9 @@ std::optional<OssAuthFailure> checkOssSignature(const OssSignedRequest& request,
 std::optional<OssAuthFailure> checkOssV4Signature(const OssSignedRequest& request, const std::string& authorization,
                                                   const KeyLookup& lookup, const OssSignaturePolicy& policy,
                                                   foundation::SystemTime now);
+// A presigned URL's V4 query-string signature (x-oss-signature-version, x-oss-credential, x-oss-date,
+// x-oss-expires, x-oss-signature): authentic, not expired, and for this region.
+std::optional<OssAuthFailure> checkOssV4PresignedSignature(const OssSignedRequest& request, const KeyLookup& lookup,
+                                                           const OssSignaturePolicy& policy, foundation::SystemTime now);
 
 }  // namespace quorvane::emulator

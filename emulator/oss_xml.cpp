@@ -1,4 +1,5 @@
 #include "emulator/oss_xml.h"
+#include "emulator/oss_xml_build.h"
 
 #include <pugixml.hpp>
 
@@ -7,23 +8,6 @@
 
 namespace quorvane::emulator {
 namespace {
-
-pugi::xml_node root(pugi::xml_document& doc, const char* name) {
-    auto decl = doc.append_child(pugi::node_declaration);
-    decl.append_attribute("version") = "1.0";
-    decl.append_attribute("encoding") = "UTF-8";
-    return doc.append_child(name);
-}
-
-void add(pugi::xml_node parent, const char* name, const std::string& text) {
-    parent.append_child(name).text().set(text.c_str());
-}
-
-std::string toText(const pugi::xml_document& doc) {
-    std::ostringstream out;
-    doc.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
-    return out.str();
-}
 
 std::string stripQuotes(std::string s) {
     s = trim(s);
@@ -35,58 +19,75 @@ std::string stripQuotes(std::string s) {
 
 }  // namespace
 
+pugi::xml_node xmlRoot(pugi::xml_document& doc, const char* name) {
+    auto decl = doc.append_child(pugi::node_declaration);
+    decl.append_attribute("version") = "1.0";
+    decl.append_attribute("encoding") = "UTF-8";
+    return doc.append_child(name);
+}
+
+void xmlAdd(pugi::xml_node parent, const char* name, const std::string& text) {
+    parent.append_child(name).text().set(text.c_str());
+}
+
+std::string xmlText(const pugi::xml_document& doc) {
+    std::ostringstream out;
+    doc.save(out, "  ", pugi::format_default, pugi::encoding_utf8);
+    return out.str();
+}
+
 std::string errorXml(const std::string& code, const std::string& message, const std::string& requestId,
                      const std::string& hostId, const Pairs& extra) {
     pugi::xml_document doc;
-    auto error = root(doc, "Error");
-    add(error, "Code", code);
-    add(error, "Message", message);
-    add(error, "RequestId", requestId);
-    add(error, "HostId", hostId);
-    for (const auto& [name, value] : extra) add(error, name.c_str(), value);
-    return toText(doc);
+    auto error = xmlRoot(doc, "Error");
+    xmlAdd(error, "Code", code);
+    xmlAdd(error, "Message", message);
+    xmlAdd(error, "RequestId", requestId);
+    xmlAdd(error, "HostId", hostId);
+    for (const auto& [name, value] : extra) xmlAdd(error, name.c_str(), value);
+    return xmlText(doc);
 }
 
 std::string initiateResultXml(const std::string& bucket, const std::string& key, const std::string& uploadId) {
     pugi::xml_document doc;
-    auto result = root(doc, "InitiateMultipartUploadResult");
-    add(result, "Bucket", bucket);
-    add(result, "Key", key);
-    add(result, "UploadId", uploadId);
-    return toText(doc);
+    auto result = xmlRoot(doc, "InitiateMultipartUploadResult");
+    xmlAdd(result, "Bucket", bucket);
+    xmlAdd(result, "Key", key);
+    xmlAdd(result, "UploadId", uploadId);
+    return xmlText(doc);
 }
 
 std::string listPartsXml(const ListPartsPage& page) {
     pugi::xml_document doc;
-    auto result = root(doc, "ListPartsResult");
-    add(result, "Bucket", page.bucket);
-    add(result, "Key", page.key);
-    add(result, "UploadId", page.uploadId);
-    add(result, "PartNumberMarker", std::to_string(page.marker));
-    add(result, "NextPartNumberMarker", std::to_string(page.nextMarker));
-    add(result, "MaxParts", std::to_string(page.maxParts));
-    add(result, "IsTruncated", page.truncated ? "true" : "false");
-    add(result, "StorageClass", "Standard");
+    auto result = xmlRoot(doc, "ListPartsResult");
+    xmlAdd(result, "Bucket", page.bucket);
+    xmlAdd(result, "Key", page.key);
+    xmlAdd(result, "UploadId", page.uploadId);
+    xmlAdd(result, "PartNumberMarker", std::to_string(page.marker));
+    xmlAdd(result, "NextPartNumberMarker", std::to_string(page.nextMarker));
+    xmlAdd(result, "MaxParts", std::to_string(page.maxParts));
+    xmlAdd(result, "IsTruncated", page.truncated ? "true" : "false");
+    xmlAdd(result, "StorageClass", "Standard");
     for (const auto& p : page.parts) {
         auto part = result.append_child("Part");
-        add(part, "PartNumber", std::to_string(p.number));
-        add(part, "LastModified", p.lastModified);
-        add(part, "ETag", p.etag);
-        add(part, "Size", std::to_string(p.size));
-        add(part, "HashCrc64ecma", std::to_string(p.crc64));
+        xmlAdd(part, "PartNumber", std::to_string(p.number));
+        xmlAdd(part, "LastModified", p.lastModified);
+        xmlAdd(part, "ETag", p.etag);
+        xmlAdd(part, "Size", std::to_string(p.size));
+        xmlAdd(part, "HashCrc64ecma", std::to_string(p.crc64));
     }
-    return toText(doc);
+    return xmlText(doc);
 }
 
 std::string completeResultXml(const std::string& location, const std::string& bucket, const std::string& key,
                               const std::string& etag) {
     pugi::xml_document doc;
-    auto result = root(doc, "CompleteMultipartUploadResult");
-    add(result, "Location", location);
-    add(result, "Bucket", bucket);
-    add(result, "Key", key);
-    add(result, "ETag", etag);
-    return toText(doc);
+    auto result = xmlRoot(doc, "CompleteMultipartUploadResult");
+    xmlAdd(result, "Location", location);
+    xmlAdd(result, "Bucket", bucket);
+    xmlAdd(result, "Key", key);
+    xmlAdd(result, "ETag", etag);
+    return xmlText(doc);
 }
 
 std::optional<std::vector<CompletePart>> parseCompleteBody(const std::string& body) {

@@ -16,7 +16,7 @@ Storage::Storage(std::string dir) : dir_(std::move(dir)) {}
 bool Storage::open() {
     if (dir_.empty()) return true;
     std::error_code ec;
-    for (const char* sub : {"buckets", "uploads", "tmp"}) fs::create_directories(fs::path(dir_) / sub, ec);
+    for (const char* sub : {"buckets", "bucket-dates", "uploads", "tmp"}) fs::create_directories(fs::path(dir_) / sub, ec);
     if (ec) return false;
     fs::remove_all(fs::path(dir_) / "tmp", ec);  // bodies cut by a previous stop
     fs::create_directories(fs::path(dir_) / "tmp", ec);
@@ -42,7 +42,7 @@ void Storage::clear() {
     uploads_.clear();
     if (dir_.empty()) return;
     std::error_code ec;
-    for (const char* sub : {"buckets", "uploads"}) {
+    for (const char* sub : {"buckets", "bucket-dates", "uploads"}) {
         fs::remove_all(fs::path(dir_) / sub, ec);
         fs::create_directories(fs::path(dir_) / sub, ec);
     }
@@ -55,10 +55,12 @@ bool Storage::hasBucket(const std::string& bucket) const {
 
 void Storage::createBucket(const std::string& bucket) {
     std::lock_guard lock(mutex_);
-    buckets_.insert(bucket);
-    if (!dir_.empty()) {
+    auto [slot, made] = buckets_.emplace(bucket, ossTime(std::chrono::system_clock::now()));
+    if (!dir_.empty() && made) {
         std::error_code ec;
         fs::create_directories(fs::path(dir_) / "buckets" / bucket, ec);
+        // Apart from the bucket's directory, whose own time changes with its files.
+        writeFileAtomically((fs::path(dir_) / "bucket-dates" / bucket).string(), slot->second);
     }
 }
 
@@ -101,7 +103,7 @@ void removeFiles(const Blob& blob) {
 // False, with nothing changed, when the record cannot be written.
 bool Storage::putObjectLocked(StoredObject object) {
     if (!saveObjectMeta(object)) return false;
-    buckets_.insert(object.info.bucket);
+    buckets_.emplace(object.info.bucket, object.info.lastModified);
     auto& slot = objects_[{object.info.bucket, object.info.key}];
     std::error_code ec;
     for (const auto& old : slot.blob.pieces) {
@@ -144,9 +146,10 @@ std::vector<ObjectInfo> Storage::objects() const {
 
 std::optional<std::string> Storage::createUpload(const std::string& bucket, const std::string& key,
                                                  const std::string& contentType,
-                                                 const std::map<std::string, std::string>& metadata) {
+                                                 const std::map<std::string, std::string>& metadata,
+                                                 const std::string& initiated) {
     StoredUpload upload;
-    upload.info = {randomHex(32, true), bucket, key, contentType, UploadState::Open, {}};
+    upload.info = {randomHex(32, true), bucket, key, contentType, UploadState::Open, {}, initiated};
     upload.metadata = metadata;
     std::lock_guard lock(mutex_);
     if (!dir_.empty()) {
@@ -263,7 +266,9 @@ void Storage::loadObjects() {
     std::error_code ec;
     for (const auto& bucketDir : fs::directory_iterator(fs::path(dir_) / "buckets", ec)) {
         if (!bucketDir.is_directory()) continue;
-        buckets_.insert(bucketDir.path().filename().string());
+        auto name = bucketDir.path().filename().string();
+        auto created = readTextFile((fs::path(dir_) / "bucket-dates" / name).string());
+        buckets_.emplace(name, created ? *created : ossTime(std::chrono::system_clock::now()));
         for (const auto& file : fs::directory_iterator(bucketDir.path(), ec)) {
             if (file.path().extension() != ".json") continue;
             auto json = readJsonFile(file.path().string());

@@ -3,6 +3,7 @@
 // Bodies are streamed into a BlobWriter and only become visible when committed whole, so a failed or
 // cut request never corrupts what is stored.
 #include <cstdio>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -97,16 +98,32 @@ public:
 
     bool hasBucket(const std::string& bucket) const;
     void createBucket(const std::string& bucket);
+    std::vector<std::string> buckets() const;
+    // When the bucket was made (ISO-8601 with milliseconds); nullopt when there is no such bucket.
+    std::optional<std::string> bucketCreated(const std::string& bucket) const;
 
     // False when the object could not be written whole; what was stored before stays as it was.
     bool storeObject(ObjectInfo info, BlobWriter& body);
     std::optional<std::pair<ObjectInfo, Blob>> object(const std::string& bucket, const std::string& key) const;
     std::vector<ObjectInfo> objects() const;
+    // The bucket's objects whose keys start with `prefix` and sort after `after`, in byte order of the
+    // keys; at most `limit` of them.
+    std::vector<ObjectInfo> objectsAfter(const std::string& bucket, const std::string& prefix,
+                                         const std::string& after, std::size_t limit) const;
+    // Ok also when there was no such object; Failed when its record could not be removed (it stays).
+    Stored deleteObject(const std::string& bucket, const std::string& key);
+    // Stores `info` (bucket, key and attributes of the copy) with the bytes of the source object, shared
+    // with it rather than copied. NotOpen when the source is gone.
+    Stored copyObject(const std::string& srcBucket, const std::string& srcKey, ObjectInfo info);
+    // Changes an object's attributes (ACL, tags) in place; NotOpen when there is no such object.
+    Stored updateObject(const std::string& bucket, const std::string& key,
+                        const std::function<void(ObjectInfo&)>& change);
 
     // The new upload's id; nullopt when its record could not be written.
     std::optional<std::string> createUpload(const std::string& bucket, const std::string& key,
                                             const std::string& contentType,
-                                            const std::map<std::string, std::string>& metadata);
+                                            const std::map<std::string, std::string>& metadata,
+                                            const std::string& initiated = "");
     std::optional<StoredUpload> upload(const std::string& uploadId) const;
     // A part that cannot be written leaves the upload without that part number.
     Stored storePart(const std::string& uploadId, PartInfo part, BlobWriter& body);
@@ -134,7 +151,7 @@ private:
 
     std::string dir_;
     mutable std::mutex mutex_;
-    std::set<std::string> buckets_;
+    std::map<std::string, std::string> buckets_;  // name -> creation time
     std::map<std::pair<std::string, std::string>, StoredObject> objects_;
     std::map<std::string, StoredUpload> uploads_;
     std::uint64_t tempCounter_ = 0;

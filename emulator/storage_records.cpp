@@ -41,7 +41,10 @@ Value objectToJson(const ObjectInfo& o) {
                {"size", o.size},            {"etag", o.etag},
                {"crc64", o.crc64},          {"contentType", o.contentType},
                {"metadata", o.metadata},    {"notification", o.notification},
-               {"lastModified", o.lastModified}, {"partCount", o.partCount}};
+               {"lastModified", o.lastModified}, {"partCount", o.partCount},
+               {"acl", o.acl}};
+    j["tags"] = Value::array();
+    for (const auto& [k, v] : o.tags) j["tags"].push_back(Value::array({k, v}));
     if (o.notificationRaw) j["notificationRaw"] = *o.notificationRaw;
     return j;
 }
@@ -59,6 +62,11 @@ ObjectInfo objectFromJson(const Value& j) {
     o.notification = j.value("notification", Value());
     o.lastModified = str(j, "lastModified");
     o.partCount = static_cast<int>(num(j, "partCount"));
+    if (auto acl = str(j, "acl"); !acl.empty()) o.acl = acl;
+    if (auto tags = j.find("tags"); tags != j.end() && tags->is_array())
+        for (const auto& t : *tags)
+            if (t.is_array() && t.size() == 2 && t[0].is_string() && t[1].is_string())
+                o.tags.emplace_back(t[0].get<std::string>(), t[1].get<std::string>());
     return o;
 }
 
@@ -84,7 +92,7 @@ Value uploadToJson(const UploadInfo& u, const std::map<std::string, std::string>
         for (const auto& p : u.parts) parts.push_back(partToJson(p));
     return {{"uploadId", u.uploadId}, {"bucket", u.bucket},         {"key", u.key},
             {"contentType", u.contentType}, {"state", stateName(u.state)}, {"metadata", metadata},
-            {"parts", parts}};
+            {"parts", parts}, {"initiated", u.initiated}};
 }
 
 UploadInfo uploadFromJson(const Value& j, std::map<std::string, std::string>& metadata) {
@@ -93,6 +101,7 @@ UploadInfo uploadFromJson(const Value& j, std::map<std::string, std::string>& me
     u.bucket = str(j, "bucket");
     u.key = str(j, "key");
     u.contentType = str(j, "contentType");
+    u.initiated = str(j, "initiated");
     auto state = str(j, "state");
     u.state = state == "completed" ? UploadState::Completed : state == "aborted" ? UploadState::Aborted
                                                                                   : UploadState::Open;
@@ -128,12 +137,18 @@ bool writeFileAtomically(const std::string& path, const std::string& text) {
     return ok && !ec;
 }
 
-std::optional<Value> readJsonFile(const std::string& path) {
+std::optional<std::string> readTextFile(const std::string& path) {
     std::ifstream in(path, std::ios::binary);
     if (!in) return std::nullopt;
     std::ostringstream text;
     text << in.rdbuf();
-    return foundation::parseJson(text.str());
+    return text.str();
+}
+
+std::optional<Value> readJsonFile(const std::string& path) {
+    auto text = readTextFile(path);
+    if (!text) return std::nullopt;
+    return foundation::parseJson(*text);
 }
 
 }  // namespace quorvane::emulator

@@ -20,5 +20,6 @@ std::optional<std::string> recordText(const Value& json);
 // behind, when a write or the close failed.
 bool writeFileAtomically(const std::string& path, const std::string& text);
 std::optional<Value> readJsonFile(const std::string& path);
+std::optional<std::string> readTextFile(const std::string& path);
 
 }  // namespace quorvane::emulator

@@ -22,6 +22,7 @@
 #include "foundation/dispatch.h"
 #include "platform/headless/headless_containers.h"
 #include "platform/headless/headless_platform.h"
+#include "platform/linux/capture/input_url.h"
 #include "platform/linux/capture/linux_capture.h"
 #include "platform/view.h"
 #include "platform/window_hierarchy.h"
@@ -173,12 +174,25 @@ int runPhoto(const CaptureDemo& demo) {
 
 }  // namespace
 
+// An input the capture can open names its FFmpeg format first: a bare "code.png" is a usage error here,
+// before any device or permission prompt is involved.
+const CLI::Validator kInputUrl(
+    [](std::string& url) -> std::string {
+        if (platform::linux_capture::parseInputUrl(url)) return {};
+        return "'" + url + "' is not an input this program understands: write FORMAT:INPUT, the FFmpeg format first "
+               "(image2:" + (url.empty() ? std::string("code.png") : url) + "?loop=1 for a picture, file:" +
+               (url.empty() ? std::string("clip.mp4") : url) + " for a media file, v4l2:/dev/video0, alsa:default, lavfi:...)";
+    },
+    "FORMAT:INPUT", "FFmpeg input URL");
+
 std::vector<Subcommand> addDemoCaptureCommands(CLI::App& demo) {
     std::vector<Subcommand> commands;
     auto record = std::make_shared<CaptureDemo>();
     record->input = "alsa:default";
     CLI::App* recordCommand = demo.add_subcommand("record", "A voice note from the microphone, with its countdown");
-    recordCommand->add_option("--input", record->input, "Microphone as an FFmpeg input URL")->capture_default_str();
+    recordCommand->add_option("--input", record->input, "Microphone as an FFmpeg input URL")
+        ->check(kInputUrl)
+        ->capture_default_str();
     recordCommand->add_option("--seconds", record->seconds, "The recording's limit")->check(CLI::Range(1, 600))
         ->capture_default_str();
     commands.push_back({recordCommand, [record] { return runRecord(*record); }});
@@ -186,7 +200,9 @@ std::vector<Subcommand> addDemoCaptureCommands(CLI::App& demo) {
     auto scan = std::make_shared<CaptureDemo>();
     scan->input = "v4l2:/dev/video0";
     CLI::App* scanCommand = demo.add_subcommand("scan", "The scanning screen on camera frames; prints the text read");
-    scanCommand->add_option("--input", scan->input, "Camera as an FFmpeg input URL")->capture_default_str();
+    scanCommand->add_option("--input", scan->input, "Camera as an FFmpeg input URL")
+        ->check(kInputUrl)
+        ->capture_default_str();
     scanCommand->add_option("--code", scan->code, "Play a picture of this text's QR code as the camera instead");
     scanCommand->add_option("--timeout", scan->timeout, "Seconds to wait for a code")->capture_default_str();
     commands.push_back({scanCommand, [scan] { return runScan(*scan); }});
@@ -194,7 +210,9 @@ std::vector<Subcommand> addDemoCaptureCommands(CLI::App& demo) {
     auto photo = std::make_shared<CaptureDemo>();
     photo->input = "v4l2:/dev/video0";
     CLI::App* photoCommand = demo.add_subcommand("photo", "A compressed camera photo; prints the result array");
-    photoCommand->add_option("--input", photo->input, "Camera as an FFmpeg input URL")->capture_default_str();
+    photoCommand->add_option("--input", photo->input, "Camera as an FFmpeg input URL")
+        ->check(kInputUrl)
+        ->capture_default_str();
     commands.push_back({photoCommand, [photo] { return runPhoto(*photo); }});
     return commands;
 }

@@ -2,6 +2,7 @@
 // in-process (no service options) or to the services named on the command line.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -23,6 +24,8 @@
 #include "upload_records.h"
 #include "upload_session.h"
 #include "upload_targets.h"
+#include "stdin_upload.h"
+#include "store_options.h"
 
 namespace quorvane::app {
 namespace {
@@ -65,7 +68,10 @@ std::string optionsProblem(const UploadOptions& o) {
 }
 
 // The jobs, or a usage problem in `problem`. `o.files` has lost its oss:// destination by now.
-std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, std::string& problem) {
+// `bucketNamed`: the command line named a bucket or endpoint (a profile's do not send media files past the
+// video service).
+std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, bool bucketNamed, bool serviceNamed,
+                                std::string& problem) {
     Selection selection{o.recursive, o.include, o.exclude};
     auto files = selectFiles(o.files, selection, problem);
     if (!problem.empty()) return {};
@@ -79,7 +85,7 @@ std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, std
         UploadJob job{file.display, file.path, {}, false, file.size};
         // Media files go to the video service unless a bucket is named: a named endpoint is never
         // passed over for the region's real video service.
-        job.vod = o.vod || (!o.oss && !o.namesBucket() && isMediaFile(file.path));
+        job.vod = o.vod || (!o.oss && !bucketNamed && isMediaFile(file.path));
         if (o.vod && !isMediaFile(file.path)) {
             problem = file.display + ": --vod takes video, audio or image files (known by their extension)";
             return {};
@@ -93,8 +99,9 @@ std::vector<UploadJob> planJobs(const UploadOptions& o, const KeyRule& rule, std
                                      "its own (add --oss)";
             return {};
         }
-        if (!job.vod && o.namesService() && (o.endpoint.empty() || o.bucket.empty())) {
-            problem = file.display + ": direct uploads need --endpoint and --bucket (or oss://BUCKET/KEY)";
+        if (!job.vod && serviceNamed && (o.endpoint.empty() || o.bucket.empty())) {
+            problem = file.display + ": direct uploads need an endpoint and a bucket (--endpoint and --bucket or "
+                                     "oss://BUCKET/KEY, or a profile's: quorvane config)";
             return {};
         }
         if (!job.vod) direct.push_back(file);
@@ -123,6 +130,57 @@ bool openLogFile(const std::string& path, const std::vector<std::string>& secret
     });
     oss::OSSLog::enableLog();
     return true;
+}
+
+// `-` as the source: standard input streamed to one object (see stdin_upload.h).
+template <class UsageError, class Fail>
+int uploadFromStandardInput(const UploadOptions& options, const KeyRule& rule, bool embedded,
+                            const Credentials& credentials, UploadProgressView& view, UsageError usageError, Fail fail) {
+    if (options.files.size() != 1) return usageError("'-' (standard input) is the only source of its upload");
+    if (rule.key.empty()) return usageError("standard input has no name: give its whole key (oss://BUCKET/KEY or --key)");
+    if (options.vod) return usageError("standard input goes straight into a bucket, not through the video service");
+    if (options.recursive) return usageError("-r does not go with '-' (standard input)");
+    if (isatty(STDIN_FILENO)) return usageError("standard input is a terminal: pipe the data in (producer | quorvane upload - ...)");
+    StoreAccess access;
+    access.caFile = options.caFile;
+    access.signatureVersion = options.signatureVersion;
+    std::unique_ptr<EmbeddedCloud> cloud;
+    std::string problem;
+    if (embedded) {
+        auto paths = uploadCachePaths(true);
+        cloud = std::make_unique<EmbeddedCloud>(options.storage.empty() ? paths.cloudStorage : options.storage);
+        if (!cloud->start(problem)) return fail("setup", problem, kExitSomeFailed);
+        auto sts = cloud->issueSts();
+        access.endpoint = cloud->endpoint();
+        access.bucket = cloud->bucket();
+        access.region = cloud->region();
+        access.keyId = sts.AccessKeyId;
+        access.secret = sts.AccessKeySecret;
+        access.token = sts.SecurityToken;
+        access.expire = sts.Expiration;
+    } else {
+        if (options.endpoint.empty() || options.bucket.empty())
+            return usageError("standard input needs an endpoint and a bucket (--endpoint and oss://BUCKET/KEY, or a profile's)");
+        access.endpoint = options.endpoint;
+        access.bucket = options.bucket;
+        access.region = !options.region.empty() ? options.region : credentials.region;
+        if (access.region.empty()) access.region = oss::regionFromEndpoint(options.endpoint).value_or("");
+        if (access.region.empty() && options.signatureVersion == 4)
+            return usageError("the endpoint '" + options.endpoint + "' names no region, which V4 signatures need: give --region");
+        access.keyId = credentials.keyId;
+        access.secret = credentials.secret;
+        access.token = credentials.token;
+        access.expire = credentials.expire;
+    }
+    if (options.dryRun) {
+        view.planned("-", access.bucket, rule.key, 0);
+        view.summary({});
+        return kExitUploaded;
+    }
+    if (!options.bwlimit.empty()) foundation::setProcessSendRateLimit(*parseRate(options.bwlimit));
+    int status = uploadStandardInput(access, rule.key, options.partSize, STDIN_FILENO, view);
+    if (cloud) cloud->stop();
+    return status;
 }
 
 int runUpload(UploadOptions options) {
@@ -158,16 +216,33 @@ int runUpload(UploadOptions options) {
     if (auto problem = optionsProblem(options); !problem.empty()) return usageError(problem);
     std::string problem;
 
-    const bool embedded = !options.namesService();
+    // Keys in the environment, or a profile with an endpoint, name a service as much as options do: the
+    // same command never goes to the local cloud with one and to a service with the other.
+    const Environment env = [](const char* name) { return std::getenv(name); };
+    StoreOptions storeOptions;
+    storeOptions.endpoint = options.endpoint;
+    storeOptions.keyId = options.keyId;
+    storeOptions.secret = options.secret;
+    storeOptions.token = options.token;
+    storeOptions.profile = options.profile;
+    storeOptions.credentialsFile = options.credentialsFile;
+    const bool bucketNamed = options.namesBucket();
+    const bool embedded = !options.namesService() && !storeNamesService(storeOptions, env);
+    if (!embedded && !options.storage.empty())
+        return usageError("--storage is for the local cloud; it cannot go with service options, keys in the "
+                          "environment or a profile with an endpoint");
     Credentials credentials;
     if (!embedded) {
-        CredentialInputs inputs{{options.keyId, options.secret, options.token, options.expire, {}, {}},
-                                options.profile,
-                                options.credentialsFile,
-                                [](const char* name) { return std::getenv(name); }};
+        CredentialInputs inputs{{options.keyId, options.secret, options.token, options.expire, {}, {}, {}, {}},
+                                options.profile, options.credentialsFile, env};
         auto resolved = resolveCredentials(inputs, problem);
-        if (!resolved) return usageError(problem);
-        credentials = *resolved;
+        // A dry run sends nothing: it needs no keys, only where the files would go.
+        if (!resolved && !options.dryRun) return usageError(problem);
+        problem.clear();
+        if (resolved) credentials = *resolved;
+        // The endpoint, region and bucket of the place the keys came from, where the command line gives none.
+        if (options.endpoint.empty()) options.endpoint = credentials.endpoint;
+        if (options.bucket.empty()) options.bucket = credentials.bucket;
         if (!credentials.token.empty() && credentials.expire.empty()) {
             // The engine keeps an expiry with temporary credentials but never acts on it: the service
             // says when they have expired.
@@ -178,7 +253,10 @@ int runUpload(UploadOptions options) {
         }
     }
 
-    auto jobs = planJobs(options, rule, problem);
+    if (std::find(options.files.begin(), options.files.end(), "-") != options.files.end())
+        return uploadFromStandardInput(options, rule, embedded, credentials, view, usageError, fail);
+
+    auto jobs = planJobs(options, rule, bucketNamed, !embedded, problem);
     if (!problem.empty()) return usageError(problem);
 
     if (options.dryRun) {

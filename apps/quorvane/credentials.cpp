@@ -1,6 +1,6 @@
 #include "credentials.h"
 
-#include <ini.h>
+#include "profile_file.h"
 
 #include <cctype>
 #include <cerrno>
@@ -22,17 +22,6 @@ const std::vector<std::string> kKeyIdNames{"access_key_id", "accesskeyid", "acce
 const std::vector<std::string> kSecretNames{"access_key_secret", "accesskeysecret", "access-key-secret"};
 const std::vector<std::string> kTokenNames{"security_token", "sts_token", "ststoken", "session_token", "sts-token"};
 const std::vector<std::string> kExpireNames{"expiration", "expire"};
-
-std::string lower(std::string text) {
-    for (auto& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-int onIniEntry(void* user, const char* section, const char* name, const char* value) {
-    auto* sections = static_cast<std::map<std::string, Section>*>(user);
-    (*sections)[section][lower(name)] = value;
-    return 1;
-}
 
 std::string firstOf(const Section& section, const std::vector<std::string>& names) {
     for (const auto& name : names)
@@ -62,18 +51,13 @@ std::optional<Credentials> profileCredentials(const CredentialInputs& in, std::s
         problem = "credentials file " + path + " is not a regular file";
         return std::nullopt;
     }
-    FILE* file = std::fopen(path.c_str(), "r");
-    if (!file) {
-        problem = "cannot read the credentials file " + path + ": " + std::strerror(errno);
+    std::string unreadable;
+    auto parsed = readProfiles(path, unreadable);
+    if (!parsed) {
+        problem = "credentials file " + path + ": " + unreadable;
         return std::nullopt;
     }
-    std::map<std::string, Section> sections;
-    int line = ini_parse_file(file, onIniEntry, &sections);
-    std::fclose(file);
-    if (line != 0) {
-        problem = "credentials file " + path + ": cannot parse line " + std::to_string(line);
-        return std::nullopt;
-    }
+    auto& sections = *parsed;
     auto it = sections.find(name);
     if (it == sections.end()) it = sections.find("profile " + name);  // the AWS config spelling
     if (it == sections.end()) {
@@ -82,7 +66,8 @@ std::optional<Credentials> profileCredentials(const CredentialInputs& in, std::s
     }
     Credentials c{firstOf(it->second, kKeyIdNames), firstOf(it->second, kSecretNames),
                   firstOf(it->second, kTokenNames), firstOf(it->second, kExpireNames),
-                  "profile " + name + " (" + path + ")", firstOf(it->second, {"region"})};
+                  "profile " + name + " (" + path + ")", firstOf(it->second, {"region"}),
+                  firstOf(it->second, {"endpoint"}), firstOf(it->second, {"bucket"})};
     if (c.keyId.empty() || c.secret.empty()) {
         problem = "profile '" + name + "' in " + path + " needs access_key_id and access_key_secret";
         return std::nullopt;
@@ -115,6 +100,9 @@ std::optional<Credentials> resolveCredentials(const CredentialInputs& in, std::s
         }
         Credentials c = f;
         c.source = "command line";
+        // The service of keys typed in: the command line's, else the environment's.
+        c.endpoint = envOf(in, {"OSS_ENDPOINT"});
+        if (c.region.empty()) c.region = envOf(in, {"OSS_REGION", "ALIBABA_CLOUD_REGION_ID"});
         return c;
     }
     if (!in.profile.empty() || !in.credentialsFile.empty()) {  // asked for by name: it wins over the environment
@@ -125,7 +113,7 @@ std::optional<Credentials> resolveCredentials(const CredentialInputs& in, std::s
     Credentials env{envOf(in, {"OSS_ACCESS_KEY_ID", "ALIBABA_CLOUD_ACCESS_KEY_ID"}),
                     envOf(in, {"OSS_ACCESS_KEY_SECRET", "ALIBABA_CLOUD_ACCESS_KEY_SECRET"}),
                     envOf(in, {"OSS_SESSION_TOKEN", "ALIBABA_CLOUD_SECURITY_TOKEN"}), {}, "environment",
-                    envOf(in, {"OSS_REGION", "ALIBABA_CLOUD_REGION_ID"})};
+                    envOf(in, {"OSS_REGION", "ALIBABA_CLOUD_REGION_ID"}), envOf(in, {"OSS_ENDPOINT"}), {}};
     if (!env.keyId.empty() || !env.secret.empty()) {
         if (env.keyId.empty() || env.secret.empty()) {
             problem = "the environment has only half a key pair (OSS_ACCESS_KEY_ID and OSS_ACCESS_KEY_SECRET)";
@@ -140,6 +128,18 @@ std::optional<Credentials> resolveCredentials(const CredentialInputs& in, std::s
                   "or add a [default] profile to " + defaultCredentialsFile(in.env);
     if (c && !f.token.empty()) c->token = f.token, c->expire = f.expire;
     return c;
+}
+
+bool defaultProfileNamesService(const CredentialInputs& in) {
+    if (!envOf(in, {"QUORVANE_PROFILE"}).empty()) return true;
+    std::error_code ec;
+    if (!fs::exists(defaultCredentialsFile(in.env), ec)) return false;
+    CredentialInputs quiet = in;
+    quiet.profile.clear();
+    quiet.credentialsFile.clear();
+    std::string problem;
+    auto c = profileCredentials(quiet, problem);
+    return c && !c->endpoint.empty();
 }
 
 std::optional<long long> parseIsoUtc(const std::string& text) {

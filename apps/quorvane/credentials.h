@@ -11,6 +11,8 @@ struct Credentials {
     std::string keyId, secret, token, expire;  // token and expire empty for a plain key pair
     std::string source;                        // "command line", "environment", "profile NAME (PATH)"
     std::string region;                        // the profile's "region", or OSS_REGION with environment keys
+    // Where the keys belong: the profile's "endpoint" and "bucket", or OSS_ENDPOINT with environment keys.
+    std::string endpoint, bucket;
 };
 
 struct CredentialInputs {
@@ -27,6 +29,10 @@ std::string defaultCredentialsFile(const std::function<const char*(const char*)>
 // The credentials to use, or nullopt with `problem` set (a usage error). A profile named on the
 // command line or in QUORVANE_PROFILE must exist; the default profile is looked at only when its file does.
 std::optional<Credentials> resolveCredentials(const CredentialInputs& inputs, std::string& problem);
+
+// Whether a profile of the credentials file would be read without any option naming it: QUORVANE_PROFILE is
+// set, or the default profile exists and names an endpoint (as `quorvane config` writes it).
+bool defaultProfileNamesService(const CredentialInputs& inputs);
 
 // ISO-8601 UTC ("2030-01-02T03:04:05Z", fractions allowed) as seconds since the epoch; nullopt otherwise.
 std::optional<long long> parseIsoUtc(const std::string& text);

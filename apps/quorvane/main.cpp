@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -12,7 +13,9 @@
 #include <vector>
 
 #include "cli_docs.h"
+#include "cloud_cli.h"
 #include "platform/linux/linux_platform.h"
+#include "store_commands.h"
 #include "upload_commands.h"
 #include "upload_progress_view.h"
 
@@ -39,6 +42,19 @@ int execDemo(int argc, char** argv) {
     return 1;
 }
 
+// What the demo program says of its own command line ("man-sections", "completion-case"): the demo's
+// options are defined there, with the device libraries this program does not load.
+std::string demoDocs(const char* kind) {
+    std::string command = "'" + demoProgramPath() + "' --generate " + kind;
+    std::string text;
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+        char buffer[4096];
+        for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) text.append(buffer, n);
+        if (::pclose(pipe) != 0) text.clear();
+    }
+    return text;
+}
+
 // A usage error as a JSON event too, when the command line asked for JSON.
 void reportUsageError(int argc, char** argv, const std::string& message) {
     for (int i = 1; i < argc; ++i)
@@ -57,19 +73,42 @@ int main(int argc, char** argv) {
     app.set_version_flag("--version", std::string("quorvane ") + QUORVANE_VERSION);
     std::string generate, generated;
     // Build-time only: the completion script and the man page come from these very definitions.
-    app.add_option("--generate", generate)->check(CLI::IsMember({"bash-completion", "man"}))->group("");
+    app.add_option("--generate", generate)->check(CLI::IsMember({"bash-completion", "man", "cloud-man"}))->group("");
     app.add_option("--generate-to", generated)->group("");
     // Listed for the help text; its options are the demo program's.
     app.add_subcommand("demo", "Run façade operations on the headless device, printing JSON lines");
     std::vector<quorvane::app::Subcommand> subcommands{
         quorvane::app::addUploadCommand(app),
         quorvane::app::addCloudCommand(app),
+        quorvane::app::addLsCommand(app),
+        quorvane::app::addGetCommand(app),
+        quorvane::app::addRmCommand(app),
+        quorvane::app::addUploadsCommand(app),
+        quorvane::app::addVerifyCommand(app),
+        quorvane::app::addConfigCommand(app),
+        quorvane::app::addPresignCommand(app),
     };
     try {
         app.parse(argc, argv);
         if (!generate.empty()) {
-            auto text = generate == "man" ? quorvane::app::manPage(app, QUORVANE_VERSION)
-                                          : quorvane::app::bashCompletion(app);
+            std::string text;
+            if (generate == "cloud-man") {
+                // quorvane-cloud takes the very options of `quorvane cloud`.
+                CLI::App cloud{"the local cloud (object storage with STS, the video service, the enterprise API, the "
+                               "log service) until SIGINT or SIGTERM; the same as `quorvane cloud`"};
+                quorvane::emulator::EmulatorOptions options;
+                quorvane::app::addCloudOptions(cloud, options);
+                cloud.set_version_flag("--version", "");
+                text = quorvane::app::programManPage(cloud, "quorvane-cloud", QUORVANE_VERSION);
+            } else if (generate == "man") {
+                auto demo = demoDocs("man-sections");
+                if (demo.empty()) throw CLI::ValidationError("--generate", "the demo program did not describe itself");
+                text = quorvane::app::manPage(app, QUORVANE_VERSION, {{"demo", demo}});
+            } else {
+                auto demo = demoDocs("completion-case");
+                if (demo.empty()) throw CLI::ValidationError("--generate", "the demo program did not describe itself");
+                text = quorvane::app::bashCompletion(app, {{"demo", demo}});
+            }
             if (generated.empty()) {
                 std::cout << text;
                 return 0;
@@ -78,7 +117,7 @@ int main(int argc, char** argv) {
             out << text;
             return out.good() ? 0 : 1;
         }
-        if (app.get_subcommands().empty()) throw CLI::RequiredError("a command (upload, cloud or demo)");
+        if (app.get_subcommands().empty()) throw CLI::RequiredError("a command (upload, ls, get, rm, uploads, verify, config, presign, cloud or demo)");
     } catch (const CLI::ParseError& e) {
         int status = app.exit(e);  // --help and --version are 0; every usage error is 2
         if (status == 0) return 0;

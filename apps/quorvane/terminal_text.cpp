@@ -61,7 +61,7 @@ std::string printableText(std::string_view text) {
 
 std::string redactSecrets(std::string text, const std::vector<std::string>& secrets) {
     for (const auto& secret : secrets) {
-        if (secret.empty()) continue;
+        if (secret.size() < kMinRedactedLength) continue;
         for (auto at = text.find(secret); at != std::string::npos; at = text.find(secret, at + 3))
             text.replace(at, secret.size(), "***");
     }

@@ -14,10 +14,22 @@ namespace quorvane::app {
 namespace {
 namespace fs = std::filesystem;
 
+// A glob matches a file by its path or its name, or by a directory it lies in (that directory's path
+// below the root, or its name): "tmp/" or "tmp" takes everything inside each directory named tmp. A glob
+// ending in "/" matches directories only.
 bool matchesAny(const std::vector<std::string>& globs, const std::string& relative) {
-    auto base = fs::path(relative).filename().string();
-    return std::any_of(globs.begin(), globs.end(), [&](const std::string& glob) {
-        return fnmatch(glob.c_str(), relative.c_str(), 0) == 0 || fnmatch(glob.c_str(), base.c_str(), 0) == 0;
+    auto matches = [](const std::string& glob, const fs::path& path) {
+        return fnmatch(glob.c_str(), path.generic_string().c_str(), 0) == 0 ||
+               fnmatch(glob.c_str(), path.filename().string().c_str(), 0) == 0;
+    };
+    return std::any_of(globs.begin(), globs.end(), [&](std::string glob) {
+        const bool directoriesOnly = glob.size() > 1 && glob.back() == '/';
+        if (directoriesOnly) glob.pop_back();
+        fs::path path(relative);
+        if (!directoriesOnly && matches(glob, path)) return true;
+        for (auto dir = path.parent_path(); !dir.empty(); dir = dir.parent_path())
+            if (matches(glob, dir)) return true;
+        return false;
     });
 }
 

@@ -209,6 +209,23 @@ OSSTask<OSSAbortMultipartUploadResult>::Ptr OSSClient::abortMultipartUpload(
 OSSTask<OSSHeadObjectResult>::Ptr OSSClient::headObject(std::shared_ptr<OSSHeadObjectRequest> request) {
     return start<OSSHeadObjectResult>(impl_, std::move(request), byReference(startHeadObject));
 }
+OSSTask<OSSGetObjectResult>::Ptr OSSClient::getObject(std::shared_ptr<OSSGetObjectRequest> request) {
+    return start<OSSGetObjectResult>(impl_, std::move(request), byReference(startGetObject));
+}
+OSSTask<OSSListObjectsResult>::Ptr OSSClient::listObjects(std::shared_ptr<OSSListObjectsRequest> request) {
+    return start<OSSListObjectsResult>(impl_, std::move(request), byReference(startListObjects));
+}
+OSSTask<OSSListMultipartUploadsResult>::Ptr OSSClient::listMultipartUploads(
+    std::shared_ptr<OSSListMultipartUploadsRequest> request) {
+    return start<OSSListMultipartUploadsResult>(impl_, std::move(request), byReference(startListMultipartUploads));
+}
+OSSTask<OSSDeleteObjectResult>::Ptr OSSClient::deleteObject(std::shared_ptr<OSSDeleteObjectRequest> request) {
+    return start<OSSDeleteObjectResult>(impl_, std::move(request), byReference(startDeleteObject));
+}
+OSSTask<OSSDeleteMultipleObjectsResult>::Ptr OSSClient::deleteMultipleObjects(
+    std::shared_ptr<OSSDeleteMultipleObjectsRequest> request) {
+    return start<OSSDeleteMultipleObjectsResult>(impl_, std::move(request), byReference(startDeleteMultipleObjects));
+}
 OSSTask<OSSResumableUploadResult>::Ptr OSSClient::resumableUpload(std::shared_ptr<OSSResumableUploadRequest> request) {
     return start<OSSResumableUploadResult>(
         impl_, std::move(request),

@@ -13,6 +13,7 @@
 
 #include "foundation/http_client.h"
 #include "oss/credential_provider.h"
+#include "oss/oss_object_requests.h"
 #include "oss/oss_requests.h"
 #include "oss/oss_task.h"
 
@@ -107,6 +108,18 @@ public:
         std::shared_ptr<OSSAbortMultipartUploadRequest> request);
     OSSTask<OSSHeadObjectResult>::Ptr headObject(std::shared_ptr<OSSHeadObjectRequest> request);
     OSSTask<OSSResumableUploadResult>::Ptr resumableUpload(std::shared_ptr<OSSResumableUploadRequest> request);
+    OSSTask<OSSGetObjectResult>::Ptr getObject(std::shared_ptr<OSSGetObjectRequest> request);
+    // One page each: follow isTruncated with the next markers.
+    OSSTask<OSSListObjectsResult>::Ptr listObjects(std::shared_ptr<OSSListObjectsRequest> request);
+    OSSTask<OSSListMultipartUploadsResult>::Ptr listMultipartUploads(
+        std::shared_ptr<OSSListMultipartUploadsRequest> request);
+    OSSTask<OSSDeleteObjectResult>::Ptr deleteObject(std::shared_ptr<OSSDeleteObjectRequest> request);
+    OSSTask<OSSDeleteMultipleObjectsResult>::Ptr deleteMultipleObjects(
+        std::shared_ptr<OSSDeleteMultipleObjectsRequest> request);
+    // A V4 presigned URL (query-string signature) made with the current provider and the client's
+    // clock; nothing is sent. nullopt with *error set when it cannot be signed (no region, a provider
+    // without its secret, an expiry outside 1 s .. 7 days).
+    std::optional<std::string> presignObjectURL(const OSSPresignRequest& request, Error* error) const;
 
     struct Impl;
 private:

@@ -117,6 +117,16 @@ void startAbort(const OSSOperationContext& context, const OSSAbortMultipartUploa
                 OSSDone<OSSAbortMultipartUploadResult> done);
 void startHeadObject(const OSSOperationContext& context, const OSSHeadObjectRequest& request,
                      OSSDone<OSSHeadObjectResult> done);
+void startGetObject(const OSSOperationContext& context, const OSSGetObjectRequest& request,
+                    OSSDone<OSSGetObjectResult> done);
+void startListObjects(const OSSOperationContext& context, const OSSListObjectsRequest& request,
+                      OSSDone<OSSListObjectsResult> done);
+void startListMultipartUploads(const OSSOperationContext& context, const OSSListMultipartUploadsRequest& request,
+                               OSSDone<OSSListMultipartUploadsResult> done);
+void startDeleteObject(const OSSOperationContext& context, const OSSDeleteObjectRequest& request,
+                       OSSDone<OSSDeleteObjectResult> done);
+void startDeleteMultipleObjects(const OSSOperationContext& context, const OSSDeleteMultipleObjectsRequest& request,
+                                OSSDone<OSSDeleteMultipleObjectsResult> done);
 void startResumableUpload(const OSSOperationContext& context, std::shared_ptr<const OSSResumableUploadRequest> request,
                           OSSDone<OSSResumableUploadResult> done);
 

@@ -4,26 +4,12 @@
 
 #include "oss/oss_body.h"
 #include "oss/oss_client_impl.h"
+#include "oss/oss_operation_steps.h"
 #include "oss/oss_progress.h"
 #include "oss/oss_xml.h"
 
 namespace quorvane::oss {
 namespace {
-
-template <class T>
-OSSOutcome<T> invalid(const std::string& message) {
-    return OSSOutcome<T>::failure(makeClientError(OSSClientErrorCodeInvalidArgument, message));
-}
-
-template <class T>
-std::optional<OSSOutcome<T>> checkTarget(const std::string& bucket, const std::string& key) {
-    if (bucket.empty()) return invalid<T>("The bucket name is empty");
-    if (!isValidBucketName(bucket))
-        return invalid<T>("The bucket name \"" + bucket + "\" is not valid: 3 to 63 lower-case letters, digits and "
-                          "hyphens, starting and ending with a letter or digit");
-    if (key.empty()) return invalid<T>("The object key is empty");
-    return std::nullopt;
-}
 
 template <class T>
 std::optional<OSSOutcome<T>> checkUploadId(const std::string& uploadId) {
@@ -63,16 +49,6 @@ std::shared_ptr<Crc64BodySource> makeBody(const std::optional<std::string>& data
     }
     if (expected && checked) inner = *checked = std::make_shared<FileStateCheckedBody>(inner, path, *expected);
     return std::make_shared<Crc64BodySource>(std::move(inner));
-}
-
-// Sends `call` and hands a successful answer to `read`, which makes the result; errors pass through.
-template <class T, class Read>
-void exchange(const OSSOperationContext& context, OSSHttpCall call, OSSDone<T> done, Read read) {
-    context.client->execute(context, std::move(call),
-                            [done = std::move(done), read = std::move(read)](OSSOutcome<foundation::HttpResponse> answer) {
-                                if (answer.error) return done(OSSOutcome<T>::failure(std::move(*answer.error)));
-                                done(read(*answer.result));
-                            });
 }
 
 // A body's upload: progress while it is sent, and the checks after.
@@ -145,7 +121,7 @@ void startUploadPart(const OSSOperationContext& context, const OSSUploadPartRequ
     using Out = OSSOutcome<OSSUploadPartResult>;
     if (auto bad = checkTarget<OSSUploadPartResult>(r.bucketName, r.objectKey)) return done(*bad);
     if (auto bad = checkUploadId<OSSUploadPartResult>(r.uploadId)) return done(*bad);
-    if (r.partNumber < 1 || r.partNumber > 10000) return done(invalid<OSSUploadPartResult>("Part numbers run from 1 to 10000"));
+    if (r.partNumber < 1 || r.partNumber > 10000) return done(invalidRequest<OSSUploadPartResult>("Part numbers run from 1 to 10000"));
     Error error;
     auto body = makeBody(r.uploadPartData, pathFromFileURL(r.uploadPartFileURL), r.uploadPartFileOffset,
                          r.uploadPartLength, &error);

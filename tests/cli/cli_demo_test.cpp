@@ -40,5 +40,16 @@ TEST(CliDemoLocation, NoPositionFailsWithoutPermissionAndBadPositionIsAUsageErro
     EXPECT_TRUE(bad.lines().empty());
 }
 
+// An input without its FFmpeg format is a usage error, never a device opened or a permission asked for.
+TEST(CliDemoCapture, AnInputWithoutItsFormatIsAUsageErrorNotAPermissionAlert) {
+    for (const char* command : {"scan", "photo", "record"}) {
+        CliProcess bare({QUORVANE_CLI_PATH, "demo", command, "--input", "code.png"}, {});
+        EXPECT_EQ(bare.wait(60s), 2) << command;
+        EXPECT_TRUE(bare.lines().empty()) << command;
+        EXPECT_NE(bare.errors().find("not an input this program understands"), std::string::npos) << bare.errors();
+        EXPECT_NE(bare.errors().find("image2:code.png"), std::string::npos) << bare.errors();
+    }
+}
+
 }  // namespace
 }  // namespace quorvane

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <csignal>
+#include <fstream>
 #include <cstdlib>
 #include <set>
 
@@ -90,6 +91,57 @@ TEST_F(CliUpload, CompletionAndManPageNameEveryUploadOption) {
     EXPECT_EQ(page.rfind(".TH quorvane 1", 0), 0u);
     EXPECT_NE(page.find("\\-\\-bwlimit"), std::string::npos);
     EXPECT_NE(page.find("OSS_ACCESS_KEY_ID"), std::string::npos);
+    // A flag takes no value; an option does.
+    EXPECT_NE(page.find("\\fB\\-r\\fR, \\fB\\-\\-recursive\\fR\n"), std::string::npos);
+    EXPECT_EQ(page.find("\\-\\-json\\fR \\fIVALUE"), std::string::npos);
+    EXPECT_NE(page.find("\\fB\\-\\-bwlimit\\fR \\fIVALUE\\fR"), std::string::npos);
+    for (const char* command : {"ls", "get", "rm", "uploads", "verify", "config", "presign"}) {
+        EXPECT_NE(page.find(std::string(".SH quorvane ") + command + "\n"), std::string::npos) << command;
+        EXPECT_NE(script.find(std::string("    ") + command + ")\n"), std::string::npos) << command;
+    }
+}
+
+// The demo's options are defined by its own program; the man page and the completion still show them.
+TEST_F(CliUpload, DemoAndCloudProgramsAreDocumentedAndCompleted) {
+    auto man = run({"--generate", "man"});
+    ASSERT_EQ(man->wait(kGenerous), 0);
+    std::string page;
+    for (const auto& line : man->lines()) page += line + "\n";
+    for (const char* section : {".SH quorvane demo scan", ".SH quorvane demo record", ".SH quorvane demo location"})
+        EXPECT_NE(page.find(section), std::string::npos) << section;
+    EXPECT_NE(page.find("\\-\\-input"), std::string::npos);
+
+    auto completion = run({"--generate", "bash-completion"});
+    ASSERT_EQ(completion->wait(kGenerous), 0);
+    std::string script;
+    for (const auto& line : completion->lines()) script += line + "\n";
+    auto path = root_ / "completion.bash";
+    std::ofstream(path) << script;
+    // What bash offers after `quorvane demo ` and `quorvane demo scan --i`.
+    auto complete = [&](const std::string& words, int index) {
+        auto command = "bash -c 'source " + path.string() + "; COMP_WORDS=(" + words + "); COMP_CWORD=" +
+                       std::to_string(index) + "; _quorvane; echo \"${COMPREPLY[*]}\"' > " + (root_ / "out").string();
+        EXPECT_EQ(std::system(command.c_str()), 0);
+        std::ifstream in(root_ / "out");
+        std::string offered;
+        std::getline(in, offered);
+        return offered;
+    };
+    auto afterDemo = complete("quorvane demo \"\"", 2);
+    for (const char* word : {"record", "scan", "photo", "location"})
+        EXPECT_NE(afterDemo.find(word), std::string::npos) << afterDemo;
+    EXPECT_NE(complete("quorvane demo scan --i", 3).find("--input"), std::string::npos);
+
+    CliProcess version({QUORVANE_CLOUD_PATH, "--version"}, {});
+    ASSERT_EQ(version.wait(kGenerous), 0);
+    ASSERT_FALSE(version.lines().empty());
+    EXPECT_EQ(version.lines()[0].rfind("quorvane-cloud ", 0), 0u);
+    auto cloudMan = run({"--generate", "cloud-man"});
+    ASSERT_EQ(cloudMan->wait(kGenerous), 0);
+    std::string cloudPage;
+    for (const auto& line : cloudMan->lines()) cloudPage += line + "\n";
+    EXPECT_EQ(cloudPage.rfind(".TH quorvane-cloud 1", 0), 0u);
+    EXPECT_NE(cloudPage.find("\\-\\-v4\\-only"), std::string::npos);
 }
 
 }  // namespace

@@ -28,7 +28,10 @@ TEST(TerminalText, SecretsAndTheTokenHeaderOfAStringToSignAreRedacted) {
     EXPECT_EQ(shown.find("SECRETVALUE"), std::string::npos);
     EXPECT_NE(shown.find("x-oss-security-token:***"), std::string::npos);
     EXPECT_NE(shown.find("/b/k"), std::string::npos);  // the rest of the text stays
-    EXPECT_EQ(redactSecrets("aaaa", {"aa"}), "******");
+    EXPECT_EQ(redactSecrets("aaaaaaaaaaaaaaaa", {"aaaaaaaa"}), "******");
+    // A short "secret" is no key: the letters of messages stay as they are.
+    EXPECT_EQ(redactSecrets("this is it", {"s", "is", "this is"}), "this is it");
+    EXPECT_EQ(redactSecrets("key=abcdefgh.", {"abcdefgh"}), "key=***.");
 }
 
 }  // namespace

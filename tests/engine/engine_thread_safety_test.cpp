@@ -25,6 +25,19 @@ std::shared_ptr<VODUploadEngine> haltedClient(const TempDir& dir) {
     return client;
 }
 
+// A client whose one file waits between retries (nothing listens at its endpoint): Started, and still
+// moving, for as long as the test lets it.
+std::shared_ptr<VODUploadEngine> retryingClient(const TempDir& dir) {
+    writeFile(dir.file("data.bin"), std::string(200 * 1024, 'x'));
+    auto client = VODUploadEngine::create();
+    client->setReportEnabled(false);
+    client->init("LTAIretrying", "retrying-secret-0123", std::make_shared<VODUploadListener>());
+    client->setRetryWait(std::chrono::minutes(10));
+    client->addFile(dir.file("data.bin"), "http://127.0.0.1:1", "bucket", "data.bin");
+    client->start();
+    return client;
+}
+
 }  // namespace
 
 TEST(EngineSettling, AnswersAtOnceOutsideStarted) {
@@ -37,18 +50,27 @@ TEST(EngineSettling, AnswersAtOnceOutsideStarted) {
     EXPECT_TRUE(client->waitUntilSettled(0ms));
 }
 
-TEST(EngineSettling, AHaltedQueueNeverSettlesByItself) {
+// After a failed file the queue halts: the client stays Started and the later files Ready until the
+// caller moves it on; nothing moves by itself, so a waiter is answered at once.
+TEST(EngineSettling, AQueueHaltedOnAFailedFileHasSettledWithLaterFilesReady) {
     TempDir dir;
+    writeFile(dir.file("later.mp4"), "movie");
     auto client = haltedClient(dir);
-    ASSERT_EQ(client->state(), VODClientState::Started);
-    EXPECT_FALSE(client->waitUntilSettled(20ms));
+    client->addFile(dir.file("later.mp4"), nullptr);
+    EXPECT_TRUE(client->waitUntilSettled(std::chrono::minutes(10)));
+    EXPECT_EQ(client->state(), VODClientState::Started);
+    auto files = client->listFiles();
+    ASSERT_EQ(files.size(), 2u);
+    EXPECT_EQ(files[0]->state, UploadFileState::Failure);
+    EXPECT_EQ(files[1]->state, UploadFileState::Ready);
     ASSERT_TRUE(client->stop());
     EXPECT_TRUE(client->waitUntilSettled(0ms));
 }
 
 TEST(EngineSettling, AWaiterWakesWhenAnotherThreadMovesTheState) {
     TempDir dir;
-    auto client = haltedClient(dir);
+    auto client = retryingClient(dir);
+    ASSERT_FALSE(client->waitUntilSettled(20ms));  // its file waits to be tried again
     std::atomic<bool> waiting{false};
     // The waiter's own limit is far beyond the test's: it can only finish in time by being woken.
     auto settled = std::async(std::launch::async, [&] {

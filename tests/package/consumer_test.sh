@@ -56,6 +56,12 @@ run_upload() {
   [ $status -eq 0 ] || { cat "$work/upload.txt"; fail "upload_example exited $status"; }
   grep -q '^progress 2688895/2688895$' "$work/upload.txt" || fail "no final progress line"
   grep -q '^stored$' "$work/upload.txt" || fail "not stored"
+  # Without the key pair it says which variable is missing and exits 2, instead of aborting.
+  local missing=0
+  env -u OSS_ACCESS_KEY_ID OSS_ACCESS_KEY_SECRET=x "$program" "$work/numbers.txt" "$(fact endpoint)" "$(fact bucket)" \
+    consumer/none.txt > "$work/nokeys.txt" 2>&1 || missing=$?
+  [ $missing -eq 2 ] || { cat "$work/nokeys.txt"; fail "upload_example without keys exited $missing, not 2"; }
+  grep -q 'OSS_ACCESS_KEY_ID is not set' "$work/nokeys.txt" || fail "upload_example did not name the missing variable"
 }
 
 cmake_consumer() {  # <build dir> <components>

@@ -66,13 +66,23 @@ void VODUploadEngine::transitionTo(VODClientState next) {
         // Stored under the mutex so a waiter cannot miss the change between its test and its wait.
         std::lock_guard lock(stateMutex_);
         state_ = next;
+        halted_ = false;
+    }
+    stateChanged_.notify_all();
+}
+
+void VODUploadEngine::setHalted(bool halted) {
+    {
+        std::lock_guard lock(stateMutex_);
+        halted_ = halted;
     }
     stateChanged_.notify_all();
 }
 
 bool VODUploadEngine::waitUntilSettled(std::chrono::milliseconds timeout) const {
     std::unique_lock lock(stateMutex_);
-    return stateChanged_.wait_for(lock, timeout, [this] { return state_.load() != VODClientState::Started; });
+    return stateChanged_.wait_for(lock, timeout,
+                                  [this] { return state_.load() != VODClientState::Started || halted_; });
 }
 
 void VODUploadEngine::setRetryWait(std::chrono::milliseconds wait) {

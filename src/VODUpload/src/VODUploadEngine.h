@@ -141,10 +141,11 @@ public:
     void setRetryWait(std::chrono::milliseconds wait);
     static constexpr std::chrono::milliseconds kRetryWait{2000};
 
-    // Blocks until the client state is anything but Started, or the timeout passed (false then).
-    // A finished file is reported before the queue moves on; once this returns true the engine is
-    // done with the queue (Finished is its last step). Never call it from a listener callback: the
-    // engine would wait for itself.
+    // Blocks until nothing can move by itself: the client state is anything but Started, or the queue
+    // has halted on a failed file (it stays Started with the later files Ready until start, stop or
+    // next), or the timeout passed (false then). A finished file is reported before the queue moves on;
+    // once this returns true the engine is done with the queue until it is told to go on. Never call it
+    // from a listener callback: the engine would wait for itself.
     bool waitUntilSettled(std::chrono::milliseconds timeout) const;
 
     // --- Properties ---
@@ -304,8 +305,11 @@ private:
     std::int32_t retryNotify_ = 0;
     double timeoutIntervalForRequest_ = 30.0;
     std::chrono::milliseconds retryWait_ = kRetryWait;
-    // Wakes waitUntilSettled at every state change; guards nothing else.
+    // Wakes waitUntilSettled at every state change and halt; guards nothing else.
     mutable std::mutex stateMutex_;
+    // The queue waits on a failed file: set when a file fails, cleared by the next state change or `next`.
+    bool halted_ = false;
+    void setHalted(bool halted);
     mutable std::condition_variable stateChanged_;
     // Guards the fields of ossConfig_ and openApiConfig_ and which record openApiConfig_ is. Shared
     // with the credential providers, which may outlive the client.

@@ -179,6 +179,7 @@ bool VODUploadEngine::resume() {
 
 void VODUploadEngine::next() {
     serially([&] {
+        setHalted(false);
         attempt_ = {};
         cur_.reset();
         {

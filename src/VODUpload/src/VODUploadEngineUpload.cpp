@@ -330,6 +330,7 @@ bool VODUploadEngine::restartGoneRecordedUpload(const Error& error) {
 void VODUploadEngine::failCurrentFile(const std::string& code, const std::string& message) {
     const auto cur = cur_;
     if (cur) cur->state = UploadFileState::Failure;
+    setHalted(true);  // before the listener hears of it: a host may wait for the queue in the callback's wake
     if (callback_ && callback_->failure) callback_->failure(cur, code, message);
 }
 

@@ -8,17 +8,21 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <utility>
 
 using namespace quorvane;
 
 int main(int argc, char** argv) {
-    const char* keyId = std::getenv("OSS_ACCESS_KEY_ID");
-    const char* secret = std::getenv("OSS_ACCESS_KEY_SECRET");
-    if (argc != 5 || !keyId || !secret) {
+    if (argc != 5) {
         std::fprintf(stderr, "usage: OSS_ACCESS_KEY_ID=.. OSS_ACCESS_KEY_SECRET=.. %s FILE ENDPOINT BUCKET OBJECT\n",
                      argv[0]);
         return 2;
     }
+    const char* keyId = std::getenv("OSS_ACCESS_KEY_ID");
+    const char* secret = std::getenv("OSS_ACCESS_KEY_SECRET");
+    for (auto [name, value] : {std::pair{"OSS_ACCESS_KEY_ID", keyId}, std::pair{"OSS_ACCESS_KEY_SECRET", secret}})
+        if (!value || !*value) std::fprintf(stderr, "%s is not set: export the access key pair first\n", name);
+    if (!keyId || !*keyId || !secret || !*secret) return 2;
     auto client = VODUploadClient::create();
     auto listener = std::make_shared<VODUploadListener>();
     std::atomic<bool> done = false, stored = false;  // set on the client's queue, read here
