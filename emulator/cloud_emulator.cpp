@@ -78,29 +78,32 @@ bool CloudEmulator::start() {
     auto& impl = *impl_;
     if (impl.server) return true;
     if (!impl.storage.open()) {
-        foundation::logLine("quorvane-cloud: cannot use storage directory " + impl.options.storageDir);
+        impl.startError = "cannot use storage directory " + impl.options.storageDir;
+        foundation::logLine("quorvane-cloud: " + impl.startError);
         return false;
     }
     if (!impl.storage.hasBucket(impl.options.bucket)) impl.storage.createBucket(impl.options.bucket);
+    raiseOpenFileLimit();  // a descriptor per connection, and thousands may wait at once
+    // Workers serve requests whose head has arrived; waiting connections hold none.
+    impl.connections.limits.initialWorkers = static_cast<std::size_t>(std::max(4, impl.options.threads));
+    impl.connections.limits.maxWorkers =
+        std::max(impl.connections.limits.initialWorkers, static_cast<std::size_t>(std::max(4, impl.options.maxThreads)));
     auto server = makeServer(impl);
     if (!server) {
-        foundation::logLine("quorvane-cloud: cannot set up TLS");
+        impl.startError = "cannot set up TLS";
+        foundation::logLine("quorvane-cloud: " + impl.startError);
         return false;
     }
-    // Every connection holds a worker while it is open, idle or not: workers are added while all are
-    // busy, so clients that keep connections open cannot starve the others.
-    const auto initial = static_cast<std::size_t>(std::max(4, impl.options.threads));
-    const auto most = std::max(initial, static_cast<std::size_t>(std::max(4, impl.options.maxThreads)));
-    server->new_task_queue = [initial, most] { return new ElasticPool(initial, most); };
     impl.connections.stopping = false;
     // Debian's server library is built with Nagle's algorithm left on: a body written after its headers
     // on a kept-alive connection would wait for the client's delayed ACK (about 40 ms per answer).
     server->set_tcp_nodelay(true);
     installRoutes(*server, impl);
     int port = impl.options.port;
-    if (port == 0 ? (port = server->bind_to_any_port(impl.options.host)) <= 0
-                  : !server->bind_to_port(impl.options.host, port)) {
-        foundation::logLine("quorvane-cloud: cannot listen on " + impl.options.host + ":" + std::to_string(port));
+    std::string problem;
+    if (!listenExclusively(*server, impl.options.host, port, problem)) {
+        impl.startError = problem;
+        foundation::logLine("quorvane-cloud: " + problem);
         return false;
     }
     impl.port = port;
@@ -136,6 +139,7 @@ int CloudEmulator::port() const { return impl_->port; }
 std::string CloudEmulator::endpoint() const { return impl_->endpoint(); }
 std::string CloudEmulator::hostPort() const { return impl_->hostPort(); }
 std::string CloudEmulator::caFile() const { return impl_->caFile; }
+std::string CloudEmulator::startError() const { return impl_->startError; }
 
 StsCredentials CloudEmulator::issueSts() { return issueSts(impl_->options.stsTtl); }
 StsCredentials CloudEmulator::issueSts(std::chrono::seconds ttl) { return impl_->sts.issue(impl_->now(), ttl); }

@@ -48,7 +48,7 @@ struct EmulatorOptions {
     // HTTP status of enterprise error bodies ({"code", "msg", "message"}); 200 lets clients read the code.
     int enterpriseErrorStatus = 200;
     std::uint64_t maxObjectSize = 5ULL << 30;  // PutObject / part limit: larger bodies get EntityTooLarge
-    int threads = 32;      // server workers started up front (each open connection holds one)
+    int threads = 32;       // server workers started up front (each request being answered holds one)
     int maxThreads = 1024;  // workers are added while all are busy, up to this many
 };
 
@@ -208,9 +208,11 @@ public:
     CloudEmulator(const CloudEmulator&) = delete;
     CloudEmulator& operator=(const CloudEmulator&) = delete;
 
-    // Binds and starts serving on a background thread. False (and a log line) when it cannot bind or
-    // the storage directory cannot be used. Stored state is loaded from the storage directory.
+    // Binds and starts serving on a background thread. False (and a log line, and startError()) when
+    // it cannot bind (the port is never shared with another server) or the storage directory cannot
+    // be used. Stored state is loaded from the storage directory.
     bool start();
+    std::string startError() const;  // why the last start() failed, e.g. "127.0.0.1:9400 is in use ..."
     void stop();
     // Answers the bytes of one HTTP/1.1 request as a plain-HTTP connection would, without a socket,
     // and returns the answer's bytes (empty when not started or serving HTTPS). For fuzzing.

@@ -28,6 +28,7 @@ struct CloudEmulator::Impl {
     std::atomic<bool> listenDone{true};
     std::atomic<int> port{0};
     std::string caFile;
+    std::string startError;  // why start() failed last
     std::atomic<long long> skewSeconds{0};
 
     StsRegistry sts;
