@@ -4,6 +4,7 @@
 
 #include "emulator/connections.h"
 #include "emulator/router.h"
+#include "emulator/secret_files.h"
 #include "emulator/tls.h"
 #include "foundation/log.h"
 
@@ -12,6 +13,7 @@ namespace quorvane::emulator {
 CloudEmulator::Impl::Impl(EmulatorOptions o)
     : options(std::move(o)), sts(options.accessKeyId, options.accessKeySecret), storage(options.storageDir) {
     skewSeconds = options.clockSkew.count();
+    for (const auto& fault : options.initialFaults) faults.add(fault);
 }
 
 foundation::SystemTime CloudEmulator::Impl::now() const {
@@ -38,25 +40,40 @@ void CloudEmulator::Impl::clearRecords() {
     logEvents.clear();
     enterpriseCalls.clear();
     hostUploads.clear();
+    requestLog.clear();
     ossConfigAnswer.reset();
     ticketAnswer.reset();
 }
 
 namespace {
 
+// Credentials issued before a restart keep working: their signing key lives in the storage directory.
+bool keepStsSigningKey(CloudEmulator::Impl& impl) {
+    if (impl.options.storageDir.empty()) return true;
+    const auto path = (std::filesystem::path(impl.options.storageDir) / "sts-signing.key").string();
+    auto key = readWholeFile(path);
+    if (!key || trim(*key).size() < 32) {
+        key = randomAlnum(43);
+        if (!writePrivateFile(path, *key + "\n")) return false;
+    }
+    impl.sts.setSigningKey(trim(*key));
+    return true;
+}
+
 std::unique_ptr<httplib::Server> makeServer(CloudEmulator::Impl& impl) {
     if (!impl.options.https) return makePlainServer(impl.connections);
     TlsMaterial tls;
     std::vector<std::string> names{"127.0.0.1", "localhost", "*.localhost", "::1"};
     if (impl.options.host != "127.0.0.1" && impl.options.host != "0.0.0.0") names.push_back(impl.options.host);
-    if (!makeTlsMaterial(names, tls)) return nullptr;
-    auto dir = impl.options.storageDir.empty()
-                   ? std::filesystem::temp_directory_path() / ("quorvane-cloud-" + randomHex(12, false))
-                   : std::filesystem::path(impl.options.storageDir) / "tls";
+    const bool kept = !impl.options.storageDir.empty();
+    auto dir = kept ? std::filesystem::path(impl.options.storageDir) / "tls"
+                    : std::filesystem::temp_directory_path() / ("quorvane-cloud-" + randomHex(12, false));
     std::error_code ec;
     std::filesystem::create_directories(dir, ec);
+    // A stored CA is reused, so the CA file clients were given keeps working after a restart.
+    if (!makeTlsMaterial(names, tls, kept ? dir.string() : std::string())) return nullptr;
     impl.caFile = (dir / "ca.pem").string();
-    std::ofstream(impl.caFile) << tls.caPem;
+    if (!kept) std::ofstream(impl.caFile) << tls.caPem;
     auto server = makeTlsServer(impl.connections, tls.serverCert, tls.serverKey);
     if (!server->is_valid()) return nullptr;
     return server;
@@ -79,6 +96,11 @@ bool CloudEmulator::start() {
     if (impl.server) return true;
     if (!impl.storage.open()) {
         impl.startError = "cannot use storage directory " + impl.options.storageDir;
+        foundation::logLine("quorvane-cloud: " + impl.startError);
+        return false;
+    }
+    if (!keepStsSigningKey(impl)) {
+        impl.startError = "cannot keep the STS signing key in " + impl.options.storageDir;
         foundation::logLine("quorvane-cloud: " + impl.startError);
         return false;
     }
@@ -139,6 +161,7 @@ int CloudEmulator::port() const { return impl_->port; }
 std::string CloudEmulator::endpoint() const { return impl_->endpoint(); }
 std::string CloudEmulator::hostPort() const { return impl_->hostPort(); }
 std::string CloudEmulator::caFile() const { return impl_->caFile; }
+std::string CloudEmulator::consoleUrl() const { return impl_->endpoint() + "/_console/"; }
 std::string CloudEmulator::startError() const { return impl_->startError; }
 
 StsCredentials CloudEmulator::issueSts() { return issueSts(impl_->options.stsTtl); }

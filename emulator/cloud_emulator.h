@@ -25,6 +25,30 @@
 
 namespace quorvane::emulator {
 
+// One entry of a fault script. Scripts are consumed in order, per operation ("UploadPart", "PutObject",
+// "CompleteMultipartUpload", "InitiateMultipartUpload", "ListParts", "CreateUploadVideo", "GetOssConfig", ...);
+// "*" matches any operation and is consulted when the operation's own script is empty.
+struct Fault {
+    enum class Kind {
+        Error,       // answer `status` with the service's error body carrying `code`
+        Reset,       // close the connection without an answer, after reading `afterBytes` of the body
+        Delay,       // wait `delayMs`, then serve the request normally
+        CorruptCrc,  // serve normally but answer a wrong "x-oss-hash-crc64ecma"
+    };
+    std::string op = "*";
+    Kind kind = Kind::Error;
+    int status = 500;
+    std::string code = "InternalError";
+    std::string message;
+    std::uint64_t afterBytes = 0;
+    int delayMs = 0;
+
+    static Fault error(std::string op, int status, std::string code, std::string message = {});
+    static Fault reset(std::string op, std::uint64_t afterBytes = 0);
+    static Fault delay(std::string op, int delayMs);
+    static Fault corruptCrc(std::string op);
+};
+
 struct EmulatorOptions {
     std::string host = "127.0.0.1";  // address to bind
     int port = 0;                    // 0 = a free port chosen at start
@@ -50,6 +74,12 @@ struct EmulatorOptions {
     std::uint64_t maxObjectSize = 5ULL << 30;  // PutObject / part limit: larger bodies get EntityTooLarge
     int threads = 32;       // server workers started up front (each request being answered holds one)
     int maxThreads = 1024;  // workers are added while all are busy, up to this many
+    // One line per request on standard error (time, method, path, operation, status, bytes, ms; no
+    // signatures or tokens). Off for embedded use; the quorvane-cloud program turns it on (--quiet: off).
+    bool requestLog = false;
+    // The console page (consoleUrl()) answers loopback peers only, unless this is set.
+    bool consoleForAnyone = false;
+    std::vector<Fault> initialFaults;  // scripted from the start (quorvane-cloud --faults FILE)
 };
 
 // Temporary credentials, as the STS service names them. Expiration is ISO-8601 UTC ("2024-01-02T03:04:05Z").
@@ -171,30 +201,6 @@ struct HostUpload {
     std::string fileBytes;
 };
 
-// One entry of a fault script. Scripts are consumed in order, per operation ("UploadPart", "PutObject",
-// "CompleteMultipartUpload", "InitiateMultipartUpload", "ListParts", "CreateUploadVideo", "GetOssConfig", ...);
-// "*" matches any operation and is consulted when the operation's own script is empty.
-struct Fault {
-    enum class Kind {
-        Error,       // answer `status` with the service's error body carrying `code`
-        Reset,       // close the connection without an answer, after reading `afterBytes` of the body
-        Delay,       // wait `delayMs`, then serve the request normally
-        CorruptCrc,  // serve normally but answer a wrong "x-oss-hash-crc64ecma"
-    };
-    std::string op = "*";
-    Kind kind = Kind::Error;
-    int status = 500;
-    std::string code = "InternalError";
-    std::string message;
-    std::uint64_t afterBytes = 0;
-    int delayMs = 0;
-
-    static Fault error(std::string op, int status, std::string code, std::string message = {});
-    static Fault reset(std::string op, std::uint64_t afterBytes = 0);
-    static Fault delay(std::string op, int delayMs);
-    static Fault corruptCrc(std::string op);
-};
-
 struct FiredFault {
     Fault fault;
     std::string operation;  // the operation it hit
@@ -224,6 +230,7 @@ public:
     std::string endpoint() const;  // "http://127.0.0.1:PORT" (https:// with TLS), using advertisedHost if set
     std::string hostPort() const;  // "127.0.0.1:PORT"
     std::string caFile() const;    // PEM of the generated CA when https, else ""
+    std::string consoleUrl() const;  // the console page: endpoint() + "/_console/"
 
     // STS: temporary credentials valid for `ttl` (default options().stsTtl) against OSS and VOD.
     StsCredentials issueSts();

@@ -96,6 +96,7 @@ public:
     void clear();
 
     bool hasBucket(const std::string& bucket) const;
+    std::vector<std::string> buckets() const;  // sorted
     void createBucket(const std::string& bucket);
 
     // False when the object could not be written whole; what was stored before stays as it was.
