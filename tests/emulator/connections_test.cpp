@@ -9,7 +9,9 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cstdio>
 #include <fstream>
+#include <sstream>
 
 #include "emulator_test_support.h"
 
@@ -217,6 +219,27 @@ TEST_F(ConnectionTest, AmbiguousBodyLengthsAreRefused) {
     }
     EXPECT_FALSE(cloud.object(bucket(), "twice.bin"));
     EXPECT_EQ(put("twice.bin", "hello", root)->status, 200);
+}
+
+TEST(CloudConnections, ListensWithTheSystemsLargestBacklog) {
+    CloudEmulator cloud;
+    ASSERT_TRUE(cloud.start());
+    // ss shows a listening socket's backlog as its Send-Q: "LISTEN 0 4096 127.0.0.1:PORT 0.0.0.0:*".
+    const auto command = "ss -Hltn 'sport = :" + std::to_string(cloud.port()) + "' 2>/dev/null";
+    std::string text;
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+        char buf[512];
+        while (std::fgets(buf, sizeof buf, pipe)) text += buf;
+        ::pclose(pipe);
+    }
+    std::istringstream fields(text);
+    std::string state, queued, backlog;
+    fields >> state >> queued >> backlog;
+    if (state != "LISTEN") GTEST_SKIP() << "no ss (iproute2) here to read the backlog";
+    int most = 0;
+    std::ifstream("/proc/sys/net/core/somaxconn") >> most;
+    ASSERT_GT(most, 0);
+    EXPECT_EQ(std::stoi(backlog), most);  // the library alone would have left it at 5
 }
 
 TEST(CloudConnections, StoppingOneServerLeavesAnotherOnTheSamePortAlone) {
