@@ -4,7 +4,8 @@
 Starts quorvane-cloud (argument 1, default build/emulator/quorvane-cloud) on a free port, opens
 IDLE connections that send nothing and TRICKLE connections that send their request head one byte
 every half second, then times ROUNDS ordinary requests, each on a fresh connection, and prints the
-median and the slowest, with the server's thread count. Not run by CI: its figures depend on the
+median and the slowest, with the server's thread count; first, 500 connects at once, counting the
+listen queue's overflows. Not run by CI: its figures depend on the
 machine. Environment: QUORVANE_BENCH_IDLE (1000), QUORVANE_BENCH_TRICKLE (1000), QUORVANE_BENCH_ROUNDS (50).
 """
 import os, resource, select, socket, statistics, subprocess, sys, threading, time
@@ -27,10 +28,35 @@ for line in cloud.stdout:
         break
 assert port, "quorvane-cloud printed no port"
 
+def listen_overflows():
+    with open("/proc/net/netstat") as f:
+        lines = f.read().splitlines()
+    for names, values in zip(lines[::2], lines[1::2]):
+        if names.startswith("TcpExt:"):
+            return int(dict(zip(names.split()[1:], values.split()[1:]))["ListenOverflows"])
+    return 0
+
+def burst(n):
+    """n connects started at once (non-blocking), as a client with many jobs does; the machine's
+    listen overflows counted around it (other programs' too, so run it on a quiet machine)."""
+    before = listen_overflows()
+    socks = []
+    for _ in range(n):
+        s = socket.socket()
+        s.setblocking(False)
+        s.connect_ex(("127.0.0.1", port))
+        socks.append(s)
+    time.sleep(1)
+    after = listen_overflows()
+    for s in socks:
+        s.close()
+    return after - before
+
 def connect():
     s = socket.create_connection(("127.0.0.1", port), timeout=30)
     return s
 
+overflows = burst(500)
 idle = [connect() for _ in range(idle_n)]
 trickle = [connect() for _ in range(trickle_n)]
 head = b"GET /logstores/s/track?APIVersion=0.6.0 HTTP/1.1\r\nHost: 127.0.0.1\r\nX-Slow: " + b"z" * 4000
@@ -73,6 +99,7 @@ with open(f"/proc/{cloud.pid}/status") as status:
     threads = next(l.split()[1] for l in status if l.startswith("Threads:"))
 stop = True
 thread.join()
+print(f"burst of 500 simultaneous connects: listen overflows +{overflows}")
 print(f"open connections: {idle_n} idle + {trickle_n} trickling; server threads: {threads}")
 print(f"normal request ({rounds} rounds, fresh connection each): median {statistics.median(times):.1f} ms, "
       f"slowest {max(times):.1f} ms")
