@@ -2,6 +2,8 @@
 
 #include <arpa/inet.h>
 
+#include "emulator/fault_file.h"
+
 namespace quorvane::emulator {
 namespace {
 
@@ -23,6 +25,48 @@ Value objectsOf(const std::vector<ObjectInfo>& objects, const std::string& bucke
                        {"lastModified", o.lastModified}, {"parts", o.partCount}});
     }
     return out;
+}
+
+const char* kindName(Fault::Kind kind) {
+    switch (kind) {
+        case Fault::Kind::Error: return "error";
+        case Fault::Kind::Reset: return "reset";
+        case Fault::Kind::Delay: return "delay";
+        case Fault::Kind::CorruptCrc: return "corrupt-crc";
+    }
+    return "";
+}
+
+void serveFaults(CloudEmulator::Impl& impl, const httplib::Request& req, httplib::Response& res,
+                 const httplib::ContentReader* reader) {
+    if (req.method == "POST") {
+        std::string body;
+        bool whole = (*reader)([&](const char* data, std::size_t size) {
+            body.append(data, size);
+            return body.size() <= (1u << 20);
+        });
+        // JSON only: a page of another site cannot send it without a preflight, which is never answered.
+        if (req.get_header_value("Content-Type").rfind("application/json", 0) != 0) {
+            res.status = 415;
+            return res.set_content("Send the fault script as application/json.\n", "text/plain");
+        }
+        std::string error;
+        auto faults = whole ? parseFaultScript(body, error) : std::nullopt;
+        if (!faults) {
+            res.status = 400;
+            return res.set_content((whole ? error : "The script is over 1 MiB.") + "\n", "text/plain");
+        }
+        for (auto& f : *faults) impl.faults.add(std::move(f));
+    } else if (req.method == "DELETE") {
+        impl.faults.clear();
+    } else if (req.method != "GET") {
+        res.status = 405;
+        return;
+    }
+    Value out = {{"pending", impl.faults.pending()}, {"fired", Value::array()}};
+    for (const auto& f : impl.faults.fired())
+        out["fired"].push_back({{"operation", f.operation}, {"fault", kindName(f.fault.kind)}, {"path", f.path}});
+    res.set_content(foundation::toJsonText(out), "application/json");
 }
 
 }  // namespace
@@ -61,13 +105,18 @@ std::string consoleState(CloudEmulator::Impl& impl) {
     return foundation::toJsonText(state);
 }
 
-void serveConsole(CloudEmulator::Impl& impl, const httplib::Request& req, httplib::Response& res) {
+void serveConsole(CloudEmulator::Impl& impl, const httplib::Request& req, httplib::Response& res,
+                  const httplib::ContentReader* reader) {
     res.set_header("Cache-Control", "no-store");
-    if (!impl.options.consoleForAnyone && !loopback(req.remote_addr)) {
+    const bool allowed = impl.options.consoleForAnyone || loopback(req.remote_addr);
+    if (reader && !(allowed && req.method == "POST" && req.path == "/_console/faults"))
+        closeCurrentConnectionAfterAnswer();  // a body nobody reads must not be taken for the next request
+    if (!allowed) {
         res.status = 403;
         res.set_content("The console answers this machine only.\n", "text/plain");
         return;
     }
+    if (req.path == "/_console/faults") return serveFaults(impl, req, res, reader);
     if (req.method != "GET" && req.method != "HEAD") {
         res.status = 405;
         return;

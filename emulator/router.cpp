@@ -28,7 +28,7 @@ void route(CloudEmulator::Impl& impl, const httplib::Request& req, httplib::Resp
     try {
         // The console's own polling is neither logged nor recorded: it would drown what it shows.
         if (req.path == kConsolePrefix || startsWith(req.path, std::string(kConsolePrefix) + "/"))
-            return serveConsole(impl, req, res);
+            return serveConsole(impl, req, res, reader);
         Exchange ex(impl, req, res, reader);
         if (auto problem = framingProblem(req)) {
             ex.refuseBody();

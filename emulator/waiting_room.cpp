@@ -45,11 +45,6 @@ void WaitingRoom::shutdown() {
     if (thread_.joinable()) thread_.join();
 }
 
-std::size_t WaitingRoom::waiting() const {
-    std::lock_guard lock(mutex_);
-    return count_;
-}
-
 void WaitingRoom::run() {
     std::vector<epoll_event> events(256);
     auto lastSweep = Clock::now();
@@ -77,13 +72,10 @@ void WaitingRoom::run() {
             expire();
             lastSweep = Clock::now();
         }
-        std::lock_guard lock(mutex_);
-        count_ = entries_.size();
     }
     entries_.clear();  // closes every waiting connection
     std::lock_guard lock(mutex_);
     admitted_.clear();
-    count_ = 0;
 }
 
 void WaitingRoom::take(std::unique_ptr<Connection> connection) {

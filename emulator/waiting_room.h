@@ -3,7 +3,8 @@
 // all with epoll, reads (and for TLS, handshakes) as bytes arrive, and hands a connection to `serve`
 // once a whole request head is in. Idle or trickling clients so cost a descriptor and a buffer, never
 // a thread, however many there are.
-#include <condition_variable>
+#include <chrono>
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
@@ -27,7 +28,6 @@ public:
     void admit(std::unique_ptr<Connection> connection);
     // Closes every waiting connection and stops watching; later admissions are closed at once.
     void shutdown();
-    std::size_t waiting() const;
 
 private:
     struct Entry {
@@ -48,7 +48,6 @@ private:
     std::vector<std::unique_ptr<Connection>> admitted_;
     bool shut_ = false;
     std::map<int, Entry> entries_;  // by descriptor; only the room's thread touches it
-    std::size_t count_ = 0;         // entries_.size(), readable from other threads
     std::thread thread_;
 };
 

@@ -144,6 +144,38 @@ TEST(Console, StateShowsObjectsUploadsAndRequestsToLoopbackOnly) {
     EXPECT_EQ(cloud.requests().size(), 1u);
 }
 
+TEST(Console, FaultsCanBeScriptedWhileRunning) {
+    CloudEmulator cloud;
+    ASSERT_TRUE(cloud.start());
+    httplib::Client client("127.0.0.1", cloud.port());
+    client.set_read_timeout(20);
+    const std::string script = R"([{"operation": "PutWebtracking", "status": 503, "count": 2}])";
+    // Only as JSON: a form another site's page could send is refused and adds nothing.
+    auto plain = client.Post("/_console/faults", script, "text/plain");
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain->status, 415);
+    auto bad = client.Post("/_console/faults", R"([{"operation": "X", "fault": "boom"}])", "application/json");
+    ASSERT_TRUE(bad);
+    EXPECT_EQ(bad->status, 400);
+    EXPECT_NE(bad->body.find("unknown fault \"boom\""), std::string::npos) << bad->body;
+    EXPECT_EQ(cloud.pendingFaults(), 0u);
+
+    auto added = client.Post("/_console/faults", script, "application/json");
+    ASSERT_TRUE(added);
+    ASSERT_EQ(added->status, 200);
+    EXPECT_EQ(Value::parse(added->body)["pending"], 2);
+    EXPECT_EQ(client.Get("/logstores/s/track?APIVersion=0.6.0")->status, 503);
+    auto seen = Value::parse(client.Get("/_console/faults")->body);
+    EXPECT_EQ(seen["pending"], 1);
+    ASSERT_EQ(seen["fired"].size(), 1u);
+    EXPECT_EQ(seen["fired"][0]["operation"], "PutWebtracking");
+    EXPECT_EQ(seen["fired"][0]["fault"], "error");
+    auto cleared = client.Delete("/_console/faults");
+    ASSERT_TRUE(cleared);
+    EXPECT_EQ(Value::parse(cleared->body)["pending"], 0);
+    EXPECT_EQ(client.Get("/logstores/s/track?APIVersion=0.6.0")->status, 200);
+}
+
 // An IPv4 address of this machine that is not loopback, or "" when it has none.
 std::string outwardAddress() {
     ifaddrs* list = nullptr;
