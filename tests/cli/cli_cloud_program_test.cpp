@@ -1,11 +1,8 @@
 // quorvane-cloud run as a program: a port held by another socket is an error, never "ready"; a fault
 // script given with --faults fires the stated number of times; the request log on standard error names
 // every request (statuses and resets) and --quiet silences it.
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -14,6 +11,7 @@
 #include <map>
 
 #include "cli/cli_process.h"
+#include "support/port_holder.h"
 
 namespace quorvane {
 namespace {
@@ -63,21 +61,12 @@ protected:
 };
 
 TEST_F(CloudProgram, APortHeldByAnotherSocketIsAnErrorNeverReady) {
-    int holder = ::socket(AF_INET, SOCK_STREAM, 0);
-    int yes = 1;
-    ::setsockopt(holder, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes);  // it would share: we must not
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    inet_pton(AF_INET, "127.0.0.1", &addr.sin_addr);
-    ASSERT_EQ(::bind(holder, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-    ASSERT_EQ(::listen(holder, 8), 0);
-    socklen_t size = sizeof addr;
-    ::getsockname(holder, reinterpret_cast<sockaddr*>(&addr), &size);
-    const auto port = std::to_string(ntohs(addr.sin_port));
+    test::PortHolder holder;  // it offers to share the port: the cloud must not take it
+    ASSERT_NE(holder.port(), 0);
+    const auto port = std::to_string(holder.port());
 
     CliProcess cloud({QUORVANE_CLOUD_PATH, "--port", port}, {});
     EXPECT_EQ(cloud.wait(kGenerous), 1);
-    ::close(holder);
     for (const auto& line : cloud.lines()) EXPECT_NE(line, "ready");
     EXPECT_NE(cloud.errors().find("127.0.0.1:" + port + " is in use"), std::string::npos) << cloud.errors();
 }

@@ -14,6 +14,7 @@
 #include <sstream>
 
 #include "emulator_test_support.h"
+#include "support/port_holder.h"
 
 namespace quorvane::emulator {
 namespace {
@@ -152,19 +153,9 @@ TEST_F(ConnectionTest, TwoThousandWaitingConnectionsHoldNoWorkerAndStarveNobody)
 }
 
 TEST(CloudConnections, APortHeldByAnotherSocketIsRefusedNotShared) {
-    // The holder offers to share (SO_REUSEPORT), as a careless second server would: we still must not.
-    int holder = ::socket(AF_INET, SOCK_STREAM, 0);
-    int yes = 1;
-    ::setsockopt(holder, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
-    ::setsockopt(holder, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof yes);
-    sockaddr_in addr{};
-    addr.sin_family = AF_INET;
-    inet_pton(AF_INET, "127.0.0.1", &addr.sin_addr);
-    ASSERT_EQ(::bind(holder, reinterpret_cast<sockaddr*>(&addr), sizeof addr), 0);
-    ASSERT_EQ(::listen(holder, 8), 0);
-    socklen_t size = sizeof addr;
-    ::getsockname(holder, reinterpret_cast<sockaddr*>(&addr), &size);
-    const int port = ntohs(addr.sin_port);
+    test::PortHolder holder;  // it offers to share the port: we still must not
+    ASSERT_NE(holder.port(), 0);
+    const int port = holder.port();
 
     EmulatorOptions options;
     options.port = port;
@@ -173,7 +164,7 @@ TEST(CloudConnections, APortHeldByAnotherSocketIsRefusedNotShared) {
     EXPECT_FALSE(cloud.running());
     EXPECT_NE(cloud.startError().find("127.0.0.1:" + std::to_string(port) + " is in use"), std::string::npos)
         << cloud.startError();
-    ::close(holder);
+    holder.release();
 
     // Nor does a second emulator share the first one's port; once it is free, the port can be taken.
     CloudEmulator first(options);
