@@ -52,7 +52,9 @@ struct Fault {
 struct EmulatorOptions {
     std::string host = "127.0.0.1";  // address to bind
     int port = 0;                    // 0 = a free port chosen at start
-    std::string storageDir;          // empty = in-memory; otherwise objects and uploads survive a restart
+    // Empty = in-memory; otherwise objects and uploads survive a restart, and so do the HTTPS CA
+    // (tls/ca.pem, tls/ca-key.pem) and the key STS credentials are derived from (sts-signing.key).
+    std::string storageDir;
     bool https = false;              // serve TLS with a CA + server certificate generated at start (see caFile())
     bool verifySignatures = true;    // false accepts any (or no) signature, still recording everything
     // Object storage takes V4 (OSS4-HMAC-SHA256) signatures always, V1 ones while this is true: false
