@@ -17,7 +17,7 @@ cleanup() {
     rm -rf "$work"
 }
 trap cleanup EXIT
-"$cloud" --port 0 >"$work/cloud.out" 2>"$work/cloud.err" &
+"$cloud" --port 0 --quiet >"$work/cloud.out" 2>"$work/cloud.err" &
 cloud_pid=$!
 for _ in $(seq 1 300); do grep -q '^ready$' "$work/cloud.out" 2>/dev/null && break; sleep 0.1; done
 field() { awk -v k="$1" '$1 == k { print $2 }' "$work/cloud.out"; }

@@ -27,7 +27,7 @@ c++ -std=c++20 -O2 -DASIO_STANDALONE -I"$root/src" "$root/bench/oss_upload_bench
     "$build/src/oss/libquorvane_oss.a" "$build/src/foundation/libquorvane_foundation.a" \
     -lpugixml $(pkg-config --libs libisal 2>/dev/null || pkg-config --libs liblzma) -lcurl -lcrypto -lpthread
 
-"$build/emulator/quorvane-cloud" --port 0 --storage "$work/cloud" --no-verify >"$work/cloud.out" 2>"$work/cloud.err" &
+"$build/emulator/quorvane-cloud" --port 0 --storage "$work/cloud" --no-verify --quiet >"$work/cloud.out" 2>"$work/cloud.err" &
 cloud_pid=$!
 for _ in $(seq 1 300); do grep -q '^ready' "$work/cloud.out" 2>/dev/null && break; sleep 0.1; done
 field() { awk -v k="$1" '$1 == k { print $2 }' "$work/cloud.out"; }

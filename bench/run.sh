@@ -48,7 +48,7 @@ cloud=$build/emulator/quorvane-cloud
 echo "== machine: $(nproc) cores, load average $(cut -d' ' -f1-3 /proc/loadavg) at the start"
 
 # One cloud for both clients; --no-verify lets the unsigned curl PUT in (the engine still signs).
-"$cloud" --port 0 --storage "$work/cloud" --no-verify >"$work/cloud.out" 2>"$work/cloud.err" &
+"$cloud" --port 0 --storage "$work/cloud" --no-verify --quiet >"$work/cloud.out" 2>"$work/cloud.err" &
 cloud_pid=$!
 for _ in $(seq 1 300); do grep -q '^ready' "$work/cloud.out" 2>/dev/null && break; sleep 0.1; done
 grep -q '^ready' "$work/cloud.out" || { echo "bench: quorvane-cloud did not start" >&2; cat "$work/cloud.err" >&2; exit 1; }

@@ -4,6 +4,7 @@
 
 #include "emulator/connections.h"
 #include "emulator/router.h"
+#include "emulator/secret_files.h"
 #include "emulator/tls.h"
 #include "foundation/log.h"
 
@@ -12,6 +13,7 @@ namespace quorvane::emulator {
 CloudEmulator::Impl::Impl(EmulatorOptions o)
     : options(std::move(o)), sts(options.accessKeyId, options.accessKeySecret), storage(options.storageDir) {
     skewSeconds = options.clockSkew.count();
+    for (const auto& fault : options.initialFaults) faults.add(fault);
 }
 
 foundation::SystemTime CloudEmulator::Impl::now() const {
@@ -38,25 +40,40 @@ void CloudEmulator::Impl::clearRecords() {
     logEvents.clear();
     enterpriseCalls.clear();
     hostUploads.clear();
+    requestLog.clear();
     ossConfigAnswer.reset();
     ticketAnswer.reset();
 }
 
 namespace {
 
+// Credentials issued before a restart keep working: their signing key lives in the storage directory.
+bool keepStsSigningKey(CloudEmulator::Impl& impl) {
+    if (impl.options.storageDir.empty()) return true;
+    const auto path = (std::filesystem::path(impl.options.storageDir) / "sts-signing.key").string();
+    auto key = readWholeFile(path);
+    if (!key || trim(*key).size() < 32) {
+        key = randomAlnum(43);
+        if (!writePrivateFile(path, *key + "\n")) return false;
+    }
+    impl.sts.setSigningKey(trim(*key));
+    return true;
+}
+
 std::unique_ptr<httplib::Server> makeServer(CloudEmulator::Impl& impl) {
     if (!impl.options.https) return makePlainServer(impl.connections);
     TlsMaterial tls;
     std::vector<std::string> names{"127.0.0.1", "localhost", "*.localhost", "::1"};
     if (impl.options.host != "127.0.0.1" && impl.options.host != "0.0.0.0") names.push_back(impl.options.host);
-    if (!makeTlsMaterial(names, tls)) return nullptr;
-    auto dir = impl.options.storageDir.empty()
-                   ? std::filesystem::temp_directory_path() / ("quorvane-cloud-" + randomHex(12, false))
-                   : std::filesystem::path(impl.options.storageDir) / "tls";
+    const bool kept = !impl.options.storageDir.empty();
+    auto dir = kept ? std::filesystem::path(impl.options.storageDir) / "tls"
+                    : std::filesystem::temp_directory_path() / ("quorvane-cloud-" + randomHex(12, false));
     std::error_code ec;
     std::filesystem::create_directories(dir, ec);
+    // A stored CA is reused, so the CA file clients were given keeps working after a restart.
+    if (!makeTlsMaterial(names, tls, kept ? dir.string() : std::string())) return nullptr;
     impl.caFile = (dir / "ca.pem").string();
-    std::ofstream(impl.caFile) << tls.caPem;
+    if (!kept) std::ofstream(impl.caFile) << tls.caPem;
     auto server = makeTlsServer(impl.connections, tls.serverCert, tls.serverKey);
     if (!server->is_valid()) return nullptr;
     return server;
@@ -78,29 +95,37 @@ bool CloudEmulator::start() {
     auto& impl = *impl_;
     if (impl.server) return true;
     if (!impl.storage.open()) {
-        foundation::logLine("quorvane-cloud: cannot use storage directory " + impl.options.storageDir);
+        impl.startError = "cannot use storage directory " + impl.options.storageDir;
+        foundation::logLine("quorvane-cloud: " + impl.startError);
+        return false;
+    }
+    if (!keepStsSigningKey(impl)) {
+        impl.startError = "cannot keep the STS signing key in " + impl.options.storageDir;
+        foundation::logLine("quorvane-cloud: " + impl.startError);
         return false;
     }
     if (!impl.storage.hasBucket(impl.options.bucket)) impl.storage.createBucket(impl.options.bucket);
+    raiseOpenFileLimit();  // a descriptor per connection, and thousands may wait at once
+    // Workers serve requests whose head has arrived; waiting connections hold none.
+    impl.connections.limits.initialWorkers = static_cast<std::size_t>(std::max(4, impl.options.threads));
+    impl.connections.limits.maxWorkers =
+        std::max(impl.connections.limits.initialWorkers, static_cast<std::size_t>(std::max(4, impl.options.maxThreads)));
     auto server = makeServer(impl);
     if (!server) {
-        foundation::logLine("quorvane-cloud: cannot set up TLS");
+        impl.startError = "cannot set up TLS";
+        foundation::logLine("quorvane-cloud: " + impl.startError);
         return false;
     }
-    // Every connection holds a worker while it is open, idle or not: workers are added while all are
-    // busy, so clients that keep connections open cannot starve the others.
-    const auto initial = static_cast<std::size_t>(std::max(4, impl.options.threads));
-    const auto most = std::max(initial, static_cast<std::size_t>(std::max(4, impl.options.maxThreads)));
-    server->new_task_queue = [initial, most] { return new ElasticPool(initial, most); };
     impl.connections.stopping = false;
     // Debian's server library is built with Nagle's algorithm left on: a body written after its headers
     // on a kept-alive connection would wait for the client's delayed ACK (about 40 ms per answer).
     server->set_tcp_nodelay(true);
     installRoutes(*server, impl);
     int port = impl.options.port;
-    if (port == 0 ? (port = server->bind_to_any_port(impl.options.host)) <= 0
-                  : !server->bind_to_port(impl.options.host, port)) {
-        foundation::logLine("quorvane-cloud: cannot listen on " + impl.options.host + ":" + std::to_string(port));
+    std::string problem;
+    if (!listenExclusively(*server, impl.options.host, port, problem)) {
+        impl.startError = problem;
+        foundation::logLine("quorvane-cloud: " + problem);
         return false;
     }
     impl.port = port;
@@ -136,6 +161,8 @@ int CloudEmulator::port() const { return impl_->port; }
 std::string CloudEmulator::endpoint() const { return impl_->endpoint(); }
 std::string CloudEmulator::hostPort() const { return impl_->hostPort(); }
 std::string CloudEmulator::caFile() const { return impl_->caFile; }
+std::string CloudEmulator::consoleUrl() const { return impl_->endpoint() + "/_console/"; }
+std::string CloudEmulator::startError() const { return impl_->startError; }
 
 StsCredentials CloudEmulator::issueSts() { return issueSts(impl_->options.stsTtl); }
 StsCredentials CloudEmulator::issueSts(std::chrono::seconds ttl) { return impl_->sts.issue(impl_->now(), ttl); }

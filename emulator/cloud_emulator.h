@@ -25,10 +25,36 @@
 
 namespace quorvane::emulator {
 
+// One entry of a fault script. Scripts are consumed in order, per operation ("UploadPart", "PutObject",
+// "CompleteMultipartUpload", "InitiateMultipartUpload", "ListParts", "CreateUploadVideo", "GetOssConfig", ...);
+// "*" matches any operation and is consulted when the operation's own script is empty.
+struct Fault {
+    enum class Kind {
+        Error,       // answer `status` with the service's error body carrying `code`
+        Reset,       // close the connection without an answer, after reading `afterBytes` of the body
+        Delay,       // wait `delayMs`, then serve the request normally
+        CorruptCrc,  // serve normally but answer a wrong "x-oss-hash-crc64ecma"
+    };
+    std::string op = "*";
+    Kind kind = Kind::Error;
+    int status = 500;
+    std::string code = "InternalError";
+    std::string message;
+    std::uint64_t afterBytes = 0;
+    int delayMs = 0;
+
+    static Fault error(std::string op, int status, std::string code, std::string message = {});
+    static Fault reset(std::string op, std::uint64_t afterBytes = 0);
+    static Fault delay(std::string op, int delayMs);
+    static Fault corruptCrc(std::string op);
+};
+
 struct EmulatorOptions {
     std::string host = "127.0.0.1";  // address to bind
     int port = 0;                    // 0 = a free port chosen at start
-    std::string storageDir;          // empty = in-memory; otherwise objects and uploads survive a restart
+    // Empty = in-memory; otherwise objects and uploads survive a restart, and so do the HTTPS CA
+    // (tls/ca.pem, tls/ca-key.pem) and the key STS credentials are derived from (sts-signing.key).
+    std::string storageDir;
     bool https = false;              // serve TLS with a CA + server certificate generated at start (see caFile())
     bool verifySignatures = true;    // false accepts any (or no) signature, still recording everything
     // Object storage takes V4 (OSS4-HMAC-SHA256) signatures always, V1 ones while this is true: false
@@ -48,8 +74,14 @@ struct EmulatorOptions {
     // HTTP status of enterprise error bodies ({"code", "msg", "message"}); 200 lets clients read the code.
     int enterpriseErrorStatus = 200;
     std::uint64_t maxObjectSize = 5ULL << 30;  // PutObject / part limit: larger bodies get EntityTooLarge
-    int threads = 32;      // server workers started up front (each open connection holds one)
+    int threads = 32;       // server workers started up front (each request being answered holds one)
     int maxThreads = 1024;  // workers are added while all are busy, up to this many
+    // One line per request on standard error (time, method, path, operation, status, bytes, ms; no
+    // signatures or tokens). Off for embedded use; the quorvane-cloud program turns it on (--quiet: off).
+    bool requestLog = false;
+    // The console page (consoleUrl()) answers loopback peers only, unless this is set.
+    bool consoleForAnyone = false;
+    std::vector<Fault> initialFaults;  // scripted from the start (quorvane-cloud --faults FILE)
 };
 
 // Temporary credentials, as the STS service names them. Expiration is ISO-8601 UTC ("2024-01-02T03:04:05Z").
@@ -174,30 +206,6 @@ struct HostUpload {
     std::string fileBytes;
 };
 
-// One entry of a fault script. Scripts are consumed in order, per operation ("UploadPart", "PutObject",
-// "CompleteMultipartUpload", "InitiateMultipartUpload", "ListParts", "CreateUploadVideo", "GetOssConfig", ...);
-// "*" matches any operation and is consulted when the operation's own script is empty.
-struct Fault {
-    enum class Kind {
-        Error,       // answer `status` with the service's error body carrying `code`
-        Reset,       // close the connection without an answer, after reading `afterBytes` of the body
-        Delay,       // wait `delayMs`, then serve the request normally
-        CorruptCrc,  // serve normally but answer a wrong "x-oss-hash-crc64ecma"
-    };
-    std::string op = "*";
-    Kind kind = Kind::Error;
-    int status = 500;
-    std::string code = "InternalError";
-    std::string message;
-    std::uint64_t afterBytes = 0;
-    int delayMs = 0;
-
-    static Fault error(std::string op, int status, std::string code, std::string message = {});
-    static Fault reset(std::string op, std::uint64_t afterBytes = 0);
-    static Fault delay(std::string op, int delayMs);
-    static Fault corruptCrc(std::string op);
-};
-
 struct FiredFault {
     Fault fault;
     std::string operation;  // the operation it hit
@@ -211,9 +219,11 @@ public:
     CloudEmulator(const CloudEmulator&) = delete;
     CloudEmulator& operator=(const CloudEmulator&) = delete;
 
-    // Binds and starts serving on a background thread. False (and a log line) when it cannot bind or
-    // the storage directory cannot be used. Stored state is loaded from the storage directory.
+    // Binds and starts serving on a background thread. False (and a log line, and startError()) when
+    // it cannot bind (the port is never shared with another server) or the storage directory cannot
+    // be used. Stored state is loaded from the storage directory.
     bool start();
+    std::string startError() const;  // why the last start() failed, e.g. "127.0.0.1:9400 is in use ..."
     void stop();
     // Answers the bytes of one HTTP/1.1 request as a plain-HTTP connection would, without a socket,
     // and returns the answer's bytes (empty when not started or serving HTTPS). For fuzzing.
@@ -225,6 +235,7 @@ public:
     std::string endpoint() const;  // "http://127.0.0.1:PORT" (https:// with TLS), using advertisedHost if set
     std::string hostPort() const;  // "127.0.0.1:PORT"
     std::string caFile() const;    // PEM of the generated CA when https, else ""
+    std::string consoleUrl() const;  // the console page: endpoint() + "/_console/"
 
     // STS: temporary credentials valid for `ttl` (default options().stsTtl) against OSS and VOD.
     StsCredentials issueSts();

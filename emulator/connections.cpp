@@ -1,135 +1,23 @@
 #include "emulator/connections.h"
 
 #include <arpa/inet.h>
+#include <netdb.h>
 #include <netinet/in.h>
 #include <openssl/ssl.h>
-#include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <chrono>
+#include <cerrno>
+#include <climits>
 #include <cstring>
+#include <fstream>
+
+#include "emulator/waiting_room.h"
 
 namespace quorvane::emulator {
 namespace {
-
-// One accepted connection, owned by the worker that serves it from accept to close.
-class Connection {
-public:
-    Connection(ConnectionControl& control, int fd, SSL* ssl) : control_(control), fd_(fd), ssl_(ssl) {}
-    ~Connection() {
-        if (ssl_) {
-            if (!dropped_) SSL_shutdown(ssl_);
-            SSL_free(ssl_);
-        }
-        if (closeAfterAnswer_ && !dropped_ && !ssl_) lingeringClose();
-        ::close(fd_);
-    }
-    Connection(const Connection&) = delete;
-    Connection& operator=(const Connection&) = delete;
-
-    int fd() const { return fd_; }
-    bool open() const { return !dropped_ && !closeAfterAnswer_; }
-    bool stopping() const { return control_.stopping.load(); }
-    const ConnectionLimits& limits() const { return control_.limits; }
-
-    void drop() {
-        linger lin{1, 0};  // the close becomes a reset
-        setsockopt(fd_, SOL_SOCKET, SO_LINGER, &lin, sizeof lin);
-        ::shutdown(fd_, SHUT_RDWR);
-        dropped_ = true;
-    }
-    void closeAfterAnswer() { closeAfterAnswer_ = true; }
-
-    // Waits in short slices so a stopping server is noticed; false on time-out, stop or drop.
-    bool waitReadable(int timeoutMs) {
-        if (buffered() > 0) return true;
-        return wait(POLLIN, timeoutMs);
-    }
-    bool waitWritable(int timeoutMs) { return wait(POLLOUT, timeoutMs); }
-
-    ssize_t read(char* out, std::size_t size) {
-        if (begin_ == end_) {
-            if (!waitReadable(limits().readTimeoutMs)) return -1;
-            auto got = receive(buffer_, sizeof buffer_);
-            if (got <= 0) return got;
-            begin_ = 0;
-            end_ = static_cast<std::size_t>(got);
-        }
-        auto n = std::min(size, end_ - begin_);
-        std::memcpy(out, buffer_ + begin_, n);
-        begin_ += n;
-        return static_cast<ssize_t>(n);
-    }
-
-    ssize_t write(const char* data, std::size_t size) {
-        if (dropped_ || !waitWritable(limits().writeTimeoutMs)) return -1;
-        if (ssl_) {
-            int n = SSL_write(ssl_, data, static_cast<int>(std::min<std::size_t>(size, 1 << 30)));
-            return n > 0 ? n : -1;
-        }
-        ssize_t n;
-        do n = ::send(fd_, data, size, MSG_NOSIGNAL);
-        while (n < 0 && errno == EINTR);
-        return n;
-    }
-
-private:
-    std::size_t buffered() const {
-        return (end_ - begin_) + (ssl_ && SSL_has_pending(ssl_) ? 1 : 0);
-    }
-
-    bool wait(short events, int timeoutMs) {
-        using Clock = std::chrono::steady_clock;
-        const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-        while (!dropped_ && !stopping()) {
-            auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
-            if (left <= 0) return false;
-            pollfd p{fd_, events, 0};
-            int r = ::poll(&p, 1, static_cast<int>(std::min<long long>(left, 100)));
-            if (r > 0) return true;
-            if (r < 0 && errno != EINTR) return false;
-        }
-        return false;
-    }
-
-    ssize_t receive(char* out, std::size_t size) {
-        if (ssl_) {
-            int n = SSL_read(ssl_, out, static_cast<int>(size));
-            return n > 0 ? n : (SSL_get_error(ssl_, n) == SSL_ERROR_ZERO_RETURN ? 0 : -1);
-        }
-        ssize_t n;
-        do n = ::recv(fd_, out, size, 0);
-        while (n < 0 && errno == EINTR);
-        return n;
-    }
-
-    // The answer is written but the request's body may still be arriving: closing with unread bytes
-    // would reset the connection and could destroy the answer before the client reads it. Stop
-    // writing, then read and discard briefly so the client sees the answer and the end.
-    void lingeringClose() {
-        ::shutdown(fd_, SHUT_WR);
-        char sink[16384];
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-        std::size_t total = 0;
-        while (std::chrono::steady_clock::now() < deadline && total < (64u << 20)) {
-            pollfd p{fd_, POLLIN, 0};
-            if (::poll(&p, 1, 100) <= 0) continue;
-            auto n = ::recv(fd_, sink, sizeof sink, 0);
-            if (n <= 0) break;
-            total += static_cast<std::size_t>(n);
-        }
-    }
-
-    ConnectionControl& control_;
-    int fd_;
-    SSL* ssl_;
-    char buffer_[16384];
-    std::size_t begin_ = 0, end_ = 0;
-    bool dropped_ = false;
-    bool closeAfterAnswer_ = false;
-};
 
 thread_local Connection* current = nullptr;
 
@@ -172,24 +60,6 @@ private:
     Connection& c_;
 };
 
-// The keep-alive loop: wait for a request, let the library read and answer it, until the client
-// leaves, the count or time-out runs out, the handler closed the connection, or the server stops.
-template <class Server>
-bool serve(Server& server, ConnectionControl& control, int fd, SSL* ssl) {
-    Connection connection(control, fd, ssl);
-    current = &connection;
-    bool ok = true;
-    for (std::size_t count = control.limits.keepAliveMax; count > 0; --count) {
-        if (!connection.waitReadable(control.limits.keepAliveTimeoutMs)) break;
-        ConnectionStream stream(connection);
-        bool closed = false;
-        ok = server.answer(stream, count == 1 || control.stopping.load(), closed);
-        if (!ok || closed || !connection.open()) break;
-    }
-    current = nullptr;
-    return ok;
-}
-
 // A request in memory and the answer written back: the parsing and handling of a connection, no socket.
 class MemoryStream : public httplib::Stream {
 public:
@@ -219,45 +89,121 @@ private:
 void setTimeouts(int fd, const ConnectionLimits& limits) {
     auto tv = [](int ms) { return timeval{ms / 1000, (ms % 1000) * 1000}; };
     auto r = tv(limits.readTimeoutMs), w = tv(limits.writeTimeoutMs);
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &r, sizeof r);  // bounds the TLS handshake's blocking reads
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &r, sizeof r);  // a worker's blocking reads and writes
     setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &w, sizeof w);
 }
 
-class PlainServer : public httplib::Server {
+// Runs each job at once on the accepting thread: handing a connection to the waiting room is quick.
+class InlineQueue : public httplib::TaskQueue {
 public:
-    explicit PlainServer(ConnectionControl& control) : control_(control) {}
-    bool answer(httplib::Stream& stream, bool closeConnection, bool& closed) {
-        return process_request(stream, closeConnection, closed, nullptr);
-    }
-
-private:
-    bool process_and_close_socket(socket_t sock) override {
-        setTimeouts(sock, control_.limits);
-        return serve(*this, control_, sock, nullptr);
-    }
-    ConnectionControl& control_;
+    void enqueue(std::function<void()> fn) override { fn(); }
+    void shutdown() override {}
 };
 
-class TlsServer : public httplib::SSLServer {
+// The listening socket, as the library's socket-options hook saw it made (the library keeps it private).
+struct ListenSocket {
+    virtual ~ListenSocket() = default;
+    int listenFd = -1;
+};
+
+// A cpp-httplib server (plain or TLS) whose connections this module serves: they wait in the waiting
+// room, and a worker of its own pool answers each request whose head has arrived.
+template <class Base, bool Tls>
+class OwnServer : public Base, public ListenSocket {
 public:
-    TlsServer(ConnectionControl& control, X509* cert, EVP_PKEY* key) : SSLServer(cert, key), control_(control) {}
+    template <class... Args>
+    explicit OwnServer(ConnectionControl& control, Args&&... args)
+        : Base(std::forward<Args>(args)...),
+          control_(control),
+          pool_(control.limits.initialWorkers, control.limits.maxWorkers),
+          room_(control, [this](std::unique_ptr<Connection> c) { dispatch(std::move(c)); }) {
+        this->new_task_queue = [] { return new InlineQueue; };
+        // The library's default asks for SO_REUSEPORT, which lets a second server take the same port and
+        // half of its connections. SO_REUSEADDR alone only allows a restart over lingering TIME_WAITs.
+        this->set_socket_options([this](socket_t sock) {
+            int yes = 1;
+            ::setsockopt(sock, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+            listenFd = sock;
+        });
+    }
+    ~OwnServer() override {
+        room_.shutdown();
+        pool_.shutdown();
+    }
     bool answer(httplib::Stream& stream, bool closeConnection, bool& closed) {
-        return process_request(stream, closeConnection, closed, nullptr);
+        return this->process_request(stream, closeConnection, closed, nullptr);
     }
 
 private:
     bool process_and_close_socket(socket_t sock) override {
         setTimeouts(sock, control_.limits);
-        SSL* ssl = SSL_new(ssl_context());
-        if (!ssl || SSL_set_fd(ssl, sock) != 1 || SSL_accept(ssl) != 1) {
-            if (ssl) SSL_free(ssl);
-            ::close(sock);
-            return false;
+        SSL* ssl = nullptr;
+        if constexpr (Tls) {
+            ssl = SSL_new(this->ssl_context());
+            if (!ssl || SSL_set_fd(ssl, sock) != 1) {
+                if (ssl) SSL_free(ssl);
+                ::close(sock);
+                return false;
+            }
         }
-        return serve(*this, control_, sock, ssl);
+        room_.admit(std::make_unique<Connection>(control_, sock, ssl));
+        return true;
     }
+
+    void dispatch(std::unique_ptr<Connection> c) {
+        auto holder = std::make_shared<std::unique_ptr<Connection>>(std::move(c));  // closes if never run
+        pool_.enqueue([this, holder] { serveOne(std::move(*holder)); });
+    }
+
+    // One request, then back to the waiting room unless the connection is done.
+    void serveOne(std::unique_ptr<Connection> c) {
+        current = c.get();
+        ConnectionStream stream(*c);
+        bool closed = false;
+        const bool last = ++c->served >= control_.limits.keepAliveMax || control_.stopping.load();
+        bool ok = answer(stream, last, closed);
+        current = nullptr;
+        if (ok && !closed && !last && c->open() && !control_.stopping.load()) room_.admit(std::move(c));
+    }
+
     ConnectionControl& control_;
+    ElasticPool pool_;
+    WaitingRoom room_;
 };
+
+using PlainServer = OwnServer<httplib::Server, false>;
+using TlsServer = OwnServer<httplib::SSLServer, true>;
+
+std::string hostPortText(const std::string& host, int port) {
+    auto h = host.find(':') != std::string::npos && host.front() != '[' ? "[" + host + "]" : host;
+    return h + ":" + std::to_string(port);
+}
+
+// Why host:port cannot be bound, found by trying it with a socket of our own.
+std::string bindProblem(const std::string& host, int port) {
+    addrinfo hints{}, *found = nullptr;
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_PASSIVE;
+    const auto where = hostPortText(host, port);
+    if (getaddrinfo(host.c_str(), std::to_string(port).c_str(), &hints, &found) != 0 || !found)
+        return "cannot listen on " + where + ": not an address of this machine";
+    int err = 0;
+    int fd = ::socket(found->ai_family, found->ai_socktype, found->ai_protocol);
+    if (fd >= 0) {
+        int yes = 1;
+        ::setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        if (::bind(fd, found->ai_addr, found->ai_addrlen) != 0) err = errno;
+        ::close(fd);
+    } else {
+        err = errno;
+    }
+    freeaddrinfo(found);
+    if (err == EADDRINUSE) return where + " is in use by another program (pick another --port, or stop it)";
+    if (err == EACCES) return "cannot listen on " + where + ": permission denied";
+    if (err == EADDRNOTAVAIL) return "cannot listen on " + where + ": not an address of this machine";
+    return "cannot listen on " + where + (err ? std::string(": ") + std::strerror(err) : std::string());
+}
 
 }  // namespace
 
@@ -267,6 +213,36 @@ std::unique_ptr<httplib::Server> makePlainServer(ConnectionControl& control) {
 
 std::unique_ptr<httplib::Server> makeTlsServer(ConnectionControl& control, X509* cert, EVP_PKEY* key) {
     return std::make_unique<TlsServer>(control, cert, key);
+}
+
+int maxListenBacklog() {
+    int most = 0;
+    std::ifstream("/proc/sys/net/core/somaxconn") >> most;
+    return most > 0 ? most : SOMAXCONN;
+}
+
+void raiseOpenFileLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur >= limit.rlim_max) return;
+    limit.rlim_cur = limit.rlim_max;
+    setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+bool listenExclusively(httplib::Server& server, const std::string& host, int& port, std::string& error) {
+    auto* socket = dynamic_cast<ListenSocket*>(&server);
+    bool bound = port == 0 ? (port = server.bind_to_any_port(host)) > 0 : server.bind_to_port(host, port);
+    if (!bound) {
+        error = bindProblem(host, port);
+        return false;
+    }
+    // The library listens with a backlog of 5: clients connecting together would overflow it and
+    // wait a second for their SYN to be sent again. Listening again only changes the backlog.
+    int accepting = 0;
+    socklen_t size = sizeof accepting;
+    if (socket && socket->listenFd >= 0 &&
+        ::getsockopt(socket->listenFd, SOL_SOCKET, SO_ACCEPTCONN, &accepting, &size) == 0 && accepting)
+        ::listen(socket->listenFd, maxListenBacklog());
+    return true;
 }
 
 std::string answerWithoutConnection(httplib::Server& server, const std::string& request) {

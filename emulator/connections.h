@@ -2,40 +2,40 @@
 // The emulator's HTTP server: cpp-httplib parses and answers requests, on connections this module
 // accepts ownership of and serves itself. So a fault can drop exactly the connection its request came
 // on, stop() ends idle keep-alive connections at once, and nothing ever acts on a descriptor number
-// another thread may have closed and reused. Workers grow with the connections, so clients that hold
-// connections open (idle keep-alive, half-sent requests) never starve the others.
+// another thread may have closed and reused. A connection waits for its request head in the waiting
+// room (no thread); a worker serves it only from a complete head to its answer, so clients that hold
+// connections open (idle keep-alive, half-sent heads) never starve the others.
 #include <httplib.h>
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
-#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <string>
 #include <thread>
 #include <vector>
 
+#include "emulator/connection.h"
+
 namespace quorvane::emulator {
-
-struct ConnectionLimits {
-    int readTimeoutMs = 20000;       // silence allowed inside a request
-    int writeTimeoutMs = 20000;      // a client that reads nothing for this long is dropped
-    int keepAliveTimeoutMs = 15000;  // silence allowed between requests
-    std::size_t keepAliveMax = 100000;
-};
-
-// Shared by the server and its connections; stop() sets `stopping` first, then waits for the server.
-struct ConnectionControl {
-    ConnectionLimits limits;
-    std::atomic<bool> stopping{false};
-};
 
 std::unique_ptr<httplib::Server> makePlainServer(ConnectionControl& control);
 // The server keeps no reference to `cert` and `key` after construction.
 std::unique_ptr<httplib::Server> makeTlsServer(ConnectionControl& control, X509* cert, EVP_PKEY* key);
+
+// Binds `server` (made by the functions above) to host:port for itself alone, no other socket sharing
+// the port, with the system's largest listen backlog. `port` 0 picks a free one and is set to it.
+// False with `error` saying why ("127.0.0.1:9400 is in use by another program").
+bool listenExclusively(httplib::Server& server, const std::string& host, int& port, std::string& error);
+
+// The listen backlog asked for: the system's maximum.
+int maxListenBacklog();
+// Raises this process's soft limit of open descriptors to its hard limit (each connection holds one).
+void raiseOpenFileLimit();
 
 // Answers one request read from `request` and returns what a connection would have been sent;
 // empty unless `server` was made by makePlainServer.

@@ -11,6 +11,7 @@
 #include "emulator/cloud_emulator.h"
 #include "emulator/connections.h"
 #include "emulator/faults.h"
+#include "emulator/request_log.h"
 #include "emulator/storage.h"
 #include "emulator/sts.h"
 #include "emulator/util.h"
@@ -28,11 +29,13 @@ struct CloudEmulator::Impl {
     std::atomic<bool> listenDone{true};
     std::atomic<int> port{0};
     std::string caFile;
+    std::string startError;  // why start() failed last
     std::atomic<long long> skewSeconds{0};
 
     StsRegistry sts;
     Storage storage;
     FaultScript faults;
+    RequestLog requestLog;
     std::atomic<std::uint64_t> uploadPartBytes{0};
 
     mutable std::mutex mutex;  // guards everything below
@@ -68,6 +71,7 @@ public:
     httplib::Response& res;
     RecordedRequest record;
     std::string requestId = newRequestId();
+    const std::chrono::steady_clock::time_point started = std::chrono::steady_clock::now();
     bool corruptCrc = false;  // set by a CorruptCrc fault
 
     Pairs headers() const;

@@ -42,6 +42,16 @@ void Exchange::saveRecord() {
     recorded_ = true;
     record.status = dropped_ ? 0 : res.status;
     if (record.operation == "UploadPart") impl.uploadPartBytes += record.bodySize;
+    LoggedRequest line;
+    line.time = foundation::iso8601UtcMillis(std::chrono::system_clock::now());
+    line.method = req.method;
+    line.target = redactedTarget(req.target);
+    line.operation = record.operation;
+    line.status = record.status;
+    line.in = record.bodySize;
+    line.out = req.method == "HEAD" ? 0 : !res.body.empty() ? res.body.size() : res.content_length_;
+    line.ms = std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - started).count();
+    impl.requestLog.add(std::move(line), impl.options.requestLog);
     std::lock_guard lock(impl.mutex);
     impl.requests.push_back(record);
 }

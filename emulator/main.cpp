@@ -29,10 +29,7 @@ int main(int argc, char** argv) {
         return app.exit(e) == 0 ? 0 : 2;  // --help is 0; every usage error is 2
     }
     quorvane::emulator::CloudEmulator cloud(options);
-    if (!cloud.start()) {
-        std::cerr << "quorvane-cloud: cannot start on " << options.host << ":" << options.port << "\n";
-        return 1;
-    }
+    if (!cloud.start()) return 1;  // start() said why on standard error
     std::signal(SIGINT, onSignal);
     std::signal(SIGTERM, onSignal);
     quorvane::app::printCloudFacts(std::cout, cloud);

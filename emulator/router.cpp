@@ -1,6 +1,7 @@
 // Request routing: every method and path reaches one dispatcher that picks the service.
 #include "emulator/router.h"
 
+#include "emulator/console.h"
 #include "emulator/oss_service.h"
 #include "foundation/log.h"
 
@@ -25,6 +26,9 @@ std::optional<std::string> framingProblem(const httplib::Request& req) {
 void route(CloudEmulator::Impl& impl, const httplib::Request& req, httplib::Response& res,
            const httplib::ContentReader* reader) {
     try {
+        // The console's own polling is neither logged nor recorded: it would drown what it shows.
+        if (req.path == kConsolePrefix || startsWith(req.path, std::string(kConsolePrefix) + "/"))
+            return serveConsole(impl, req, res, reader);
         Exchange ex(impl, req, res, reader);
         if (auto problem = framingProblem(req)) {
             ex.refuseBody();

@@ -1,5 +1,8 @@
 #pragma once
-// A throw-away CA and a server certificate it signs, made at start so clients can keep verification on.
+// A CA and a server certificate it signs, made at start so clients can keep verification on. With a
+// directory the CA is kept there (its key readable by the owner only) and reused by the next start, so a
+// CA file handed to clients stays good; the server certificate is made anew each start, for the names
+// of the day.
 #include <openssl/evp.h>
 #include <openssl/x509.h>
 
@@ -20,6 +23,7 @@ struct TlsMaterial {
 };
 
 // `names` go into the server certificate's subjectAltName: IP addresses as IP entries, others as DNS.
-bool makeTlsMaterial(const std::vector<std::string>& names, TlsMaterial& out);
+// `caDir` empty: a throw-away CA; otherwise ca.pem and ca-key.pem there, read or made and written.
+bool makeTlsMaterial(const std::vector<std::string>& names, TlsMaterial& out, const std::string& caDir = {});
 
 }  // namespace quorvane::emulator

@@ -8,10 +8,12 @@
 #include <string>
 
 #include "emulator/cloud_emulator.h"
+#include "emulator/fault_file.h"
 
 namespace quorvane::app {
 
 inline void addCloudOptions(CLI::App& cmd, emulator::EmulatorOptions& o) {
+    o.requestLog = true;  // a cloud run for other clients says what it serves; embedded use stays silent
     cmd.add_option("--host", o.host, "Address to listen on")->capture_default_str();
     cmd.add_option("--port", o.port, "Port to listen on (0: a free one)")->check(CLI::Range(0, 65535));
     cmd.add_option("--storage", o.storageDir, "Keep objects in this directory (default: in memory)");
@@ -27,6 +29,22 @@ inline void addCloudOptions(CLI::App& cmd, emulator::EmulatorOptions& o) {
            "--clock-skew", [&o](long long seconds) { o.clockSkew = std::chrono::seconds(seconds); },
            "Run the cloud's clock SECONDS ahead of this machine's (negative: behind), to try clients' skew handling")
         ->type_name("SECONDS");
+    cmd.add_flag("--quiet", [&o](std::int64_t) { o.requestLog = false; },
+                 "Print no request log (one line per request on standard error)");
+    cmd.add_option_function<std::string>(
+           "--faults",
+           [&o](const std::string& path) {
+               std::string error;
+               auto faults = emulator::loadFaultScript(path, error);
+               if (!faults) throw CLI::ValidationError("--faults", error);
+               o.initialFaults = std::move(*faults);
+           },
+           "Inject faults from a JSON script: [{\"operation\":\"UploadPart\",\"fault\":\"reset\",\"count\":2}, "
+           "{\"operation\":\"PutObject\",\"status\":503}, {\"operation\":\"*\",\"delay_ms\":500}, "
+           "{\"operation\":\"UploadPart\",\"fault\":\"corrupt-crc\"}]")
+        ->type_name("FILE");
+    cmd.add_flag("--console-anywhere", o.consoleForAnyone,
+                 "Serve the console page to other machines too (default: this machine only)");
 }
 
 // One "name value" line per fact, then "ready" alone on a line once clients may connect. The keys are
@@ -35,6 +53,7 @@ inline void printCloudFacts(std::ostream& out, emulator::CloudEmulator& cloud) {
     const auto& o = cloud.options();
     auto sts = cloud.issueSts();
     out << "endpoint " << cloud.endpoint() << "\n"
+        << "console " << cloud.consoleUrl() << "\n"
         << "port " << cloud.port() << "\n"
         << "bucket " << o.bucket << "\n"
         << "region " << o.region << "\n"

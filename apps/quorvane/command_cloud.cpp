@@ -17,11 +17,7 @@ void onStop(int) { stopFlag = 1; }
 
 int runCloud(const emulator::EmulatorOptions& options) {
     emulator::CloudEmulator cloud(options);
-    if (!cloud.start()) {
-        std::cerr << "quorvane cloud: cannot start on " << options.host << ":" << options.port
-                  << (options.storageDir.empty() ? "" : " with storage " + options.storageDir) << "\n";
-        return 1;
-    }
+    if (!cloud.start()) return 1;  // start() said why on standard error
     stopFlag = 0;
     std::signal(SIGINT, onStop);
     std::signal(SIGTERM, onStop);

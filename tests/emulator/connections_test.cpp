@@ -1,13 +1,20 @@
 // The server under clients that misbehave at the connection level: connections held open without a
 // request, idle keep-alive connections, bodies too large to take, ambiguous body lengths; and a server
-// that stops while another one shares its port, or listens on IPv6.
+// that stops while another one listens on the same port of another address, a port some other socket
+// holds, or listens on IPv6.
 #include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+
 #include "emulator_test_support.h"
+#include "support/port_holder.h"
 
 namespace quorvane::emulator {
 namespace {
@@ -105,6 +112,69 @@ TEST_F(ConnectionTest, ConnectionsHeldOpenDoNotStarveOtherClients) {
     EXPECT_EQ(res->status, 200);
 }
 
+// The server's thread count, from the kernel's view of this process.
+int threadCount() {
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    while (std::getline(status, line))
+        if (line.rfind("Threads:", 0) == 0) return std::stoi(line.substr(8));
+    return -1;
+}
+
+TEST_F(ConnectionTest, TwoThousandWaitingConnectionsHoldNoWorkerAndStarveNobody) {
+    rlimit limit{};
+    getrlimit(RLIMIT_NOFILE, &limit);  // start() raised the soft limit as far as it goes
+    if (limit.rlim_cur < 4200) GTEST_SKIP() << "only " << limit.rlim_cur << " descriptors: 2000 connections need 4000";
+    const int before = threadCount();
+    std::vector<std::unique_ptr<RawConnection>> waiting;
+    for (int i = 0; i < 2000; ++i) {
+        waiting.push_back(std::make_unique<RawConnection>("127.0.0.1", cloud.port()));
+        ASSERT_TRUE(waiting.back()->connected()) << i;
+        // Every other one has begun its head and goes on sending it a byte at a time.
+        if (i % 2) {
+            ASSERT_TRUE(waiting.back()->send("GET /" + bucket() + "/x HTTP/1.1\r\nHost: 1"));
+        }
+    }
+    for (int i = 1; i < 2000; i += 2) ASSERT_TRUE(waiting[i]->send("2"));
+
+    httplib::Client fresh("127.0.0.1", cloud.port());
+    fresh.set_read_timeout(20);
+    for (int round = 0; round < 3; ++round) {
+        auto res = fresh.Get("/logstores/s/track?APIVersion=0.6.0");
+        ASSERT_TRUE(res) << "no answer while 2000 connections wait: " << httplib::to_string(res.error());
+        EXPECT_EQ(res->status, 200);
+    }
+    // Waiting connections hold no thread: far fewer threads than connections were added.
+    EXPECT_LT(threadCount() - before, 200);
+
+    // A trickled head, once whole, is answered on its own connection.
+    ASSERT_TRUE(waiting[1]->send(".0.0.1\r\n\r\n"));
+    EXPECT_EQ(statusLine(waiting[1]->answer()), "HTTP/1.1 403 Forbidden");
+}
+
+TEST(CloudConnections, APortHeldByAnotherSocketIsRefusedNotShared) {
+    test::PortHolder holder;  // it offers to share the port: we still must not
+    ASSERT_NE(holder.port(), 0);
+    const int port = holder.port();
+
+    EmulatorOptions options;
+    options.port = port;
+    CloudEmulator cloud(options);
+    EXPECT_FALSE(cloud.start());
+    EXPECT_FALSE(cloud.running());
+    EXPECT_NE(cloud.startError().find("127.0.0.1:" + std::to_string(port) + " is in use"), std::string::npos)
+        << cloud.startError();
+    holder.release();
+
+    // Nor does a second emulator share the first one's port; once it is free, the port can be taken.
+    CloudEmulator first(options);
+    ASSERT_TRUE(first.start());
+    CloudEmulator second(options);
+    EXPECT_FALSE(second.start());
+    first.stop();
+    EXPECT_TRUE(second.start()) << second.startError();
+}
+
 TEST_F(ConnectionTest, BodiesTooLargeAreRefusedFromTheHeaders) {
     const auto target = path("huge.bin");
     auto headers = signedHeaders(root, "PUT", target, "application/octet-stream");
@@ -140,6 +210,27 @@ TEST_F(ConnectionTest, AmbiguousBodyLengthsAreRefused) {
     }
     EXPECT_FALSE(cloud.object(bucket(), "twice.bin"));
     EXPECT_EQ(put("twice.bin", "hello", root)->status, 200);
+}
+
+TEST(CloudConnections, ListensWithTheSystemsLargestBacklog) {
+    CloudEmulator cloud;
+    ASSERT_TRUE(cloud.start());
+    // ss shows a listening socket's backlog as its Send-Q: "LISTEN 0 4096 127.0.0.1:PORT 0.0.0.0:*".
+    const auto command = "ss -Hltn 'sport = :" + std::to_string(cloud.port()) + "' 2>/dev/null";
+    std::string text;
+    if (FILE* pipe = ::popen(command.c_str(), "r")) {
+        char buf[512];
+        while (std::fgets(buf, sizeof buf, pipe)) text += buf;
+        ::pclose(pipe);
+    }
+    std::istringstream fields(text);
+    std::string state, queued, backlog;
+    fields >> state >> queued >> backlog;
+    if (state != "LISTEN") GTEST_SKIP() << "no ss (iproute2) here to read the backlog";
+    int most = 0;
+    std::ifstream("/proc/sys/net/core/somaxconn") >> most;
+    ASSERT_GT(most, 0);
+    EXPECT_EQ(std::stoi(backlog), most);  // the library alone would have left it at 5
 }
 
 TEST(CloudConnections, StoppingOneServerLeavesAnotherOnTheSamePortAlone) {

@@ -1,0 +1,120 @@
+// quorvane-cloud run as a program: a port held by another socket is an error, never "ready"; a fault
+// script given with --faults fires the stated number of times; the request log on standard error names
+// every request (statuses and resets) and --quiet silences it.
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include "cli/cli_process.h"
+#include "support/port_holder.h"
+
+namespace quorvane {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::CliProcess;
+using namespace std::chrono_literals;
+
+constexpr auto kGenerous = 180s;
+
+// Facts printed before "ready"; empty when the program ended first.
+std::map<std::string, std::string> readFacts(CliProcess& process) {
+    std::map<std::string, std::string> facts;
+    while (auto line = process.readLine(kGenerous)) {
+        if (*line == "ready") return facts;
+        auto space = line->find(' ');
+        if (space != std::string::npos) facts[line->substr(0, space)] = line->substr(space + 1);
+    }
+    return {};
+}
+
+std::vector<std::string> linesWith(const std::string& text, const std::string& needle) {
+    std::vector<std::string> out;
+    std::size_t at = 0;
+    while (at < text.size()) {
+        auto end = text.find('\n', at);
+        auto line = text.substr(at, end == std::string::npos ? std::string::npos : end - at);
+        if (line.find(needle) != std::string::npos) out.push_back(line);
+        if (end == std::string::npos) break;
+        at = end + 1;
+    }
+    return out;
+}
+
+class CloudProgram : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir_ = fs::temp_directory_path() / ("quorvane-cloud-program-" + std::to_string(::getpid()));
+        fs::create_directories(dir_);
+    }
+    void TearDown() override { fs::remove_all(dir_); }
+    std::string write(const std::string& name, const std::string& text) {
+        std::ofstream(dir_ / name) << text;
+        return (dir_ / name).string();
+    }
+    fs::path dir_;
+};
+
+TEST_F(CloudProgram, APortHeldByAnotherSocketIsAnErrorNeverReady) {
+    test::PortHolder holder;  // it offers to share the port: the cloud must not take it
+    ASSERT_NE(holder.port(), 0);
+    const auto port = std::to_string(holder.port());
+
+    CliProcess cloud({QUORVANE_CLOUD_PATH, "--port", port}, {});
+    EXPECT_EQ(cloud.wait(kGenerous), 1);
+    for (const auto& line : cloud.lines()) EXPECT_NE(line, "ready");
+    EXPECT_NE(cloud.errors().find("127.0.0.1:" + port + " is in use"), std::string::npos) << cloud.errors();
+}
+
+TEST_F(CloudProgram, FaultScriptFiresAsWrittenAndTheLogShowsEachRequest) {
+    auto script = write("faults.json", R"([
+        {"operation": "PutWebtracking", "status": 503, "count": 2},
+        {"operation": "PutWebtracking", "fault": "reset"}])");
+    CliProcess cloud({QUORVANE_CLOUD_PATH, "--port", "0", "--faults", script}, {});
+    auto facts = readFacts(cloud);
+    ASSERT_FALSE(facts.empty()) << cloud.errors();
+    EXPECT_EQ(facts["console"], facts["endpoint"] + "/_console/");
+    httplib::Client client("127.0.0.1", std::stoi(facts["port"]));
+    client.set_read_timeout(20);
+    const std::string target = "/logstores/s/track?APIVersion=0.6.0&SecurityToken=CAISsecret";
+    std::vector<int> statuses;
+    for (int i = 0; i < 5; ++i) {
+        auto res = client.Get(target);
+        statuses.push_back(res ? res->status : 0);
+    }
+    EXPECT_EQ(statuses, (std::vector<int>{503, 503, 0, 200, 200}));
+    cloud.signal(SIGINT);
+    EXPECT_EQ(cloud.wait(kGenerous), 0);
+    auto logged = linesWith(cloud.errors(), " PutWebtracking ");
+    ASSERT_EQ(logged.size(), 5u) << cloud.errors();
+    for (int i : {0, 1}) EXPECT_NE(logged[i].find(" 503 "), std::string::npos) << logged[i];
+    EXPECT_NE(logged[2].find(" reset "), std::string::npos) << logged[2];
+    EXPECT_NE(logged[3].find(" 200 "), std::string::npos) << logged[3];
+    EXPECT_EQ(cloud.errors().find("CAISsecret"), std::string::npos);  // the token's value is redacted
+
+    CliProcess quiet({QUORVANE_CLOUD_PATH, "--port", "0", "--quiet"}, {});
+    facts = readFacts(quiet);
+    ASSERT_FALSE(facts.empty()) << quiet.errors();
+    httplib::Client other("127.0.0.1", std::stoi(facts["port"]));
+    other.set_read_timeout(20);
+    ASSERT_TRUE(other.Get(target));
+    quiet.signal(SIGINT);
+    EXPECT_EQ(quiet.wait(kGenerous), 0);
+    EXPECT_TRUE(linesWith(quiet.errors(), "PutWebtracking").empty()) << quiet.errors();
+}
+
+TEST_F(CloudProgram, AMalformedFaultScriptIsAUsageError) {
+    auto script = write("bad.json", R"([{"operation": "UploadPart", "fault": "explode"}])");
+    CliProcess cloud({QUORVANE_CLOUD_PATH, "--faults", script}, {});
+    EXPECT_EQ(cloud.wait(kGenerous), 2);
+    for (const auto& line : cloud.lines()) EXPECT_NE(line, "ready");
+    EXPECT_NE(cloud.errors().find("entry 1: unknown fault \"explode\""), std::string::npos) << cloud.errors();
+}
+
+}  // namespace
+}  // namespace quorvane

@@ -1,0 +1,283 @@
+// What the local cloud offers whoever runs it: a request log that keeps secrets out, fault scripts
+// written as JSON, a console fed from its state, and a storage directory that keeps its CA and its STS
+// credentials good across a restart.
+#include <arpa/inet.h>
+#include <ifaddrs.h>
+#include <netinet/in.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+
+#include "emulator/fault_file.h"
+#include "emulator/request_log.h"
+#include "emulator_test_support.h"
+#include "foundation/log.h"
+
+namespace quorvane::emulator {
+namespace {
+
+namespace fs = std::filesystem;
+using testing::Key;
+using testing::signedHeaders;
+
+TEST(RequestLog, RedactsEveryAuthenticatingQueryValueAndKeepsTheRest) {
+    auto target = redactedTarget(
+        "/b/k?uploadId=U1&partNumber=3&x-oss-signature=abc&x-oss-credential=LTAI%2F20250101&Signature=s%3D"
+        "&SecurityToken=CAIS123&x-oss-security-token=t&OSSAccessKeyId=id&Expires=9&acl");
+    EXPECT_EQ(target,
+              "/b/k?uploadId=U1&partNumber=3&x-oss-signature=REDACTED&x-oss-credential=REDACTED&Signature=REDACTED"
+              "&SecurityToken=REDACTED&x-oss-security-token=REDACTED&OSSAccessKeyId=id&Expires=9&acl");
+    // Names encoded to dodge the rule are caught too; spaces and control bytes cannot split the line.
+    EXPECT_EQ(redactedTarget("/a b?%53ignature=x&n=a\nb"), "/a%20b?%53ignature=REDACTED&n=a%0Ab");
+
+    LoggedRequest r{"2026-01-02T03:04:05.678Z", "PUT", "/b/k?partNumber=1", "UploadPart", 200, 1048576, 0, 12};
+    EXPECT_EQ(logLineOf(r), "2026-01-02T03:04:05.678Z PUT /b/k?partNumber=1 UploadPart 200 in=1048576 out=0 12ms");
+    r.status = 0;
+    r.operation = "";
+    EXPECT_EQ(logLineOf(r), "2026-01-02T03:04:05.678Z PUT /b/k?partNumber=1 - reset in=1048576 out=0 12ms");
+}
+
+TEST(RequestLog, IsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
+    for (bool print : {false, true}) {
+        foundation::LogCapture log;
+        EmulatorOptions options;
+        options.requestLog = print;
+        CloudEmulator cloud(options);
+        ASSERT_TRUE(cloud.start());
+        auto sts = cloud.issueSts();
+        httplib::Client client("127.0.0.1", cloud.port());
+        client.set_read_timeout(20);
+        const std::string target = "/" + options.bucket + "/logged.txt";
+        Key key{sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken};
+        auto res = client.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "hello", "text/plain");
+        ASSERT_TRUE(res);
+        ASSERT_EQ(res->status, 200);
+        ASSERT_TRUE(client.Get("/_console/state.json"));  // the console's own requests are not logged
+        cloud.stop();
+        std::vector<std::string> lines;
+        for (const auto& line : log.lines())
+            if (line.find(" PUT ") != std::string::npos || line.find("_console") != std::string::npos)
+                lines.push_back(line);
+        if (!print) {
+            EXPECT_TRUE(lines.empty());
+            continue;
+        }
+        ASSERT_EQ(lines.size(), 1u);
+        EXPECT_NE(lines[0].find(" PUT " + target + " PutObject 200 in=5 out=0 "), std::string::npos) << lines[0];
+        for (const auto& line : log.lines()) {
+            EXPECT_EQ(line.find(sts.SecurityToken.substr(4, 20)), std::string::npos) << line;
+            EXPECT_EQ(line.find(sts.AccessKeySecret), std::string::npos) << line;
+        }
+    }
+}
+
+TEST(FaultScripts, EntriesBecomeCountedFaultsInOrder) {
+    std::string error;
+    auto faults = parseFaultScript(R"([
+        {"operation": "UploadPart", "fault": "reset", "count": 2, "after_bytes": 1024},
+        {"operation": "PutObject", "status": 503, "count": 1},
+        {"operation": "CompleteMultipartUpload", "delay_ms": 3000},
+        {"operation": "*", "fault": "error", "code": "SlowDown", "message": "m"},
+        {"operation": "UploadPart", "fault": "corrupt-crc"}])",
+                                   error);
+    ASSERT_TRUE(faults) << error;
+    ASSERT_EQ(faults->size(), 6u);
+    EXPECT_EQ((*faults)[0].kind, Fault::Kind::Reset);
+    EXPECT_EQ((*faults)[1].afterBytes, 1024u);
+    EXPECT_EQ((*faults)[2].kind, Fault::Kind::Error);
+    EXPECT_EQ((*faults)[2].status, 503);
+    EXPECT_EQ((*faults)[2].code, "ServiceUnavailable");
+    EXPECT_EQ((*faults)[3].kind, Fault::Kind::Delay);
+    EXPECT_EQ((*faults)[3].delayMs, 3000);
+    EXPECT_EQ((*faults)[4].op, "*");
+    EXPECT_EQ((*faults)[4].status, 500);
+    EXPECT_EQ((*faults)[4].code, "SlowDown");
+    EXPECT_EQ((*faults)[5].kind, Fault::Kind::CorruptCrc);
+}
+
+TEST(FaultScripts, MistakesAreNamedWithTheirEntry) {
+    const std::pair<const char*, const char*> cases[] = {
+        {R"({"operation": "PutObject"})", "must be a JSON array"},
+        {R"([{"operation": "PutObject", "status": 503,)", "not JSON"},
+        {R"([{"operation": "PutObject", "fault": "boom"}])", "entry 1: unknown fault \"boom\""},
+        {R"([{"operation": "A", "status": 500}, {"operation": "B", "stauts": 500}])", "entry 2: unknown name \"stauts\""},
+        {R"([{"fault": "reset"}])", "\"operation\" is missing"},
+        {R"([{"operation": "A", "status": 200}])", "\"status\" must be a whole number from 400 to 599"},
+        {R"([{"operation": "A", "fault": "reset", "count": 0}])", "\"count\" must be"},
+        {R"([{"operation": "A"}])", "no \"fault\""},
+    };
+    for (const auto& [text, expected] : cases) {
+        std::string error;
+        EXPECT_FALSE(parseFaultScript(text, error)) << text;
+        EXPECT_NE(error.find(expected), std::string::npos) << text << " -> " << error;
+    }
+    std::string error;
+    EXPECT_FALSE(loadFaultScript("/nonexistent/faults.json", error));
+    EXPECT_NE(error.find("/nonexistent/faults.json: cannot be read"), std::string::npos) << error;
+}
+
+TEST(Console, StateShowsObjectsUploadsAndRequestsToLoopbackOnly) {
+    EmulatorOptions options;
+    CloudEmulator cloud(options);
+    ASSERT_TRUE(cloud.start());
+    ASSERT_TRUE(cloud.putObject(options.bucket, "seen <b>.bin", "0123456789"));
+    EXPECT_EQ(cloud.consoleUrl(), cloud.endpoint() + "/_console/");
+    httplib::Client client("127.0.0.1", cloud.port());
+    client.set_read_timeout(20);
+    ASSERT_TRUE(client.Get("/logstores/s/track?APIVersion=0.6.0"));
+    auto page = client.Get("/_console/");
+    ASSERT_TRUE(page);
+    EXPECT_EQ(page->status, 200);
+    EXPECT_NE(page->body.find("state.json"), std::string::npos);
+    auto res = client.Get("/_console/state.json");
+    ASSERT_TRUE(res);
+    auto state = Value::parse(res->body);
+    ASSERT_EQ(state["buckets"].size(), 1u);
+    ASSERT_EQ(state["buckets"][0]["objects"].size(), 1u);
+    const auto& object = state["buckets"][0]["objects"][0];
+    EXPECT_EQ(object["key"], "seen <b>.bin");
+    EXPECT_EQ(object["size"], 10);
+    EXPECT_EQ(object["crc64"], std::to_string(cloud.object(options.bucket, "seen <b>.bin")->crc64));
+    ASSERT_EQ(state["requests"].size(), 1u);  // the console's own requests are not among them
+    EXPECT_EQ(state["requests"][0]["operation"], "PutWebtracking");
+    EXPECT_EQ(cloud.requests().size(), 1u);
+}
+
+TEST(Console, FaultsCanBeScriptedWhileRunning) {
+    CloudEmulator cloud;
+    ASSERT_TRUE(cloud.start());
+    httplib::Client client("127.0.0.1", cloud.port());
+    client.set_read_timeout(20);
+    const std::string script = R"([{"operation": "PutWebtracking", "status": 503, "count": 2}])";
+    // Only as JSON: a form another site's page could send is refused and adds nothing.
+    auto plain = client.Post("/_console/faults", script, "text/plain");
+    ASSERT_TRUE(plain);
+    EXPECT_EQ(plain->status, 415);
+    auto bad = client.Post("/_console/faults", R"([{"operation": "X", "fault": "boom"}])", "application/json");
+    ASSERT_TRUE(bad);
+    EXPECT_EQ(bad->status, 400);
+    EXPECT_NE(bad->body.find("unknown fault \"boom\""), std::string::npos) << bad->body;
+    EXPECT_EQ(cloud.pendingFaults(), 0u);
+
+    auto added = client.Post("/_console/faults", script, "application/json");
+    ASSERT_TRUE(added);
+    ASSERT_EQ(added->status, 200);
+    EXPECT_EQ(Value::parse(added->body)["pending"], 2);
+    EXPECT_EQ(client.Get("/logstores/s/track?APIVersion=0.6.0")->status, 503);
+    auto seen = Value::parse(client.Get("/_console/faults")->body);
+    EXPECT_EQ(seen["pending"], 1);
+    ASSERT_EQ(seen["fired"].size(), 1u);
+    EXPECT_EQ(seen["fired"][0]["operation"], "PutWebtracking");
+    EXPECT_EQ(seen["fired"][0]["fault"], "error");
+    auto cleared = client.Delete("/_console/faults");
+    ASSERT_TRUE(cleared);
+    EXPECT_EQ(Value::parse(cleared->body)["pending"], 0);
+    EXPECT_EQ(client.Get("/logstores/s/track?APIVersion=0.6.0")->status, 200);
+}
+
+// An IPv4 address of this machine that is not loopback, or "" when it has none.
+std::string outwardAddress() {
+    ifaddrs* list = nullptr;
+    if (getifaddrs(&list) != 0) return "";
+    std::string found;
+    for (auto* a = list; a && found.empty(); a = a->ifa_next) {
+        if (!a->ifa_addr || a->ifa_addr->sa_family != AF_INET) continue;
+        char text[INET_ADDRSTRLEN];
+        inet_ntop(AF_INET, &reinterpret_cast<sockaddr_in*>(a->ifa_addr)->sin_addr, text, sizeof text);
+        if (std::string(text).rfind("127.", 0) != 0) found = text;
+    }
+    freeifaddrs(list);
+    return found;
+}
+
+TEST(Console, IsRefusedToOtherMachinesUnlessAsked) {
+    const auto address = outwardAddress();
+    if (address.empty()) GTEST_SKIP() << "no address but loopback here";
+    for (bool anyone : {false, true}) {
+        EmulatorOptions options;
+        options.host = "0.0.0.0";
+        options.consoleForAnyone = anyone;
+        CloudEmulator cloud(options);
+        ASSERT_TRUE(cloud.start());
+        httplib::Client client(address, cloud.port());  // the peer is then that address, not loopback
+        client.set_read_timeout(20);
+        auto res = client.Get("/_console/state.json");
+        ASSERT_TRUE(res) << httplib::to_string(res.error());
+        EXPECT_EQ(res->status, anyone ? 200 : 403);
+        auto other = client.Get("/logstores/s/track?APIVersion=0.6.0");  // the services answer anyone
+        ASSERT_TRUE(other);
+        EXPECT_EQ(other->status, 200);
+    }
+}
+
+class KeptStorage : public ::testing::Test {
+protected:
+    void SetUp() override {
+        dir = fs::temp_directory_path() / ("quorvane-kept-" + std::to_string(::getpid()));
+        fs::remove_all(dir);
+    }
+    void TearDown() override { fs::remove_all(dir); }
+    fs::path dir;
+};
+
+std::string fileText(const fs::path& path) {
+    std::ifstream in(path);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+unsigned modeOf(const fs::path& path) {
+    struct stat st {};
+    ::stat(path.c_str(), &st);
+    return st.st_mode & 0777;
+}
+
+TEST_F(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
+    EmulatorOptions options;
+    options.storageDir = dir.string();
+    options.https = true;
+    StsCredentials sts;
+    std::string caPem;
+    {
+        CloudEmulator first(options);
+        ASSERT_TRUE(first.start());
+        sts = first.issueSts();
+        caPem = fileText(first.caFile());
+        ASSERT_FALSE(caPem.empty());
+    }
+    for (const char* secret : {"tls/ca-key.pem", "sts-signing.key"}) EXPECT_EQ(modeOf(dir / secret), 0600u) << secret;
+
+    CloudEmulator second(options);
+    ASSERT_TRUE(second.start());
+    EXPECT_EQ(fileText(second.caFile()), caPem);
+    // A client holding the old CA file and the old credentials is served by the new run.
+    httplib::SSLClient client("127.0.0.1", second.port());
+    client.set_ca_cert_path(second.caFile().c_str());
+    client.enable_server_certificate_verification(true);
+    client.set_read_timeout(20);
+    const std::string target = "/" + options.bucket + "/kept.txt";
+    Key key{sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken};
+    auto res = client.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "kept", "text/plain");
+    ASSERT_TRUE(res) << httplib::to_string(res.error());
+    EXPECT_EQ(res->status, 200) << res->body;
+    // A token altered by one character is still refused.
+    auto forged = sts.SecurityToken;
+    forged[10] = forged[10] == 'A' ? 'B' : 'A';
+    Key bad{sts.AccessKeyId, sts.AccessKeySecret, forged};
+    res = client.Put(target, signedHeaders(bad, "PUT", target, "text/plain"), "x", "text/plain");
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, 403);
+    EXPECT_EQ(second.objectBytes(options.bucket, "kept.txt"), "kept");
+
+    // Without the storage directory nothing is kept: a new cloud knows neither.
+    CloudEmulator fresh;
+    ASSERT_TRUE(fresh.start());
+    httplib::Client plain("127.0.0.1", fresh.port());
+    plain.set_read_timeout(20);
+    res = plain.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "kept", "text/plain");
+    ASSERT_TRUE(res);
+    EXPECT_EQ(res->status, 403);
+}
+
+}  // namespace
+}  // namespace quorvane::emulator
