@@ -53,11 +53,6 @@ bool Storage::hasBucket(const std::string& bucket) const {
     return buckets_.count(bucket) > 0;
 }
 
-std::vector<std::string> Storage::buckets() const {
-    std::lock_guard lock(mutex_);
-    return {buckets_.begin(), buckets_.end()};
-}
-
 void Storage::createBucket(const std::string& bucket) {
     std::lock_guard lock(mutex_);
     auto [slot, made] = buckets_.emplace(bucket, ossTime(std::chrono::system_clock::now()));

@@ -99,7 +99,6 @@ public:
     bool hasBucket(const std::string& bucket) const;
     std::vector<std::string> buckets() const;  // sorted
     void createBucket(const std::string& bucket);
-    std::vector<std::string> buckets() const;
     // When the bucket was made (ISO-8601 with milliseconds); nullopt when there is no such bucket.
     std::optional<std::string> bucketCreated(const std::string& bucket) const;
 
