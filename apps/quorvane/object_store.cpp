@@ -1,7 +1,6 @@
 #include "object_store.h"
 
 #include <algorithm>
-#include <charconv>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -13,7 +12,9 @@ namespace {
 
 constexpr auto kRequestWait = std::chrono::seconds(120);
 
-std::unique_ptr<oss::OSSClient> makeClient(const StoreAccess& a) {
+}  // namespace
+
+std::unique_ptr<oss::OSSClient> makeStoreClient(const StoreAccess& a, std::optional<std::uint32_t> maxRetryCount) {
     std::shared_ptr<oss::OSSCredentialProvider> provider;
     if (a.token.empty()) {
         provider = std::make_shared<oss::OSSPlainTextAKSKPairCredentialProvider>(a.keyId, a.secret);
@@ -22,26 +23,25 @@ std::unique_ptr<oss::OSSClient> makeClient(const StoreAccess& a) {
         token->tAccessKey = a.keyId;
         token->tSecretKey = a.secret;
         token->tToken = a.token;
-        token->expirationTimeInGMTFormat = a.expire;
+        if (!a.expire.empty()) token->expirationTimeInGMTFormat = a.expire;
         provider = std::make_shared<oss::OSSFederationCredentialProvider>([token] { return token; });
     }
     oss::OSSClientConfiguration config;
     config.caFile = a.caFile;
-    config.maxRetryCount = 1;
+    if (maxRetryCount) config.maxRetryCount = *maxRetryCount;
     config.region = a.region;
     config.signatureVersion = a.signatureVersion == 1 ? oss::OSSSignatureVersion::V1 : oss::OSSSignatureVersion::V4;
     return std::make_unique<oss::OSSClient>(a.endpoint, provider, config);
 }
 
-std::optional<std::string> header(const foundation::Headers& headers, const std::string& name) {
-    for (const auto& [key, value] : headers)
-        if (key.size() == name.size() &&
-            std::equal(key.begin(), key.end(), name.begin(), [](char x, char y) { return std::tolower(x) == y; }))
-            return value;
-    return std::nullopt;
+ErrorText describeError(const Error& error) {
+    ErrorText text;
+    text.code = error.userInfo.is_object() && error.userInfo.contains("Code") && error.userInfo["Code"].is_string()
+                    ? error.userInfo["Code"].get<std::string>()
+                    : std::to_string(error.code);
+    text.message = error.description.empty() ? error.toString() : error.description;
+    return text;
 }
-
-}  // namespace
 
 // Shared by the lookup and its requests' completions, which may run after the lookup is dropped.
 struct StoredObjectLookup::Impl : std::enable_shared_from_this<Impl> {
@@ -79,16 +79,8 @@ struct StoredObjectLookup::Impl : std::enable_shared_from_this<Impl> {
             if (cancelled) return;
         }
         std::optional<StoredObject> stored;
-        if (auto result = task.result(); result && !task.isFaulted()) {
-            StoredObject object;
-            object.size = static_cast<std::uint64_t>(result->contentLength);
-            if (auto crc = header(result->httpResponseHeaderFields, "x-oss-hash-crc64ecma")) {
-                std::uint64_t value = 0;
-                auto [end, ec] = std::from_chars(crc->data(), crc->data() + crc->size(), value);
-                if (ec == std::errc() && end == crc->data() + crc->size()) object.crc64 = value;
-            }
-            stored = object;
-        }
+        if (auto result = task.result(); result && !task.isFaulted())
+            stored = StoredObject{static_cast<std::uint64_t>(result->contentLength), result->remoteCRC64ecma};
         answered(index, stored);
         sendNext();
     }
@@ -107,7 +99,7 @@ struct StoredObjectLookup::Impl : std::enable_shared_from_this<Impl> {
 std::shared_ptr<StoredObjectLookup> StoredObjectLookup::start(const StoreAccess& access, std::vector<std::string> keys,
                                                               std::size_t window, Answered answered) {
     auto impl = std::make_shared<Impl>();
-    impl->client = makeClient(access);
+    impl->client = makeStoreClient(access, 1);
     impl->bucket = access.bucket;
     impl->keys = std::move(keys);
     impl->answered = std::move(answered);
@@ -118,7 +110,7 @@ std::shared_ptr<StoredObjectLookup> StoredObjectLookup::start(const StoreAccess&
 StoredObjectLookup::~StoredObjectLookup() { impl_->cancel(); }
 
 std::string putEmptyObject(const StoreAccess& access, const std::string& key, std::string& code) {
-    auto client = makeClient(access);
+    auto client = makeStoreClient(access, 1);
     auto request = std::make_shared<oss::OSSPutObjectRequest>();
     request->bucketName = access.bucket;
     request->objectKey = key;
@@ -130,10 +122,9 @@ std::string putEmptyObject(const StoreAccess& access, const std::string& key, st
         return "the service did not answer";
     }
     if (auto error = task->error()) {
-        code = error->userInfo.is_object() && error->userInfo.contains("Code") && error->userInfo["Code"].is_string()
-                   ? error->userInfo["Code"].get<std::string>()
-                   : std::to_string(error->code);
-        return error->description.empty() ? error->toString() : error->description;
+        auto text = describeError(*error);
+        code = text.code;
+        return text.message;
     }
     return {};
 }

@@ -8,6 +8,12 @@
 #include <string>
 #include <vector>
 
+#include "foundation/error.h"
+
+namespace quorvane::oss {
+class OSSClient;
+}
+
 namespace quorvane::app {
 
 struct StoreAccess {
@@ -39,6 +45,16 @@ private:
     explicit StoredObjectLookup(std::shared_ptr<Impl> impl) : impl_(std::move(impl)) {}
     std::shared_ptr<Impl> impl_;
 };
+
+// An OSSClient for the access (V1 or V4, STS or a key pair); the client's own retry count unless given.
+std::unique_ptr<oss::OSSClient> makeStoreClient(const StoreAccess& access,
+                                                std::optional<std::uint32_t> maxRetryCount = std::nullopt);
+
+// The code and message of an operation's error, for events and messages.
+struct ErrorText {
+    std::string code, message;
+};
+ErrorText describeError(const Error& error);
 
 // Stores an empty object; "" or the service's error text.
 std::string putEmptyObject(const StoreAccess& access, const std::string& key, std::string& code);

@@ -124,32 +124,4 @@ std::string StoreSession::redacted(const std::string& text) const {
     return printableText(redactSecrets(text, {access_.secret, access_.token}));
 }
 
-std::unique_ptr<oss::OSSClient> makeStoreClient(const StoreAccess& a) {
-    std::shared_ptr<oss::OSSCredentialProvider> provider;
-    if (a.token.empty()) {
-        provider = std::make_shared<oss::OSSPlainTextAKSKPairCredentialProvider>(a.keyId, a.secret);
-    } else {
-        auto token = std::make_shared<oss::OSSFederationToken>();
-        token->tAccessKey = a.keyId;
-        token->tSecretKey = a.secret;
-        token->tToken = a.token;
-        if (!a.expire.empty()) token->expirationTimeInGMTFormat = a.expire;
-        provider = std::make_shared<oss::OSSFederationCredentialProvider>([token] { return token; });
-    }
-    oss::OSSClientConfiguration config;
-    config.caFile = a.caFile;
-    config.region = a.region;
-    config.signatureVersion = a.signatureVersion == 1 ? oss::OSSSignatureVersion::V1 : oss::OSSSignatureVersion::V4;
-    return std::make_unique<oss::OSSClient>(a.endpoint, provider, config);
-}
-
-ErrorText describeError(const Error& error) {
-    ErrorText text;
-    text.code = error.userInfo.is_object() && error.userInfo.contains("Code") && error.userInfo["Code"].is_string()
-                    ? error.userInfo["Code"].get<std::string>()
-                    : std::to_string(error.code);
-    text.message = error.description.empty() ? error.toString() : error.description;
-    return text;
-}
-
 }  // namespace quorvane::app

@@ -58,13 +58,4 @@ private:
     std::unique_ptr<oss::OSSClient> client_;
 };
 
-// An OSSClient for the access (V1 or V4, STS or a key pair).
-std::unique_ptr<oss::OSSClient> makeStoreClient(const StoreAccess& access);
-
-// The code and message of an operation's error, for events and messages.
-struct ErrorText {
-    std::string code, message;
-};
-ErrorText describeError(const Error& error);
-
 }  // namespace quorvane::app
