@@ -86,7 +86,7 @@ bool writeProfile(const std::string& path, const std::string& profile,
     auto end = std::find_if(begin + 1, lines.end(), [](const auto& l) { return !sectionOf(l).empty(); });
     std::vector<std::string> section(begin + 1, end);
     for (const auto& [key, value] : values) {
-        auto same = [&](const std::string& l) { return keyOf(l) == key; };
+        auto same = [&name = key](const std::string& l) { return keyOf(l) == name; };
         section.erase(std::remove_if(section.begin(), section.end(), same), section.end());
         if (value.empty()) continue;
         // After the last entry, before trailing blank lines.
