@@ -285,6 +285,7 @@ int runUpload(UploadOptions options) {
     plan.jobs = std::move(jobs);
     plan.partSize = options.partSize;
     plan.maxRetries = options.retries;
+    plan.idleTimeout = options.idleTimeout;
     plan.parallel = options.jobs;
     plan.caFile = options.caFile;
     plan.signatureVersion = options.signatureVersion;

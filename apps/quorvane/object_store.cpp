@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "oss/oss_client.h"
+#include "oss/oss_error.h"
 
 namespace quorvane::app {
 namespace {
@@ -29,6 +30,7 @@ std::unique_ptr<oss::OSSClient> makeStoreClient(const StoreAccess& a, std::optio
     oss::OSSClientConfiguration config;
     config.caFile = a.caFile;
     if (maxRetryCount) config.maxRetryCount = *maxRetryCount;
+    if (a.idleTimeout > 0) config.timeoutIntervalForRequest = a.idleTimeout;
     config.region = a.region;
     config.signatureVersion = a.signatureVersion == 1 ? oss::OSSSignatureVersion::V1 : oss::OSSSignatureVersion::V4;
     return std::make_unique<oss::OSSClient>(a.endpoint, provider, config);
@@ -78,10 +80,12 @@ struct StoredObjectLookup::Impl : std::enable_shared_from_this<Impl> {
             inFlight.erase(index);
             if (cancelled) return;
         }
-        std::optional<StoredObject> stored;
+        StoredObjectAnswer answer;
         if (auto result = task.result(); result && !task.isFaulted())
-            stored = StoredObject{static_cast<std::uint64_t>(result->contentLength), result->remoteCRC64ecma};
-        answered(index, stored);
+            answer.stored = StoredObject{static_cast<std::uint64_t>(result->contentLength), result->remoteCRC64ecma};
+        else if (auto error = task.error(); error && oss::isRetryableError(*error))
+            answer.trouble = oss::retryCause(*error);
+        answered(index, answer);
         sendNext();
     }
 
@@ -99,7 +103,7 @@ struct StoredObjectLookup::Impl : std::enable_shared_from_this<Impl> {
 std::shared_ptr<StoredObjectLookup> StoredObjectLookup::start(const StoreAccess& access, std::vector<std::string> keys,
                                                               std::size_t window, Answered answered) {
     auto impl = std::make_shared<Impl>();
-    impl->client = makeStoreClient(access, 1);
+    impl->client = makeStoreClient(access, 0);
     impl->bucket = access.bucket;
     impl->keys = std::move(keys);
     impl->answered = std::move(answered);

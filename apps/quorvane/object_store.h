@@ -22,6 +22,7 @@ struct StoreAccess {
     std::string caFile;
     std::string region;        // the bucket's, for V4 signatures
     int signatureVersion = 4;  // 4 or 1
+    int idleTimeout = 0;       // seconds without a byte moving before a request is given up; 0: the client's
 };
 
 struct StoredObject {
@@ -29,13 +30,20 @@ struct StoredObject {
     std::optional<std::uint64_t> crc64;
 };
 
+// What the lookup found for one key: the object, or nothing stored; `trouble` when the service could not
+// be reached or failed (a time-out, a 5xx), as opposed to answering.
+struct StoredObjectAnswer {
+    std::optional<StoredObject> stored;
+    std::optional<std::string> trouble;
+};
+
 // Asks whether objects are stored (HEAD: size and x-oss-hash-crc64ecma) for keys in their order, with
 // up to `window` requests in flight on one client, while the uploads go on: each answer is handed to
-// `answered` (on a client thread) as it arrives: nullopt where nothing is stored or the service could not
-// be asked. Dropping the last reference cancels what is still asked.
+// `answered` (on a client thread) as it arrives. Each key is asked once: the upload that follows has
+// retries of its own. Dropping the last reference cancels what is still asked.
 class StoredObjectLookup {
 public:
-    using Answered = std::function<void(std::size_t keyIndex, std::optional<StoredObject>)>;
+    using Answered = std::function<void(std::size_t keyIndex, const StoredObjectAnswer&)>;
     static std::shared_ptr<StoredObjectLookup> start(const StoreAccess& access, std::vector<std::string> keys,
                                                      std::size_t window, Answered answered);
     ~StoredObjectLookup();

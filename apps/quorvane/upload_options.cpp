@@ -63,6 +63,10 @@ void addUploadOptions(CLI::App& cmd, UploadOptions& o) {
     cmd.add_option("--retries", o.retries, "Retries of one file in all after network errors, 2 s apart")
         ->check(CLI::Range(0, 1000000))
         ->capture_default_str();
+    cmd.add_option("--idle-timeout", o.idleTimeout,
+                   "Seconds a request may go without a byte moving either way before it is given up (a retry)")
+        ->check(CLI::Range(1, 3600))
+        ->capture_default_str();
     cmd.add_option("-j,--jobs", o.jobs, "Files uploaded at once")->check(CLI::Range(1, 64))->capture_default_str();
     cmd.add_option("--bwlimit", o.bwlimit, "Upload rate limit of the whole process (\"512K\", \"2M\": bytes/s)");
     cmd.add_flag("-n,--dry-run", o.dryRun, "Show what would be uploaded where; send nothing");

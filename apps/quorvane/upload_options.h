@@ -23,6 +23,7 @@ struct UploadOptions {
     int signatureVersion = 4;  // of object-storage requests: 4 (OSS4-HMAC-SHA256) or 1
     std::int32_t partSize = 1048576;
     std::int32_t retries = 5;
+    int idleTimeout = 30;  // seconds without a byte moving before a request is given up
     // Several files at once by default, as other upload tools do: a small file costs three round
     // trips (initiate, part, complete) that one connection can only wait through one after another.
     int jobs = 4;

@@ -114,14 +114,16 @@ std::string UploadProgressView::humanDuration(std::optional<double> seconds) {
 }
 
 std::string UploadProgressView::fitLine(const std::string& name, std::uint64_t uploaded, std::uint64_t total,
-                                        std::optional<double> rate, int columns) {
+                                        std::optional<double> rate, int columns, std::optional<int> silentFor) {
     const std::size_t room = columns > 1 ? static_cast<std::size_t>(columns - 1) : 0;
     double fraction = total > 0 ? std::min(1.0, static_cast<double>(uploaded) / static_cast<double>(total)) : 1.0;
     std::optional<double> eta;
     if (rate && *rate > 0) eta = static_cast<double>(total - std::min(uploaded, total)) / *rate;
     const std::string percent = " " + format("%3.0f%%", fraction * 100.0);
     const std::string bytes = "  " + humanBytes(double(uploaded)) + " / " + humanBytes(double(total));
-    const std::string speed = "  " + (rate ? humanBytes(*rate) + "/s" : std::string("--")) + "  ETA " + humanDuration(eta);
+    const std::string speed =
+        silentFor ? "  no answer for " + std::to_string(*silentFor) + " s"
+                  : "  " + (rate ? humanBytes(*rate) + "/s" : std::string("--")) + "  ETA " + humanDuration(eta);
     const std::size_t nameWidth = std::min(displayWidth(name), kNameWidth);
     const std::size_t minName = std::min(nameWidth, kMinNameWidth);
     // The richest line that fits: all parts, then without speed, then without the byte counts; the bar
@@ -198,10 +200,14 @@ void UploadProgressView::drawBarLocked() {
     std::vector<const std::pair<const std::string, FileState>*> active;
     for (const auto& entry : files_)
         if (entry.second.active) active.push_back(&entry);
+    // The longest silence of the files shown.
+    std::optional<int> silentFor;
+    for (const auto& [name, silence] : silent_)
+        if (!silentFor || silence.seconds > *silentFor) silentFor = silence.seconds;
     std::string line;
     if (active.size() == 1) {
         const auto& [name, file] = *active.front();
-        line = fitLine(shortName(name), file.uploaded, file.total, rateLocked(), columns_);
+        line = fitLine(shortName(name), file.uploaded, file.total, rateLocked(), columns_, silentFor);
     } else {
         // Several files at once: one line for the whole run.
         std::uint64_t uploaded = doneBytes_, total = doneBytes_;
@@ -213,7 +219,7 @@ void UploadProgressView::drawBarLocked() {
         total = std::max(total, plannedBytes_);
         std::string label = std::to_string(ended) + "/" + std::to_string(std::max<int>(plannedFiles_, int(files_.size()))) +
                             " files";
-        line = fitLine(label, uploaded, total, rateLocked(), columns_);
+        line = fitLine(label, uploaded, total, rateLocked(), columns_, silentFor);
     }
     out_ << "\r\033[K" << line << std::flush;
     barOpen_ = true;
@@ -221,6 +227,7 @@ void UploadProgressView::drawBarLocked() {
 
 void UploadProgressView::started(const std::string& file, Clock::time_point now) {
     std::lock_guard lock(mutex_);
+    silent_.erase(file);
     files_[file] = FileState{0, 0, 0, std::nullopt, true};
     if (samples_.empty()) samples_.push_back({now, runBytesLocked()});
     if (mode_ == ViewMode::Json) return emit({{"event", "started"}, {"file", file}});
@@ -248,6 +255,7 @@ void UploadProgressView::progress(const std::string& file, std::uint64_t uploade
     auto it = files_.find(file);
     if (it == files_.end() || !it->second.active) return;
     auto& state = it->second;
+    if (!silent_.empty()) silent_.erase(file);
     state.total = total;
     state.uploaded = std::max(state.uploaded, std::min(uploaded, total));
     addSampleLocked(now);
@@ -272,6 +280,7 @@ void UploadProgressView::progress(const std::string& file, std::uint64_t uploade
 
 void UploadProgressView::retry(const std::string& file, int count, int limit, const std::string& cause, double wait) {
     std::lock_guard lock(mutex_);
+    silent_.erase(file);
     if (mode_ == ViewMode::Json)
         return emit({{"event", "retry"}, {"file", file}, {"count", count}, {"limit", limit}, {"cause", cause},
                      {"wait", wait}});
@@ -283,6 +292,7 @@ void UploadProgressView::retry(const std::string& file, int count, int limit, co
 void UploadProgressView::requestRetry(const std::string& file, int count, int limit, const std::string& cause,
                                       double wait) {
     std::lock_guard lock(mutex_);
+    silent_.erase(file);
     if (mode_ == ViewMode::Json)
         return emit({{"event", "requestRetry"}, {"file", file}, {"count", count}, {"limit", limit}, {"cause", cause},
                      {"wait", wait}});
@@ -292,8 +302,21 @@ void UploadProgressView::requestRetry(const std::string& file, int count, int li
                    std::to_string(limit));
 }
 
+void UploadProgressView::waiting(const std::string& file, int seconds) {
+    std::lock_guard lock(mutex_);
+    auto& silence = silent_[file];
+    silence.seconds = seconds;
+    if (quiet_) return;
+    if (mode_ == ViewMode::Terminal) return drawBarLocked();
+    if (silence.printed != 0 && seconds < silence.printed + 10) return;
+    silence.printed = seconds;
+    if (mode_ == ViewMode::Json) return emit({{"event", "waiting"}, {"file", file}, {"seconds", seconds}});
+    lineLocked(printableText(file) + ": no answer for " + std::to_string(seconds) + " s");
+}
+
 void UploadProgressView::retryResume(const std::string& file) {
     std::lock_guard lock(mutex_);
+    silent_.erase(file);
     if (mode_ == ViewMode::Json) return emit({{"event", "retryResume"}, {"file", file}});
     if (!quiet_) lineLocked("the upload of " + printableText(file) + " moves again");
 }
@@ -306,6 +329,7 @@ void UploadProgressView::expire(const std::string& what) {
 
 void UploadProgressView::finished(const FileOutcome& o) {
     std::lock_guard lock(mutex_);
+    silent_.erase(o.file);
     if (auto it = files_.find(o.file); it != files_.end() && it->second.active) {
         it->second.active = false;
         doneBytes_ += it->second.total;
@@ -336,6 +360,7 @@ void UploadProgressView::finished(const FileOutcome& o) {
 void UploadProgressView::skipped(const std::string& file, const std::string& bucket, const std::string& object,
                                  std::uint64_t size) {
     std::lock_guard lock(mutex_);
+    silent_.erase(file);
     doneBytes_ += size;
     files_[file] = FileState{size, size, size, std::nullopt, false};
     if (mode_ == ViewMode::Json)

@@ -68,6 +68,9 @@ public:
     // One request of `file` is sent again inside the object-storage client (`count` of its `limit`).
     void requestRetry(const std::string& file, int count, int limit, const std::string& cause, double wait);
     void retryResume(const std::string& file);
+    // Nothing has moved for `file` (no byte sent, no answer) for `seconds`: called about once a second
+    // while that lasts; the terminal line shows it in place of the rate, other modes every 10 s.
+    void waiting(const std::string& file, int seconds);
     void expire(const std::string& what);
     void finished(const FileOutcome& outcome);
     void skipped(const std::string& file, const std::string& bucket, const std::string& object, std::uint64_t size);
@@ -86,8 +89,11 @@ public:
     static std::string humanDuration(std::optional<double> seconds);
     // The terminal line for the given state, at most `columns - 1` characters wide (the last column is
     // left free: writing there wraps on some terminals).
+    // `silentFor`: seconds without an answer, shown in place of the rate and the ETA.
     static std::string fitLine(const std::string& name, std::uint64_t uploaded, std::uint64_t total,
-                               std::optional<double> rate, int columns);
+                               std::optional<double> rate, int columns, std::optional<int> silentFor = std::nullopt);
+    // After this long without a byte moving or an answer, the view says so.
+    static constexpr std::chrono::seconds kSilenceShownAfter{5};
     // Characters as a terminal counts them (UTF-8 code points).
     static std::size_t displayWidth(const std::string& text);
     // Bytes per second over the recent samples; nullopt until two samples lie apart in time.
@@ -125,6 +131,11 @@ private:
     bool barOpen_ = false;  // a terminal line without its newline yet
     std::optional<Clock::time_point> lastBar_;
     std::deque<Sample> samples_;
+    // Files nothing has moved for: the seconds last told, and the seconds last printed as a line.
+    struct Silence {
+        int seconds = 0, printed = 0;
+    };
+    std::map<std::string, Silence> silent_;
 };
 
 }  // namespace quorvane::app

@@ -65,7 +65,10 @@ std::shared_ptr<VODUploadListener> UploadSession::makeListener(std::size_t index
         if (auto self = weak.lock()) self->onRetry(index, notice);
     };
     listener->retryResume = [weak, index] {
-        if (auto self = weak.lock()) self->view_.retryResume(self->plan_.jobs[index].display);
+        if (auto self = weak.lock()) {
+            self->sawSign(index);
+            self->view_.retryResume(self->plan_.jobs[index].display);
+        }
     };
     listener->resumed = [weak, index](const auto&, std::uint64_t stored) {
         if (auto self = weak.lock()) self->onResumed(index, stored);
@@ -89,8 +92,8 @@ std::shared_ptr<VODUploadListener> UploadSession::makeListener(std::size_t index
 }
 
 StoreAccess storeAccess(const UploadPlan& plan) {
-    return {plan.endpoint, plan.bucket,        plan.keyId,        plan.secret, plan.token,
-            plan.expire,   plan.caFile,        plan.storageRegion, plan.signatureVersion};
+    return {plan.endpoint, plan.bucket,        plan.keyId,        plan.secret,     plan.token,
+            plan.expire,   plan.caFile,        plan.storageRegion, plan.signatureVersion, plan.idleTimeout};
 }
 
 void UploadSession::startLookup() {
@@ -103,18 +106,23 @@ void UploadSession::startLookup() {
     if (keys.empty()) return;
     // A window per upload slot, at least 8: the answers for the next files are in before their slots free.
     lookup_ = StoredObjectLookup::start(storeAccess(plan_), std::move(keys), std::max(8, plan_.parallel * 2),
-                                        [weak = weak_from_this()](std::size_t key, std::optional<StoredObject> stored) {
+                                        [weak = weak_from_this()](std::size_t key, const StoredObjectAnswer& answer) {
                                             if (auto self = weak.lock())
-                                                self->onStoredAnswer(self->lookupJobs_[key], stored);
+                                                self->onStoredAnswer(self->lookupJobs_[key], answer);
                                         });
 }
 
-void UploadSession::onStoredAnswer(std::size_t index, std::optional<StoredObject> stored) {
+// A lookup the service did not answer costs the file one of its retries; the upload goes on, as a
+// lookup that found nothing does.
+void UploadSession::onStoredAnswer(std::size_t index, const StoredObjectAnswer& answer) {
     {
         std::lock_guard lock(mutex_);
         lookedUp_[index] = true;
-        stored_[index] = stored;
+        stored_[index] = answer.stored;
     }
+    int count;
+    if (answer.trouble && countRetry(index, count))
+        view_.retry(plan_.jobs[index].display, count, plan_.maxRetries, redacted(*answer.trouble), 0.0);
     foundation::dispatch::main().async([weak = weak_from_this()] {
         if (auto self = weak.lock()) self->launchMore();
     });
@@ -163,7 +171,9 @@ bool UploadSession::launch(std::size_t index) {
     auto& slot = running_[index];
     auto config = VODServiceConfig::current();
     config.signatureVersion = plan_.vodSignature;
+    config.idleTimeoutSeconds = plan_.idleTimeout;
     slot.client = VODUploadClient::create(std::move(config));
+    slot.client->setTimeoutIntervalForRequest(plan_.idleTimeout);
     slot.client->setRecordDirectoryPath(plan_.recordDir);
     slot.client->setUploadPartSize(plan_.partSize);
     slot.client->setSingleRequestUpload(true);  // a file no larger than a part: one request, not three
@@ -191,6 +201,7 @@ bool UploadSession::launch(std::size_t index) {
         return false;
     }
     slot.entry = slot.client->listFiles().back();
+    sawSign(index);
     slot.client->start();
     return true;
 }
@@ -213,7 +224,11 @@ void UploadSession::launchMore() {
             ended = running_[index].ended;
             answered = job.vod || lookedUp_[index];
         }
-        if (!ended && !answered) return;  // called again when the answer is in
+        if (!ended && !answered) {  // called again when the answer is in
+            std::lock_guard lock(mutex_);
+            if (!running_[index].lastSign) running_[index].lastSign = std::chrono::steady_clock::now();
+            return;
+        }
         ++next_;
         if (ended || (!job.vod && skipIfStored(index))) continue;
         if (!job.vod && job.size == 0)
@@ -225,7 +240,33 @@ void UploadSession::launchMore() {
 }
 
 void UploadSession::onStarted(std::size_t index) {
+    sawSign(index);
     view_.started(plan_.jobs[index].display, UploadProgressView::Clock::now());
+}
+
+void UploadSession::sawSign(std::size_t index, std::chrono::steady_clock::time_point now) {
+    std::lock_guard lock(mutex_);
+    running_[index].lastSign = now;
+}
+
+void UploadSession::watchSilence() {
+    if (interruptRequested() || allEnded()) return;
+    const auto now = std::chrono::steady_clock::now();
+    std::vector<std::pair<std::size_t, int>> silent;
+    {
+        std::lock_guard lock(mutex_);
+        for (std::size_t i = 0; i < running_.size(); ++i) {
+            const auto& slot = running_[i];
+            if (slot.ended || !slot.lastSign || now - *slot.lastSign < UploadProgressView::kSilenceShownAfter)
+                continue;
+            silent.emplace_back(i, static_cast<int>(std::chrono::duration_cast<std::chrono::seconds>(
+                                       now - *slot.lastSign).count()));
+        }
+    }
+    for (const auto& [index, seconds] : silent) view_.waiting(plan_.jobs[index].display, seconds);
+    foundation::after(1.0, foundation::dispatch::main(), [weak = weak_from_this()] {
+        if (auto self = weak.lock()) self->watchSilence();
+    });
 }
 
 // Said by the upload once it knows which parts the service holds, so the count is what a resume
@@ -241,32 +282,40 @@ void UploadSession::onResumed(std::size_t index, std::uint64_t stored) {
 }
 
 void UploadSession::onProgress(std::size_t index, std::uint64_t uploaded, std::uint64_t total) {
+    const auto now = UploadProgressView::Clock::now();
     {
         std::lock_guard lock(mutex_);
         running_[index].moved = true;
+        running_[index].lastSign = now;
     }
-    view_.progress(plan_.jobs[index].display, uploaded, total, UploadProgressView::Clock::now());
+    view_.progress(plan_.jobs[index].display, uploaded, total, now);
 }
 
 // The engine counts its retries afresh once bytes move again, so a link that breaks every few hundred
-// kilobytes would be retried for ever; the command bounds the retries of one file in all.
-// A request the object-storage client sends again is shown, and not counted: the engine's retry that
-// may follow is.
+// kilobytes would be retried for ever; the command bounds the retries of one file in all. A request the
+// object-storage client sends again counts too: against a silent service each one costs an idle
+// time-out, and the user gave the number of those the file may cost.
 void UploadSession::onRetry(std::size_t index, const VODRetryNotice& notice) {
     const double wait = std::chrono::duration<double>(notice.wait).count();
+    sawSign(index);
     int count;
+    if (!countRetry(index, count)) return;
+    const auto& display = plan_.jobs[index].display;
+    if (notice.request) return view_.requestRetry(display, count, plan_.maxRetries, redacted(notice.cause), wait);
+    view_.retry(display, count, plan_.maxRetries, redacted(notice.cause), wait);
+}
+
+bool UploadSession::countRetry(std::size_t index, int& count) {
     {
         std::lock_guard lock(mutex_);
-        if (running_[index].ended) return;
-        if (notice.request) count = notice.count;
-        else count = ++running_[index].retries;
+        if (running_[index].ended) return false;
+        count = ++running_[index].retries;
     }
-    const auto& display = plan_.jobs[index].display;
-    if (notice.request) return view_.requestRetry(display, count, notice.limit, redacted(notice.cause), wait);
-    if (count <= plan_.maxRetries) return view_.retry(display, count, plan_.maxRetries, redacted(notice.cause), wait);
+    if (count <= plan_.maxRetries) return true;
     const auto& job = plan_.jobs[index];
     end(index, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, "RetryLimit",
                            "gave up after " + std::to_string(plan_.maxRetries) + " retries (--retries)"});
+    return false;
 }
 
 void UploadSession::onFinish(std::size_t index, const std::shared_ptr<UploadFileInfo>& file,
@@ -396,7 +445,10 @@ int UploadSession::run() {
     view_.setPlanned(static_cast<int>(plan_.jobs.size()), bytes);
     startLookup();
     foundation::dispatch::main().async([weak = weak_from_this()] {
-        if (auto self = weak.lock()) self->launchMore();
+        if (auto self = weak.lock()) {
+            self->launchMore();
+            self->watchSilence();
+        }
     });
     if (!waitUntilDone()) {
         pauseForResume();

@@ -37,6 +37,7 @@ struct UploadPlan {
     std::optional<std::string> title;
     std::int32_t partSize = 1048576;
     std::int32_t maxRetries = 5;  // retries of one file in all
+    int idleTimeout = 30;         // seconds without a byte moving before a request is given up
     int parallel = 1;             // files at once
     std::string recordDir;
     std::string resumeHint;  // the command that continues this run
@@ -63,6 +64,9 @@ private:
         // upload's first word on them, before any progress. Later restarts within the run don't count.
         std::optional<std::uint64_t> resumedFrom;
         bool moved = false;  // progress was reported
+        // The last sign of life (an event of the file, or its turn to start while its lookup is out);
+        // unset before its turn.
+        std::optional<std::chrono::steady_clock::time_point> lastSign;
         int retries = 0;
         bool ended = false;
     };
@@ -70,7 +74,7 @@ private:
     // Whether each direct upload's object is stored already is asked while the uploads go on, a few
     // files ahead of the ones that start; a file starts once its answer is in.
     void startLookup();
-    void onStoredAnswer(std::size_t index, std::optional<StoredObject> stored);
+    void onStoredAnswer(std::size_t index, const StoredObjectAnswer& answer);
     // After its answer: true when the file is stored with the same size and CRC-64 (nothing to send).
     bool skipIfStored(std::size_t index);
     void uploadEmptyFile(std::size_t index);
@@ -80,6 +84,11 @@ private:
     void onResumed(std::size_t index, std::uint64_t stored);
     void onProgress(std::size_t index, std::uint64_t uploaded, std::uint64_t total);
     void onRetry(std::size_t index, const VODRetryNotice& notice);
+    // Counts one retry of the file in all; false when that passes --retries (the file has ended then).
+    bool countRetry(std::size_t index, int& count);
+    void sawSign(std::size_t index, std::chrono::steady_clock::time_point now = std::chrono::steady_clock::now());
+    // Once a second while the run goes on: tells the view of each file that has been silent too long.
+    void watchSilence();
     void onFinish(std::size_t index, const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result);
     void onFailure(std::size_t index, const std::string& code, const std::string& message);
     void end(std::size_t index, FileOutcome outcome);

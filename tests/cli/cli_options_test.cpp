@@ -253,7 +253,8 @@ TEST_F(CliOptions, RetriesAreBoundedPerFileAndProgressNeverGoesBack) {
     for (int i = 0; i < 60; ++i) cloud_.addFault(Fault::reset("UploadPart", 300 * 1024));
     auto process = run(target({"--retries", "2", "--part-size", "1048576", file}), rootEnv());
     EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
-    EXPECT_EQ(events(*process, "retry").size(), 2u);
+    // Each part sent again counts, inside the object-storage client or by the engine.
+    EXPECT_EQ(events(*process, "retry").size() + events(*process, "requestRetry").size(), 2u);
     auto failures = events(*process, "failure");
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_EQ(failures[0]["code"], "RetryLimit");
@@ -429,23 +430,28 @@ TEST_F(CliOptions, EveryRetryIsShownWithItsCountLimitCauseAndWait) {
     cloud_.stop();  // connections are refused from now on
     auto process = run(args, rootEnv());
     EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
-    auto retries = events(*process, "retry");
+    // The lookup that could not ask is the first; then the object-storage client's own sends of the
+    // request, counted in the same sequence, until the file's three are spent.
+    std::vector<Value> retries;
+    for (const auto& line : process->lines())
+        if (auto event = foundation::parseJson(line);
+            event && (event->value("event", "") == "retry" || event->value("event", "") == "requestRetry"))
+            retries.push_back(*event);
     ASSERT_EQ(retries.size(), 3u) << process->errors();
+    EXPECT_EQ(retries[0]["event"], "retry");
+    EXPECT_EQ(retries[0]["wait"], 0.0);
     for (int i = 0; i < 3; ++i) {
         EXPECT_EQ(retries[i]["count"], i + 1);
         EXPECT_EQ(retries[i]["limit"], 3);
-        EXPECT_EQ(retries[i]["wait"], 2.0);
         EXPECT_NE(retries[i]["cause"].get<std::string>().find("Network error"), std::string::npos) << retries[i];
+        if (i > 0) {
+            EXPECT_EQ(retries[i]["event"], "requestRetry");
+            EXPECT_GT(retries[i]["wait"].get<double>(), 0.0);
+        }
     }
-    // Four attempts of the upload, each request sent three times by the object-storage client.
-    auto requestRetries = events(*process, "requestRetry");
-    ASSERT_EQ(requestRetries.size(), 8u);
-    for (std::size_t i = 0; i < requestRetries.size(); ++i) {
-        EXPECT_EQ(requestRetries[i]["count"], int(i % 2) + 1);
-        EXPECT_EQ(requestRetries[i]["limit"], 2);
-        EXPECT_GT(requestRetries[i]["wait"].get<double>(), 0.0);
-    }
-    EXPECT_EQ(events(*process, "failure").size(), 1u);
+    auto failures = events(*process, "failure");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0]["code"], "RetryLimit");
 }
 
 // An HTTP 500 is sent again by the object-storage client, but the upload does not retry it: it fails.

@@ -9,6 +9,7 @@
 #include <thread>
 
 #include "cli/cli_fixture.h"
+#include "support/net_faults.h"
 #include "emulator/cloud_emulator.h"
 #include "foundation/value.h"
 
@@ -144,6 +145,43 @@ TEST_F(CliUploadToService, InterruptPausesAndTheSameCommandResumesWithoutResendi
     auto bytes = cloud_.objectBytes(cloud_.options().bucket, "big.bin");
     ASSERT_TRUE(bytes);
     EXPECT_TRUE(*bytes == contents_[file]);
+}
+
+// A store that takes connections and never answers: the user hears of it before the first idle time-out
+// ends, each request left unanswered is one of the file's retries, and the file fails once they are
+// spent: one lookup and two sends of the object, nothing more.
+TEST_F(CliUpload, ASilentStoreIsShownWithinSecondsAndCostsOnlyTheRetriesGiven) {
+    test::SilentServer silent;
+    auto file = makeFile("quiet.bin", 200000, 9);
+    auto process = run({"upload", "--json", "--oss", "--endpoint", silent.endpoint(), "--region", "cn-hangzhou",
+                        "--bucket", "quiet-bucket", "--key-id", "AKIDsilenttest", "--secret", "silent-secret-text",
+                        "--idle-timeout", "10", "--retries", "2", file});
+    EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
+    std::vector<std::string> order;
+    for (const auto& line : process->lines())
+        if (auto event = foundation::parseJson(line); event && event->is_object())
+            order.push_back(event->value("event", ""));
+    // Told while the lookup waits, before any retry.
+    auto firstWait = std::find(order.begin(), order.end(), "waiting");
+    ASSERT_NE(firstWait, order.end());
+    EXPECT_LT(firstWait - order.begin(), std::find(order.begin(), order.end(), "retry") - order.begin());
+    auto waits = events(*process, "waiting");
+    EXPECT_GE(waits.at(0)["seconds"].get<int>(), 5);
+    EXPECT_EQ(waits.at(0)["file"], file);
+
+    auto retries = events(*process, "retry");
+    auto requestRetries = events(*process, "requestRetry");
+    ASSERT_EQ(retries.size(), 1u);  // the lookup's
+    ASSERT_EQ(requestRetries.size(), 1u);
+    EXPECT_EQ(retries[0]["limit"], 2);
+    EXPECT_EQ(requestRetries[0]["count"], 2);
+    EXPECT_EQ(requestRetries[0]["limit"], 2);
+    auto failures = events(*process, "failure");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0]["code"], "RetryLimit");
+    // One more connection may open if the last retry's short wait ends before the file's end stops it.
+    EXPECT_GE(silent.connectionsAccepted(), 3);
+    EXPECT_LE(silent.connectionsAccepted(), 4);
 }
 
 TEST_F(CliUploadToService, RefusedCredentialsFailTheRunWithoutPrintingTheSecret) {

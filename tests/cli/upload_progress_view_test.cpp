@@ -179,6 +179,54 @@ TEST(UploadProgressView, EachRetryLineTellsCountLimitCauseAndWait) {
               "trouble with a.bin (Network error: refused): retry 2 of 5 in 2.0 s\n");
 }
 
+// A silence is told at once, then every 10 s in lines and events, every call on the terminal line
+// (in place of the rate); any sign of the file ends it, and a later silence is told afresh.
+TEST(UploadProgressView, SilenceIsToldEveryTenSecondsUntilTheFileMovesAgain) {
+    auto t = Clock::time_point{} + 1h;
+    std::ostringstream plain;
+    UploadProgressView lines(ViewMode::Plain, plain);
+    lines.started("a.bin", t);
+    for (int seconds = 5; seconds <= 16; ++seconds) lines.waiting("a.bin", seconds);
+    lines.progress("a.bin", 10, 100, t + 17s);
+    lines.waiting("a.bin", 6);
+    lines.requestRetry("a.bin", 1, 5, "timeout", 0.2);
+    lines.waiting("a.bin", 7);
+    EXPECT_EQ(plain.str(),
+              "uploading a.bin\na.bin: no answer for 5 s\na.bin: no answer for 15 s\n"
+              "a.bin: 10% (10 of 100 bytes)\na.bin: no answer for 6 s\n"
+              "a request for a.bin failed (timeout): sending it again in 0.2 s, 1 of 5\na.bin: no answer for 7 s\n");
+
+    std::ostringstream json;
+    UploadProgressView events(ViewMode::Json, json);
+    events.waiting("b.bin", 5);  // its lookup is out: not started yet
+    events.waiting("b.bin", 9);
+    auto parsed = jsonLines(json.str());
+    ASSERT_EQ(parsed.size(), 1u);
+    EXPECT_EQ(parsed[0]["event"], "waiting");
+    EXPECT_EQ(parsed[0]["file"], "b.bin");
+    EXPECT_EQ(parsed[0]["seconds"], 5);
+
+    std::ostringstream terminal;
+    UploadProgressView bar(ViewMode::Terminal, terminal, 100);
+    bar.started("c.bin", t);
+    bar.progress("c.bin", 50, 100, t + 1s);
+    bar.waiting("c.bin", 6);
+    bar.waiting("c.bin", 7);
+    bar.progress("c.bin", 60, 100, t + 9s);
+    auto drawn = barLines(terminal.str());
+    ASSERT_EQ(drawn.size(), 4u);
+    EXPECT_NE(drawn[1].find("no answer for 6 s"), std::string::npos) << drawn[1];
+    EXPECT_NE(drawn[2].find("no answer for 7 s"), std::string::npos) << drawn[2];
+    EXPECT_EQ(drawn[3].find("no answer"), std::string::npos) << drawn[3];
+    EXPECT_NE(drawn[3].find("ETA"), std::string::npos) << drawn[3];
+
+    std::ostringstream quiet;
+    UploadProgressView silent(ViewMode::Plain, quiet);
+    silent.setQuiet(true);
+    silent.waiting("d.bin", 5);
+    EXPECT_EQ(quiet.str(), "");
+}
+
 TEST(UploadProgressView, JsonNeverThrowsOnBytesThatAreNotUtf8) {
     std::ostringstream out;
     UploadProgressView view(ViewMode::Json, out);
