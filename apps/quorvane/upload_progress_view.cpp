@@ -169,14 +169,14 @@ std::chrono::milliseconds UploadProgressView::intervalLocked() const {
     }
 }
 
-std::uint64_t UploadProgressView::runBytesLocked() const {
-    std::uint64_t bytes = 0;
-    for (const auto& [name, file] : files_) bytes += file.uploaded - std::min(file.base, file.uploaded);
-    return bytes;
+void UploadProgressView::replaceFileLocked(FileState& state, const FileState& next) {
+    runBytes_ -= sentThisRun(state);
+    state = next;
+    runBytes_ += sentThisRun(state);
 }
 
 void UploadProgressView::addSampleLocked(Clock::time_point now) {
-    samples_.push_back({now, runBytesLocked()});
+    samples_.push_back({now, runBytes_});
     while (samples_.size() > 2 && now - samples_.front().at > kRateWindow) samples_.pop_front();
 }
 
@@ -228,8 +228,8 @@ void UploadProgressView::drawBarLocked() {
 void UploadProgressView::started(const std::string& file, Clock::time_point now) {
     std::lock_guard lock(mutex_);
     silent_.erase(file);
-    files_[file] = FileState{0, 0, 0, std::nullopt, true};
-    if (samples_.empty()) samples_.push_back({now, runBytesLocked()});
+    replaceFileLocked(files_[file], FileState{0, 0, 0, std::nullopt, true});
+    if (samples_.empty()) samples_.push_back({now, runBytes_});
     if (mode_ == ViewMode::Json) return emit({{"event", "started"}, {"file", file}});
     if (!quiet_) lineLocked("uploading " + printableText(file));
 }
@@ -239,9 +239,11 @@ void UploadProgressView::resuming(const std::string& file, std::uint64_t uploade
     auto it = files_.find(file);
     if (it == files_.end()) return;
     // The rate counts this run's bytes only: start from what was stored before.
-    it->second.base = uploaded;
-    it->second.uploaded = std::max(it->second.uploaded, uploaded);
-    it->second.total = total;
+    FileState next = it->second;
+    next.base = uploaded;
+    next.uploaded = std::max(next.uploaded, uploaded);
+    next.total = total;
+    replaceFileLocked(it->second, next);
     if (mode_ == ViewMode::Json)
         return emit({{"event", "resuming"}, {"file", file}, {"uploaded", uploaded}, {"total", total}});
     if (!quiet_)
@@ -257,7 +259,9 @@ void UploadProgressView::progress(const std::string& file, std::uint64_t uploade
     auto& state = it->second;
     if (!silent_.empty()) silent_.erase(file);
     state.total = total;
+    const auto before = sentThisRun(state);
     state.uploaded = std::max(state.uploaded, std::min(uploaded, total));
+    runBytes_ += sentThisRun(state) - before;  // never less: uploaded only grows here
     addSampleLocked(now);
     const bool last = uploaded >= total;
     auto& lastDraw = mode_ == ViewMode::Terminal ? lastBar_ : state.lastDraw;
@@ -362,7 +366,7 @@ void UploadProgressView::skipped(const std::string& file, const std::string& buc
     std::lock_guard lock(mutex_);
     silent_.erase(file);
     doneBytes_ += size;
-    files_[file] = FileState{size, size, size, std::nullopt, false};
+    replaceFileLocked(files_[file], FileState{size, size, size, std::nullopt, false});
     if (mode_ == ViewMode::Json)
         return emit({{"event", "skipped"}, {"file", file}, {"bucket", bucket}, {"object", object}, {"size", size},
                      {"reason", "stored with the same size and CRC-64"}});

@@ -3,6 +3,7 @@
 // total of several files at once) that always fits the terminal's width, plain lines when the output
 // goes to a file or a pipe, or one JSON object per event for programs (--json).
 // Every member is thread-safe: the engine's events arrive on its worker threads.
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 #include <deque>
@@ -113,7 +114,10 @@ private:
     void lineLocked(const std::string& text);
     void endBarLocked();
     void drawBarLocked();
-    std::uint64_t runBytesLocked() const;
+    // This run's bytes of a file: what it sent past what an earlier run had stored.
+    static std::uint64_t sentThisRun(const FileState& f) { return f.uploaded - std::min(f.base, f.uploaded); }
+    // Every change of a file's counts but progress goes through here, so runBytes_ stays their sum.
+    void replaceFileLocked(FileState& state, const FileState& next);
     void addSampleLocked(Clock::time_point now);
     std::optional<double> rateLocked() const;
     std::chrono::milliseconds intervalLocked() const;
@@ -127,6 +131,7 @@ private:
     int plannedFiles_ = 0;
     std::uint64_t plannedBytes_ = 0;
     std::uint64_t doneBytes_ = 0;  // of files that ended, counted in the total line
+    std::uint64_t runBytes_ = 0;   // the sum of sentThisRun over files_, kept as they change
     std::map<std::string, FileState> files_;
     bool barOpen_ = false;  // a terminal line without its newline yet
     std::optional<Clock::time_point> lastBar_;

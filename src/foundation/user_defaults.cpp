@@ -56,6 +56,9 @@ std::optional<Value> UserDefaults::get(const std::string& key) const {
 
 void UserDefaults::set(const std::string& key, const Value& value) {
     std::lock_guard lock(mutex_);
+    // Setting what is there already changes nothing to write: the upload engine's resume cache is
+    // stored again at every file's end, most often unchanged (a file put in one request has no record).
+    if (auto it = data_.find(key); it != data_.end() && *it == value) return;
     data_[key] = value;
     persistLocked();
 }

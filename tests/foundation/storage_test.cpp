@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <fstream>
 #include <mutex>
@@ -66,6 +67,25 @@ TEST(UserDefaults, PersistsAcrossReloadAndDiscardsACorruptStore) {
     again.set("fresh", "yes");  // the store is usable again and rewrites the file
     UserDefaults third(path);
     EXPECT_EQ(third.get("fresh"), "yes");
+}
+
+// Each write replaces the file (a new inode); setting the value already held writes nothing.
+TEST(UserDefaults, SettingTheSameValueAgainLeavesTheFileAlone) {
+    ScopedTempDir dir;
+    const std::string path = dir.path() + "/defaults.json";
+    auto inode = [&]() -> ino_t {
+        struct stat st {};
+        return ::stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
+    };
+    UserDefaults d(path);
+    d.set("list", Value::array({1, 2}));
+    const auto first = inode();
+    ASSERT_NE(first, 0u);
+    d.set("list", Value::array({1, 2}));
+    EXPECT_EQ(inode(), first);
+    d.set("list", Value::array({1}));
+    EXPECT_NE(inode(), first);
+    EXPECT_EQ(UserDefaults(path).get("list"), Value::array({1}));
 }
 
 TEST(UserDefaults, StandardStoreFollowsItsPath) {
