@@ -166,7 +166,7 @@ void UploadSession::uploadEmptyFile(std::size_t index) {
         end(index, FileOutcome{job.display, false, std::nullopt, plan_.bucket, job.object, 0, code, redacted(problem)});
 }
 
-bool UploadSession::launch(std::size_t index) {
+bool UploadSession::prepare(std::size_t index) {
     const auto& job = plan_.jobs[index];
     auto& slot = running_[index];
     auto config = VODServiceConfig::current();
@@ -201,6 +201,12 @@ bool UploadSession::launch(std::size_t index) {
         return false;
     }
     slot.entry = slot.client->listFiles().back();
+    return true;
+}
+
+bool UploadSession::launch(std::size_t index) {
+    auto& slot = running_[index];
+    if (!slot.client && !prepare(index)) return false;
     sawSign(index);
     slot.client->start();
     return true;
@@ -212,7 +218,8 @@ void UploadSession::launchMore() {
     auto runningNow = [this] {
         std::lock_guard lock(mutex_);
         if (fatal_) return plan_.parallel;
-        return static_cast<int>(std::count_if(running_.begin(), running_.end(),
+        // Files before next_ have been launched; the one at next_ may hold a client prepared, not started.
+        return static_cast<int>(std::count_if(running_.begin(), running_.begin() + static_cast<std::ptrdiff_t>(next_),
                                               [](const Running& r) { return r.client && !r.ended; }));
     };
     while (next_ < plan_.jobs.size() && runningNow() < plan_.parallel) {
@@ -225,12 +232,18 @@ void UploadSession::launchMore() {
             answered = job.vod || lookedUp_[index];
         }
         if (!ended && !answered) {  // called again when the answer is in
-            std::lock_guard lock(mutex_);
-            if (!running_[index].lastSign) running_[index].lastSign = std::chrono::steady_clock::now();
+            {
+                std::lock_guard lock(mutex_);
+                if (!running_[index].lastSign) running_[index].lastSign = std::chrono::steady_clock::now();
+            }
+            if (job.size > 0 && !running_[index].client) prepare(index);
             return;
         }
         ++next_;
-        if (ended || (!job.vod && skipIfStored(index))) continue;
+        if (ended || (!job.vod && skipIfStored(index))) {
+            running_[index].client.reset();  // prepared for nothing: never started, no event of its own
+            continue;
+        }
         if (!job.vod && job.size == 0)
             uploadEmptyFile(index);
         else

@@ -79,6 +79,9 @@ private:
     bool skipIfStored(std::size_t index);
     void uploadEmptyFile(std::size_t index);
     void launchMore();
+    // Makes the file's client and hands it the file without starting it (while its lookup is out, so
+    // that setting up overlaps the round trip); false when the engine refused, and the file has ended.
+    bool prepare(std::size_t index);
     bool launch(std::size_t index);
     void onStarted(std::size_t index);
     void onResumed(std::size_t index, std::uint64_t stored);
