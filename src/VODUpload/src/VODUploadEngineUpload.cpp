@@ -39,9 +39,9 @@ std::int64_t fileSizeOf(const std::string& path) {
 
 }  // namespace
 
-// At most about 5,000 parts whatever the file's size.
+// At most about 5,000 parts whatever the file's size. The part size is the queue's field: read there.
 std::int64_t VODUploadEngine::partSizeFor(std::int64_t fileSize) const {
-    return std::max<std::int64_t>(uploadPartSize_, fileSize / 4999);
+    return serially([&] { return std::max<std::int64_t>(uploadPartSize_, fileSize / 4999); });
 }
 
 bool VODUploadEngine::makeOSSClient() {
