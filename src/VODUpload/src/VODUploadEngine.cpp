@@ -30,8 +30,10 @@ VODUploadEngine::VODUploadEngine(VODServiceConfig config)
       queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
       ossConfig_(std::make_shared<OSSConfig>()),
       eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
-      recordDirectoryPath_(userCachesDirectory()) {
-    conf_.maxRetryCount = 2;
+      recordDirectoryPath_(userCachesDirectory()),
+      retry_([queue = queue_](std::chrono::milliseconds wait, std::function<void()> f) {
+          foundation::after(std::chrono::duration<double>(wait).count(), queue, std::move(f));
+      }) {
     conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
     conf_.httpClient = serviceConfig_.httpClient;
     eventManager_->setEndpoint(serviceConfig_.logServiceEndpoint);
@@ -86,11 +88,11 @@ bool VODUploadEngine::waitUntilSettled(std::chrono::milliseconds timeout) const 
 }
 
 void VODUploadEngine::setRetryWait(std::chrono::milliseconds wait) {
-    serially([&] { retryWait_ = std::max(wait, std::chrono::milliseconds(0)); });
+    serially([&] { retry_.setWait(wait); });
 }
 
-std::int32_t VODUploadEngine::maxRetryCount() const { return serially([&] { return maxRetryCount_; }); }
-void VODUploadEngine::setMaxRetryCount(std::int32_t v) { serially([&] { maxRetryCount_ = v; }); }
+std::int32_t VODUploadEngine::maxRetryCount() const { return serially([&] { return retry_.maxCount(); }); }
+void VODUploadEngine::setMaxRetryCount(std::int32_t v) { serially([&] { retry_.setMaxCount(v); }); }
 
 double VODUploadEngine::timeoutIntervalForRequest() const {
     return serially([&] { return timeoutIntervalForRequest_; });
@@ -146,8 +148,8 @@ void VODUploadEngine::setReportEnabled(bool on) {
 bool VODUploadEngine::transcode() const { return serially([&] { return transcode_; }); }
 void VODUploadEngine::setTranscode(bool on) { serially([&] { transcode_ = on; }); }
 
-std::int32_t VODUploadEngine::retryNotify() const { return serially([&] { return retryNotify_; }); }
-void VODUploadEngine::setRetryNotify(std::int32_t v) { serially([&] { retryNotify_ = v; }); }
+std::int32_t VODUploadEngine::retryNotify() const { return serially([&] { return retry_.count(); }); }
+void VODUploadEngine::setRetryNotify(std::int32_t v) { serially([&] { retry_.setCount(v); }); }
 
 std::optional<std::string> VODUploadEngine::requestId() const { return serially([&] { return requestId_; }); }
 void VODUploadEngine::setRequestId(std::optional<std::string> v) { serially([&] { requestId_ = std::move(v); }); }

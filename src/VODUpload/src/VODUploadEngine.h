@@ -8,7 +8,7 @@
 //   VODUploadEngine.cpp          construction and properties
 //   VODUploadEngineAuth.cpp      set-up, upload auth and address, credential provider, recovery
 //   VODUploadEngineContinue.cpp  continuing an upload once new credentials arrived
-//   VODUploadEngineQueue.cpp     the file queue, run control and error classes
+//   VODUploadEngineQueue.cpp     the file queue and run control
 //   VODUploadEngineUpload.cpp    the resumable multipart upload, progress and retries
 //   VODUploadEngineCreate.cpp    create-upload requests to the video service, start event
 //
@@ -35,8 +35,10 @@
 #include "VODUpload/src/VODServiceConfig.h"
 #include "VODUpload/src/VODUploadClient.h"
 #include "VODUpload/src/VODUploadAttempt.h"
+#include "VODUpload/src/VODUploadErrorClass.h"
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
+#include "VODUpload/src/VODUploadRetryPolicy.h"
 #include "VODUpload/src/VodInfo.h"
 #include "foundation/dispatch.h"
 #include "foundation/error.h"
@@ -114,9 +116,8 @@ public:
     void next();
     // Registers the current file with the video service (image or video), or fails a file of another type.
     void requestUploadAuthAddress();
-    // Class of an object-storage error: 0 fail, 1 retry, 2 credentials expired, 3 cancelled otherwise,
-    // 4 cancelled by stop or pause.
-    int shouldRetry(const Error& error) const;
+    // The class of an object-storage error in the client's current state, as its number.
+    int shouldRetry(const Error& error) const { return static_cast<int>(classify(error, state_.load())); }
 
     // --- Multipart upload of the current file ---
     void startOSSClientUpload();
@@ -139,7 +140,7 @@ public:
 
     // The wait before each retry (2 s), a timer on the client's queue. Tests shorten it.
     void setRetryWait(std::chrono::milliseconds wait);
-    static constexpr std::chrono::milliseconds kRetryWait{2000};
+    static constexpr std::chrono::milliseconds kRetryWait = VODUploadRetryPolicy::kDefaultWait;
 
     // Blocks until nothing can move by itself: the client state is anything but Started, or the queue
     // has halted on a failed file (it stays Started with the later files Ready until start, stop or
@@ -295,16 +296,16 @@ private:
     bool recordUploadProgress_ = true;
     bool reportEnabled_ = true;
     std::optional<std::string> requestId_;
-    std::int32_t maxRetryCount_ = 2147483647;
     std::string recordDirectoryPath_;
     std::int32_t uploadPartSize_ = 1048576;
     bool singleRequestUpload_ = false;
     std::string region_ = "cn-shanghai";
     std::optional<std::string> appId_;
     std::optional<std::string> workflowId_;
-    std::int32_t retryNotify_ = 0;
     double timeoutIntervalForRequest_ = 30.0;
-    std::chrono::milliseconds retryWait_ = kRetryWait;
+    // The retries of the upload steps. The counter is not cleared when a file fails for good: a
+    // retryResume may still be owed, and the next file's first progress pays it.
+    VODUploadRetryPolicy retry_;
     // Wakes waitUntilSettled at every state change and halt; guards nothing else.
     mutable std::mutex stateMutex_;
     // The queue waits on a failed file: set when a file fails, cleared by the next state change or `next`.

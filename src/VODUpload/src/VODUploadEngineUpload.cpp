@@ -102,7 +102,7 @@ void VODUploadEngine::initMultiUpload() {
         }
         if (whole) {
             sendStartEvent();
-            if (retryNotify_ != 0) retryNotify_ = 0;  // as an initiation's success: the upload has not moved
+            retry_.reset();  // as an initiation's success: the upload has not moved
             attempt_.wholeFilePut = true;
             cur_->state = UploadFileState::Uploading;
             putWholeFile();
@@ -131,7 +131,7 @@ void VODUploadEngine::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipart
 
 void VODUploadEngine::onUploadIdReady(const std::string& uploadId, bool fresh) {
     // The counter is reset without retryResume here: the upload has not moved yet.
-    if (retryNotify_ != 0) retryNotify_ = 0;
+    retry_.reset();
     attempt_.uploadId = uploadId;
     attempt_.uploadIdIsNew = fresh;
     vodLogDebug(kLogSource, "init uploadid success. uploadId:" + uploadId);
@@ -239,7 +239,7 @@ void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>
         vodLogDebug(kLogSource, std::to_string(bytesSent) + ", " + std::to_string(totalSent) + ", " +
                                     std::to_string(totalExpected));
     const int partNumber = c.partSize != 0 ? static_cast<int>(totalSent / c.partSize) : 0;
-    const bool retrying = retryNotify_ != 0;
+    const bool retrying = retry_.retrying();
     if ((totalSent >= totalExpected || partNumber != c.lastPartNumber) && bytesSent != 0 && !retrying)
         sendUploadEvent(20007, Value::object());
     if (totalSent == 0 || partNumber != c.lastPartNumber)
@@ -253,9 +253,9 @@ void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>
                                           c.uploadAddress, c.region, nullptr, serviceConfig_);
     }
     c.lastPartNumber = partNumber;
-    if (c.retryResume && retryNotify_ != 0) {
+    if (c.retryResume && retry_.retrying()) {
         c.retryResume();
-        retryNotify_ = 0;
+        retry_.reset();
     }
     if (c.progress) c.progress(c.file, static_cast<long>(totalSent), static_cast<long>(totalExpected));
 }
@@ -281,9 +281,9 @@ void VODUploadEngine::onUploadEnded(const Error* error) {
         handleUploadError(*error, UploadStep::Upload);
         return;
     }
-    if (retryNotify_ != 0) {
+    if (retry_.retrying()) {
         if (callback_ && callback_->retryResume) callback_->retryResume();
-        retryNotify_ = 0;
+        retry_.reset();
     }
     vodLogDebug(kLogSource, "Upload file success");
     auto file = cur_;
@@ -341,26 +341,26 @@ void VODUploadEngine::failCurrentFile(const Error& error) {
 }
 
 void VODUploadEngine::handleUploadError(const Error& error, UploadStep step) {
-    switch (shouldRetry(error)) {
-    case 0:
+    switch (classify(error, state_.load())) {
+    case UploadErrorClass::Fail:
         failCurrentFile(error);  // the queue waits on the failed file
-        if (step == UploadStep::Init) retryNotify_ = 0;
+        if (step == UploadStep::Init) retry_.reset();
         return;
-    case 2:
+    case UploadErrorClass::CredentialsExpired:
         vodLogDebug(kLogSource, "Token expire.");
         transitionTo(VODClientState::Paused);
         if (callback_ && callback_->expire) callback_->expire();
         return;
-    case 3: {
+    case UploadErrorClass::Cancelled: {
         if (cur_) cur_->state = UploadFileState::Canceled;
         foundation::dispatch::main().async([weak = weak_from_this()] {
             if (auto self = weak.lock()) self->later([](VODUploadEngine& c) { c.next(); });
         });
         return;
     }
-    case 4:
-        return;  // stop or pause cancelled it
-    default:
+    case UploadErrorClass::StoppedOrPaused:
+        return;
+    case UploadErrorClass::Retry:
         retryUploadStep(error, step);
     }
 }
@@ -372,15 +372,15 @@ void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
     else
         vodLogDebug(kLogSource, "resumableUpload Retry after 2 second...." +
                                     std::to_string(cur_ ? static_cast<long>(cur_->state.load()) : 0L));
-    if (static_cast<std::uint32_t>(retryNotify_) >= static_cast<std::uint32_t>(maxRetryCount_)) {
+    const bool first = !retry_.retrying();
+    if (retry_.decide() == VODUploadRetryPolicy::Decision::GiveUp) {
         failCurrentFile(error);
-        retryNotify_ = 0;
+        retry_.reset();
         return;
     }
-    if (retryNotify_ == 0 && callback_ && callback_->retry) callback_->retry();
-    ++retryNotify_;
+    if (first && callback_ && callback_->retry) callback_->retry();
     if (callback_ && callback_->retrying)
-        callback_->retrying({cur_, retryNotify_, maxRetryCount_, oss::retryCause(error), retryWait_, false});
+        callback_->retrying({cur_, retry_.count(), retry_.maxCount(), oss::retryCause(error), retry_.wait(), false});
     // A timer on the queue, not a blocked thread: pause, stop and the caller's calls go on meanwhile,
     // and the state is read again when it fires.
     auto retry = [step](VODUploadEngine& c) {
@@ -390,10 +390,9 @@ void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
         else
             c.resumableUpload();
     };
-    foundation::after(std::chrono::duration<double>(retryWait_).count(), queue_,
-                      [weak = weak_from_this(), retry] {
-                          if (auto self = weak.lock()) retry(*self);
-                      });
+    retry_.schedule([weak = weak_from_this(), retry] {
+        if (auto self = weak.lock()) retry(*self);
+    });
 }
 
 }  // namespace quorvane
