@@ -300,6 +300,8 @@ int runUpload(UploadOptions options) {
         if (!cloud->start(problem)) return fail("setup", problem, kExitSomeFailed);
         auto sts = cloud->issueSts();
         plan.endpoint = cloud->endpoint();
+        plan.vodBaseUrl = cloud->endpoint() + "/";
+        plan.logServiceEndpoint = cloud->endpoint();
         plan.bucket = cloud->bucket();
         plan.region = cloud->region();
         plan.storageRegion = cloud->region();
@@ -310,7 +312,8 @@ int runUpload(UploadOptions options) {
         view.note("local cloud at " + plan.endpoint + " (storage " +
                   (options.storage.empty() ? paths.cloudStorage : options.storage) + ")");
     } else {
-        if (!options.vodEndpoint.empty()) VODServiceEndpoint::setBaseUrl(options.vodEndpoint);
+        if (!options.vodEndpoint.empty()) plan.vodBaseUrl = options.vodEndpoint;
+        if (const char* logs = std::getenv("QUORVANE_LOG_SERVICE_ENDPOINT")) plan.logServiceEndpoint = logs;
         plan.endpoint = options.endpoint;
         plan.bucket = options.bucket;
         plan.region = !options.region.empty() ? options.region : credentials.region;

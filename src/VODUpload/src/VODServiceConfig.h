@@ -33,6 +33,10 @@ struct VODServiceConfig {
     std::shared_ptr<foundation::HttpClient> httpClient;
     // The signature of VOD OpenAPI requests (CreateUploadVideo, RefreshUploadVideo, CreateUploadImage).
     VODSignatureVersion signatureVersion = VODSignatureVersion::HmacSha1;
+    // Where a client keeps its multipart records unless told otherwise (setRecordDirectoryPath); empty
+    // = ".cache" in the home directory of the account running the process. The library reads no
+    // environment variable: a host that honours $XDG_CACHE_HOME puts it here.
+    std::string recordDirectory;
 
     // The process-wide settings, read now.
     static VODServiceConfig current();

@@ -1,7 +1,9 @@
 #include "VODUpload/src/VODUploadEngine.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <cmath>
-#include <cstdlib>
 
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
@@ -12,10 +14,15 @@
 namespace quorvane {
 namespace {
 
-// The user's cache directory: $XDG_CACHE_HOME, else ~/.cache, else the temporary directory.
-std::string userCachesDirectory() {
-    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg) return xdg;
-    if (const char* home = std::getenv("HOME"); home && *home) return std::string(home) + "/.cache";
+// The caches directory of the account the process runs as, from the password database; the
+// temporary directory for an account without a home.
+std::string accountCachesDirectory() {
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found && found->pw_dir &&
+        *found->pw_dir)
+        return std::string(found->pw_dir) + "/.cache";
     return foundation::temporaryDirectory();
 }
 
@@ -30,7 +37,8 @@ VODUploadEngine::VODUploadEngine(VODServiceConfig config)
       queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
       ossConfig_(std::make_shared<OSSConfig>()),
       eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
-      recordDirectoryPath_(userCachesDirectory()),
+      recordDirectoryPath_(serviceConfig_.recordDirectory.empty() ? accountCachesDirectory()
+                                                                  : serviceConfig_.recordDirectory),
       retry_([queue = queue_](std::chrono::milliseconds wait, std::function<void()> f) {
           foundation::after(std::chrono::duration<double>(wait).count(), queue, std::move(f));
       }) {
