@@ -254,6 +254,10 @@ private:
     void onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task);
     void onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task);
     std::shared_ptr<VODUploadProgressContext> progressContext() const;
+    // The part size and the state of the current file as its upload began (queue only).
+    std::int64_t currentPartSize() const;
+    std::optional<oss::OSSFileState> fileState() const;
+    void lookAtFile();
     // The progress block of the current file's upload request, reporting on the queue.
     std::function<void(std::int64_t, std::int64_t, std::int64_t)> progressHandler();
     // The end of the file's upload (multipart or single put): nullptr on success.

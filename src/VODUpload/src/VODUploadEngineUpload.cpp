@@ -2,7 +2,6 @@
 // upload with its progress handling, and the retry policy shared by both steps. Completions and
 // progress arrive on the object-storage client's threads and are posted to the client's queue.
 #include <algorithm>
-#include <filesystem>
 
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/VODInnerApi.h"
@@ -29,19 +28,25 @@ struct VODUploadProgressContext {
     int lastPartNumber = 0;
 };
 
-namespace {
-
-std::int64_t fileSizeOf(const std::string& path) {
-    std::error_code ec;
-    auto size = std::filesystem::file_size(path, ec);
-    return ec ? 0 : static_cast<std::int64_t>(size);
-}
-
-}  // namespace
-
 // At most about 5,000 parts whatever the file's size. The part size is the queue's field: read there.
 std::int64_t VODUploadEngine::partSizeFor(std::int64_t fileSize) const {
     return serially([&] { return std::max<std::int64_t>(uploadPartSize_, fileSize / 4999); });
+}
+
+// The size is the one found when the upload began: a file changed since fails its upload anyway.
+std::int64_t VODUploadEngine::currentPartSize() const {
+    return partSizeFor(attempt_.file ? static_cast<std::int64_t>(attempt_.file->size) : 0);
+}
+
+std::optional<oss::OSSFileState> VODUploadEngine::fileState() const {
+    if (!attempt_.file || !attempt_.fileStateHeld) return std::nullopt;
+    return attempt_.file->state();
+}
+
+void VODUploadEngine::lookAtFile() {
+    if (attempt_.file || !cur_) return;
+    Error unreadable;  // reported by the upload itself
+    attempt_.file = oss::inspectLocalFile(cur_->filePath, &unreadable);
 }
 
 bool VODUploadEngine::makeOSSClient() {
@@ -76,28 +81,29 @@ void VODUploadEngine::startOSSClientUpload() {
         makeOSSClient();
         // What the file is now is what gets stored, or nothing: a later change fails the upload. A file
         // that cannot be looked at is reported by the upload itself.
-        Error unreadable;
-        if (auto file = cur_ ? oss::inspectLocalFile(cur_->filePath, &unreadable) : std::nullopt)
-            attempt_.fileState = file->state();
+        lookAtFile();
+        attempt_.fileStateHeld = true;
         initMultiUpload();  // a client without a usable endpoint fails there, like any other error
     });
 }
 
 void VODUploadEngine::initMultiUpload() {
     serially([&] {
-        const bool whole = singleRequestUpload_ && cur_ && !cur_->vodInfo && attempt_.fileState &&
-                           attempt_.fileState->size > 0 &&
-                           attempt_.fileState->size <= static_cast<std::uint64_t>(std::max(0, uploadPartSize_));
+        const bool whole = singleRequestUpload_ && cur_ && !cur_->vodInfo && attempt_.file && attempt_.file->size > 0 &&
+                           attempt_.file->size <= static_cast<std::uint64_t>(std::max(0, uploadPartSize_));
         if (!whole) vodLogDebug(kLogSource, "send initMultiUpload request.....");
         if (!cur_ || !client_) return;
+        lookAtFile();
         const std::string bucket = cur_->bucket.value_or(""), object = cur_->object.value_or("");
         // An upload an earlier run (a crash, a restart) began for this very file holds its stored
         // parts: continue it rather than begin another that would stay open on the service.
-        if (auto recorded = oss::recordedUploadId(recordDirectoryPath_, cur_->endpoint.value_or(""), bucket, object,
-                                                  cur_->filePath, partSizeFor(fileSizeOf(cur_->filePath)))) {
+        auto recorded = attempt_.file ? oss::recordedUpload(recordDirectoryPath_, cur_->endpoint.value_or(""), bucket,
+                                                            object, *attempt_.file, currentPartSize())
+                                      : std::nullopt;
+        if (recorded) {
             sendStartEvent();
             attempt_.uploadIdFromRecord = true;
-            onUploadIdReady(*recorded, false);
+            onUploadIdReady(recorded->uploadId, false);
             return;
         }
         if (whole) {
@@ -179,7 +185,7 @@ void VODUploadEngine::putWholeFile() {
         request->bucketName = cur_->bucket.value_or("");
         request->objectKey = cur_->object.value_or("");
         request->uploadingFileURL = cur_->filePath;
-        request->expectedFileState = attempt_.fileState;
+        request->expectedFileState = fileState();
         request->uploadProgress = progressHandler();
         uploadRequest_ = request;
         auto task = client_->putObject(request);
@@ -209,11 +215,11 @@ void VODUploadEngine::resumableUpload() {
         request->objectKey = cur_->object.value_or("");
         request->uploadId = attempt_.uploadId.value_or("");
         request->uploadIdIsNew = std::exchange(attempt_.uploadIdIsNew, false);
-        request->partSize = partSizeFor(fileSizeOf(cur_->filePath));
+        request->partSize = currentPartSize();
         request->deleteUploadIdOnCancelling = !recordUploadProgress_;
         if (cur_->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur_->vodInfo->toJson();
         request->uploadingFileURL = cur_->filePath;
-        request->expectedFileState = attempt_.fileState;
+        request->expectedFileState = fileState();
 
         request->uploadProgress = progressHandler();
 
