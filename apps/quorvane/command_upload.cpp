@@ -11,6 +11,7 @@
 
 #include "VODUpload/src/AVCVAssetInfo.h"
 #include "VODUpload/src/VODInnerFileInfo.h"
+#include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODServiceEndpoint.h"
 #include "credentials.h"
 #include "foundation/http_client.h"
@@ -279,9 +280,8 @@ int runUpload(UploadOptions options) {
 
     auto paths = uploadCachePaths(embedded);
     if (!prepareUploadCache(paths, problem)) return fail("setup", problem, kExitSomeFailed);
-    foundation::UserDefaults::setStandardPath(paths.defaultsFile);  // the resume cache lives there
-
     UploadPlan plan;
+    plan.resumeCache = std::make_shared<VODObjectCache>(std::make_shared<foundation::UserDefaults>(paths.defaultsFile));
     plan.jobs = std::move(jobs);
     plan.partSize = options.partSize;
     plan.maxRetries = options.retries;

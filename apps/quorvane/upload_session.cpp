@@ -165,6 +165,7 @@ bool UploadSession::launch(std::size_t index) {
     VODServiceConfig config;
     config.vodBaseUrl = plan_.vodBaseUrl;
     config.logServiceEndpoint = plan_.logServiceEndpoint;
+    config.resumeCache = plan_.resumeCache;
     config.signatureVersion = plan_.vodSignature;
     slot.client = VODUploadClient::create(std::move(config));
     slot.client->setRecordDirectoryPath(plan_.recordDir);

@@ -53,6 +53,10 @@ VODUploadEngine::VODUploadEngine(VODServiceConfig config)
     }
 }
 
+VODObjectCache& VODUploadEngine::resumeCache() const {
+    return serviceConfig_.resumeCache ? *serviceConfig_.resumeCache : VODObjectCache::sharedCache();
+}
+
 void VODUploadEngine::later(std::function<void(VODUploadEngine&)> f) {
     queue_->async([weak = weak_from_this(), f = std::move(f)] {
         if (auto self = weak.lock()) self->guarded([&] { f(*self); });
@@ -124,7 +128,7 @@ void VODUploadEngine::setRecordDirectoryPath(std::string path) {
 bool VODUploadEngine::recordUploadProgress() const { return serially([&] { return recordUploadProgress_; }); }
 void VODUploadEngine::setRecordUploadProgress(bool on) {
     serially([&] { recordUploadProgress_ = on; });
-    VODObjectCache::sharedCache().setEnabled(on);
+    resumeCache().setEnabled(on);
 }
 
 std::int32_t VODUploadEngine::uploadPartSize() const { return serially([&] { return uploadPartSize_; }); }

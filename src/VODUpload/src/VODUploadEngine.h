@@ -50,6 +50,7 @@
 namespace quorvane {
 
 class AVCVEventManager;
+class VODObjectCache;
 struct VODUploadProgressContext;
 
 class VODUploadEngine : public std::enable_shared_from_this<VODUploadEngine> {
@@ -247,6 +248,8 @@ private:
     // multipart upload (uploadId set), or pick the first Ready file again.
     void continueAfterNewCredentials();
 
+    // The configuration's resume cache, else the process-wide one.
+    VODObjectCache& resumeCache() const;
     // Engine steps shared by the queue, upload and create files.
     void sendUploadEvent(long long eventCode, const Value& params);
     void cancelUploadRequest(bool logWhenNone);

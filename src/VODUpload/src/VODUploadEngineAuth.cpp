@@ -104,7 +104,7 @@ bool VODUploadEngine::parseUploadAddress(const std::string& uploadAddress,
         const UploadAddress& address = *parsed.value;
         // The resume cache speaks for the current file: an interrupted attempt that already got a video
         // id continues into the object it began.
-        auto& cache = VODObjectCache::sharedCache();
+        auto& cache = resumeCache();
         std::string curPath = cur_ ? cur_->filePath : std::string();
         auto entry = cache.getObjectWithPath(curPath);
         if (entry) {

@@ -82,7 +82,7 @@ bool VODUploadEngine::deleteFile(int index) {
         }
         auto entry = uploadList_[index];
         uploadList_.erase(uploadList_.begin() + index);
-        VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
+        resumeCache().clearObjectWithPath(entry->filePath);
         return true;
     });
 }
@@ -90,7 +90,7 @@ bool VODUploadEngine::deleteFile(int index) {
 bool VODUploadEngine::clearFiles() {
     return serially([&] {
         vodLogDebug(kLogSource, "clearFiles called.");
-        for (const auto& entry : uploadList_) VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
+        for (const auto& entry : uploadList_) resumeCache().clearObjectWithPath(entry->filePath);
         uploadList_.clear();
         // The state and the current file stay as they are; the cancelled request reports on its own.
         if (cur_ && cur_->state == UploadFileState::Uploading) cancelUploadRequest(false);

@@ -295,7 +295,7 @@ void VODUploadEngine::onUploadEnded(const Error* error) {
     auto file = cur_;
     if (file) {
         file->state = UploadFileState::Success;
-        VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
+        resumeCache().clearObjectWithPath(file->filePath);
     }
     if (callback_ && callback_->success) callback_->success(file);
     if (callback_ && callback_->finish) {
