@@ -11,6 +11,7 @@
 
 #include "VODUpload/src/AVCVAssetInfo.h"
 #include "VODUpload/src/VODInnerFileInfo.h"
+#include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODServiceEndpoint.h"
 #include "credentials.h"
 #include "foundation/http_client.h"
@@ -279,9 +280,8 @@ int runUpload(UploadOptions options) {
 
     auto paths = uploadCachePaths(embedded);
     if (!prepareUploadCache(paths, problem)) return fail("setup", problem, kExitSomeFailed);
-    foundation::UserDefaults::setStandardPath(paths.defaultsFile);  // the resume cache lives there
-
     UploadPlan plan;
+    plan.resumeCache = std::make_shared<VODObjectCache>(std::make_shared<foundation::UserDefaults>(paths.defaultsFile));
     plan.jobs = std::move(jobs);
     plan.partSize = options.partSize;
     plan.maxRetries = options.retries;
@@ -301,6 +301,8 @@ int runUpload(UploadOptions options) {
         if (!cloud->start(problem)) return fail("setup", problem, kExitSomeFailed);
         auto sts = cloud->issueSts();
         plan.endpoint = cloud->endpoint();
+        plan.vodBaseUrl = cloud->endpoint() + "/";
+        plan.logServiceEndpoint = cloud->endpoint();
         plan.bucket = cloud->bucket();
         plan.region = cloud->region();
         plan.storageRegion = cloud->region();
@@ -311,7 +313,8 @@ int runUpload(UploadOptions options) {
         view.note("local cloud at " + plan.endpoint + " (storage " +
                   (options.storage.empty() ? paths.cloudStorage : options.storage) + ")");
     } else {
-        if (!options.vodEndpoint.empty()) VODServiceEndpoint::setBaseUrl(options.vodEndpoint);
+        if (!options.vodEndpoint.empty()) plan.vodBaseUrl = options.vodEndpoint;
+        if (const char* logs = std::getenv("QUORVANE_LOG_SERVICE_ENDPOINT")) plan.logServiceEndpoint = logs;
         plan.endpoint = options.endpoint;
         plan.bucket = options.bucket;
         plan.region = !options.region.empty() ? options.region : credentials.region;

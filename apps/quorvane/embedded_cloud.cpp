@@ -2,8 +2,6 @@
 
 #include <filesystem>
 
-#include "VODUpload/src/AVCVEventManager.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
 #include "upload_records.h"
 
 namespace quorvane::app {
@@ -28,8 +26,6 @@ bool EmbeddedCloud::start(std::string& error) {
         cloud_.reset();
         return false;
     }
-    VODServiceEndpoint::setBaseUrl(cloud_->endpoint() + "/");
-    AVCVEventManager::setLogServiceEndpoint(cloud_->endpoint());
     return true;
 }
 

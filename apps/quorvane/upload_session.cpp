@@ -169,7 +169,11 @@ void UploadSession::uploadEmptyFile(std::size_t index) {
 bool UploadSession::prepare(std::size_t index) {
     const auto& job = plan_.jobs[index];
     auto& slot = running_[index];
-    auto config = VODServiceConfig::current();
+    // Every client gets the services from the plan; nothing is read from process-wide settings.
+    VODServiceConfig config;
+    config.vodBaseUrl = plan_.vodBaseUrl;
+    config.logServiceEndpoint = plan_.logServiceEndpoint;
+    config.resumeCache = plan_.resumeCache;
     config.signatureVersion = plan_.vodSignature;
     config.idleTimeoutSeconds = plan_.idleTimeout;
     slot.client = VODUploadClient::create(std::move(config));

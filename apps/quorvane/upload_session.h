@@ -34,6 +34,9 @@ struct UploadPlan {
     int signatureVersion = 4;   // object storage: 4 or 1
     std::string caFile;
     VODSignatureVersion vodSignature = VODSignatureVersion::HmacSha1;
+    std::optional<std::string> vodBaseUrl;  // the video service; nullopt: the regional one
+    std::string logServiceEndpoint;         // where telemetry goes; empty: nowhere
+    std::shared_ptr<VODObjectCache> resumeCache;  // every client's; nullptr: the process-wide one
     std::optional<std::string> title;
     std::int32_t partSize = 1048576;
     std::int32_t maxRetries = 5;  // retries of one file in all

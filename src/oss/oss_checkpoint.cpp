@@ -132,6 +132,13 @@ std::string serializeCheckpoint(const OSSUploadCheckpoint& c) {
     return foundation::toJsonText(doc);
 }
 
+bool recordFits(const OSSUploadCheckpoint& record, const std::string& serviceName, const std::string& bucket,
+                const std::string& objectKey, const std::string& filePath, const OSSFileState& file,
+                std::int64_t partSize) {
+    return record.endpoint == serviceName && record.bucket == bucket && record.objectKey == objectKey &&
+           record.filePath == filePath && record.file == file && record.partSize == partSize;
+}
+
 std::optional<OSSUploadCheckpoint> parseCheckpoint(std::string_view text) {
     auto doc = foundation::parseJson(text);
     if (!doc || !doc->is_object()) return std::nullopt;

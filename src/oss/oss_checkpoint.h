@@ -52,5 +52,10 @@ std::string checkpointFileName(const std::string& endpoint, const std::string& b
                                const std::string& filePath);
 // The service as records name it: scheme and host[:port], so "HTTP://h:80/" and "http://h:80" agree.
 std::string checkpointEndpoint(const OSSEndpoint& endpoint);
+// Whether `record` was made uploading the file at `filePath` to bucket/objectKey on `serviceName` (as
+// checkpointEndpoint names it) in parts of `partSize`, with the file unchanged since (`file`).
+bool recordFits(const OSSUploadCheckpoint& record, const std::string& serviceName, const std::string& bucket,
+                const std::string& objectKey, const std::string& filePath, const OSSFileState& file,
+                std::int64_t partSize);
 
 }  // namespace quorvane::oss

@@ -108,9 +108,7 @@ private:
                              (file.why.empty() ? std::string() : " (" + file.why + ")"));
             // What it still names is aborted like any dropped record's upload.
             if (file.kind == RecordFile::Kind::Read) dropped = parseCheckpointUpload(file.text);
-        } else if (record->endpoint != endpoint_ || record->bucket != r_.bucketName || record->objectKey != r_.objectKey ||
-                   record->filePath != file_.path || record->file != file_.state() ||
-                   record->partSize != r_.partSize) {
+        } else if (!recordFits(*record, endpoint_, r_.bucketName, r_.objectKey, file_.path, file_.state(), r_.partSize)) {
             OSSLog::logDebug("Discarding the upload record of a changed file " + file_.path);
             dropped = std::move(record);
         } else if (!r_.uploadId.empty() && record->uploadId != r_.uploadId) {

@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "engine_test_support.h"
+#include "foundation/crypto.h"
 
 using namespace quorvane;
 using namespace quorvane::test;
@@ -131,4 +132,45 @@ TEST(EngineThreadSafety, ListenerCallbacksMayCallTheClientBack) {
     ASSERT_EQ(future.wait_for(30s), std::future_status::ready) << "the callback waited for itself";
     EXPECT_EQ(future.get(), (std::pair<std::size_t, bool>{1, true}));
     EXPECT_EQ(client->state(), VODClientState::Stopped);
+}
+
+// What a caller reads from its own thread while the queue works: the part size is the queue's field,
+// and a file's address is taken whole, never half of one issued address and half of the next.
+TEST(EngineReadsFromOtherThreads, PartSizeAndAddressAreNeverTorn) {
+    TempDir dir;
+    writeFile(dir.file("clip.mp4"), "movie");
+    auto client = VODUploadEngine::create();
+    client->setUploadPartSize(2 * 1048576);
+    EXPECT_EQ(client->partSizeFor(100 * 1048576LL), 2 * 1048576);
+    EXPECT_EQ(client->partSizeFor(10LL << 30), (10LL << 30) / 4999);
+
+    ASSERT_TRUE(client->addFile(dir.file("clip.mp4"), std::make_shared<VodInfo>()));
+    auto entry = client->listFiles().at(0);
+    auto address = [](int n) {
+        const std::string tag = std::to_string(n);
+        return foundation::base64Encode(
+            Value{{"Endpoint", "oss-" + tag}, {"Bucket", "bucket-" + tag}, {"FileName", "object-" + tag}}.dump());
+    };
+    std::atomic<bool> done{false};
+    std::thread writer([&] {
+        for (int i = 0; i < 400; ++i) {
+            client->setUploadPartSize(i % 2 ? 1048576 : 3 * 1048576);
+            client->parseUploadAddress(address(i % 2), entry);
+        }
+        done = true;
+    });
+    int reads = 0;
+    while (!done || reads == 0) {
+        const auto part = client->partSizeFor(0);
+        EXPECT_TRUE(part == 1048576 || part == 2 * 1048576 || part == 3 * 1048576) << part;
+        const auto seen = entry->address();
+        if (seen.bucket) {
+            const std::string tag = seen.bucket->substr(seen.bucket->size() - 1);
+            EXPECT_EQ(seen.endpoint, "oss-" + tag);
+            EXPECT_EQ(seen.object, "object-" + tag);
+        }
+        ++reads;
+    }
+    writer.join();
+    EXPECT_EQ(entry->address().object, "object-1");
 }

@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdlib>
+#include <optional>
 #include <thread>
 
 #include "VODUpload/src/AVCVEventManager.h"
@@ -27,6 +29,26 @@ std::string authText(const std::string& utc) {
 }
 
 }  // namespace
+
+// The records go where the host says; without a word from it, to the account's caches directory,
+// whatever the environment says (the library reads none).
+TEST(VODUploadEngine, RecordDirectoryComesFromTheConfiguration) {
+    test::TempDir dir;
+    VODServiceConfig config;
+    config.recordDirectory = dir.file("records");
+    EXPECT_EQ(VODUploadEngine::create(config)->recordDirectoryPath(), dir.file("records"));
+
+    const char* before = std::getenv("XDG_CACHE_HOME");
+    const std::optional<std::string> saved = before ? std::optional<std::string>(before) : std::nullopt;
+    ::setenv("XDG_CACHE_HOME", dir.file("xdg").c_str(), 1);
+    const auto fallback = VODUploadEngine::create(VODServiceConfig{})->recordDirectoryPath();
+    if (saved)
+        ::setenv("XDG_CACHE_HOME", saved->c_str(), 1);
+    else
+        ::unsetenv("XDG_CACHE_HOME");
+    EXPECT_EQ(fallback.find(dir.file("xdg")), std::string::npos) << fallback;
+    EXPECT_FALSE(fallback.empty());
+}
 
 TEST(VODUploadEngine, NewClientHasDocumentedDefaults) {
     auto client = VODUploadEngine::create();

@@ -5,6 +5,7 @@
 #include "engine_test_support.h"
 #include "foundation/crypto.h"
 #include "foundation/log.h"
+#include "foundation/user_defaults.h"
 #include "oss/oss_log.h"
 
 using namespace quorvane;
@@ -115,6 +116,28 @@ TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
     EXPECT_EQ(client->curUploadAddress(), address);
     EXPECT_EQ(VODObjectCache::sharedCache().getObjectWithPath(file->filePath)->object, "sv/1.mp4");
     VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
+}
+
+// A host's own resume cache is the one its clients read and write; the process-wide one is left alone.
+TEST(UploadAddress, GoesIntoTheResumeCacheTheHostGave) {
+    test::TempDir dir;
+    VODServiceConfig config;
+    config.resumeCache =
+        std::make_shared<VODObjectCache>(std::make_shared<foundation::UserDefaults>(dir.file("defaults.json")));
+    auto client = VODUploadEngine::create(config);
+    auto file = std::make_shared<UploadFileInfo>();
+    file->filePath = dir.file("own.mp4");
+    test::writeFile(file->filePath, "0123");
+    VODUploadClientTestAccess::setCur(*client, file);
+    ASSERT_TRUE(client->parseUploadAddress(encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/own.mp4"}}),
+                                           file));
+    ASSERT_EQ(config.resumeCache->objects().size(), 1u);
+    EXPECT_EQ(config.resumeCache->objects()[0]->object, "sv/own.mp4");
+    auto shared = VODObjectCache::sharedCache().getObjectWithPath(file->filePath);
+    EXPECT_TRUE(!shared || shared->object.empty());
+    // Stored in the host's file: a cache opened on it later finds the object again.
+    VODObjectCache reopened(std::make_shared<foundation::UserDefaults>(dir.file("defaults.json")));
+    EXPECT_EQ(reopened.getObjectWithPath(file->filePath)->object, "sv/own.mp4");
 }
 
 TEST(UploadAddress, CachedObjectWinsOnlyWithAVideoId) {

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cmath>
-#include <cstdlib>
 
 #include "VODUpload/src/AVCVEventTransport.h"
 #include "VODUpload/src/AVCVHelper.h"
@@ -14,10 +13,7 @@ namespace {
 
 std::mutex gEndpointMutex;
 std::string& endpointSetting() {
-    static std::string endpoint = [] {
-        const char* fromEnvironment = std::getenv("QUORVANE_LOG_SERVICE_ENDPOINT");
-        return std::string(fromEnvironment ? fromEnvironment : "");
-    }();
+    static std::string endpoint;
     return endpoint;
 }
 

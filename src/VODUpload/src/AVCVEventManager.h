@@ -57,9 +57,9 @@ public:
     std::string logstore() const;
     void setLogstore(std::string logstore);
 
-    // Where events go: "scheme://host[:port]", or a bare host (https). The process-wide default
-    // starts from the environment variable QUORVANE_LOG_SERVICE_ENDPOINT; while it is empty no event
-    // leaves the process.
+    // Where events go: "scheme://host[:port]", or a bare host (https). The process-wide default is
+    // empty, and while it is no event leaves the process; a host sets it, or gives each client its
+    // own in VODServiceConfig.
     static void setLogServiceEndpoint(const std::string& endpoint);
     static std::string logServiceEndpoint();
     // This manager's own log service, in the same forms (empty: no event leaves); nullopt follows the

@@ -28,6 +28,11 @@ VODObjectCache& VODObjectCache::sharedCache() {
 
 VODObjectCache::VODObjectCache(foundation::UserDefaults& store) : store_(store) { load(); }
 
+VODObjectCache::VODObjectCache(std::shared_ptr<foundation::UserDefaults> store)
+    : ownedStore_(std::move(store)), store_(*ownedStore_) {
+    load();
+}
+
 std::string VODObjectCache::uniqueIdWithFilePath(const std::string& path) {
     auto attrs = vodFileAttributes(path);
     long long size = attrs ? attrs->size : 0;

@@ -34,6 +34,8 @@ public:
     static VODObjectCache& sharedCache();
     // A cache on its own store (the shared one, or a test's); loads the stored list.
     explicit VODObjectCache(foundation::UserDefaults& store);
+    // A cache that keeps its store alive: a host's own, handed to its clients in VODServiceConfig.
+    explicit VODObjectCache(std::shared_ptr<foundation::UserDefaults> store);
     VODObjectCache(const VODObjectCache&) = delete;
     VODObjectCache& operator=(const VODObjectCache&) = delete;
 
@@ -59,6 +61,7 @@ public:
     std::vector<std::shared_ptr<VODObject>> objects() const;
 
 private:
+    std::shared_ptr<foundation::UserDefaults> ownedStore_;  // before store_, which may refer to it
     foundation::UserDefaults& store_;
     std::vector<std::shared_ptr<VODObject>> array_;
     mutable std::mutex lock_;

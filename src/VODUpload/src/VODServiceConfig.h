@@ -15,6 +15,7 @@ namespace quorvane {
 namespace foundation {
 class HttpClient;
 }
+class VODObjectCache;
 
 // How requests to the VOD OpenAPI are signed: the RPC form's HMAC-SHA1 query signature, or
 // ACS3-HMAC-SHA256 in headers, which the service takes wherever it still takes the older form.
@@ -33,6 +34,13 @@ struct VODServiceConfig {
     std::shared_ptr<foundation::HttpClient> httpClient;
     // The signature of VOD OpenAPI requests (CreateUploadVideo, RefreshUploadVideo, CreateUploadImage).
     VODSignatureVersion signatureVersion = VODSignatureVersion::HmacSha1;
+    // Where a client keeps its multipart records unless told otherwise (setRecordDirectoryPath); empty
+    // = ".cache" in the home directory of the account running the process. The library reads no
+    // environment variable: a host that honours $XDG_CACHE_HOME puts it here.
+    std::string recordDirectory;
+    // The resume cache of video-service files (object and video id by file identity); nullptr = the
+    // process-wide one on the standard user-defaults store.
+    std::shared_ptr<VODObjectCache> resumeCache;
 
     // The process-wide settings, read now.
     static VODServiceConfig current();

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "VODUpload/src/VODInnerFileInfo.h"
+#include "oss/oss_body.h"
 #include "oss/oss_requests.h"
 
 namespace quorvane {
@@ -17,8 +18,12 @@ struct VODUploadAttempt {
     std::optional<std::string> curImageURL;
     std::optional<std::string> curVideoId;
     std::shared_ptr<VODInnerFileInfo> curInnerFileInfo;  // identity of the file (resume cache, reports)
-    // The file as its upload began: every (re)start of the upload fails if the file is no longer so.
-    std::optional<oss::OSSFileState> fileState;
+    // The file as this attempt first looked at it (once; absent when it could not be, and the upload
+    // reports why): its size sets the part size, and the record of an earlier run must fit it.
+    std::optional<oss::OSSLocalFile> file;
+    // A direct upload holds the file to that state: every (re)start of the upload fails if the file is
+    // no longer so. A video-service file is looked at only once its address arrived.
+    bool fileStateHeld = false;
     // The file goes up as one PutObject (no larger than a part): no upload id, nothing to resume.
     bool wholeFilePut = false;
 };

@@ -1,7 +1,9 @@
 #include "VODUpload/src/VODUploadEngine.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <cmath>
-#include <cstdlib>
 
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
@@ -12,10 +14,15 @@
 namespace quorvane {
 namespace {
 
-// The user's cache directory: $XDG_CACHE_HOME, else ~/.cache, else the temporary directory.
-std::string userCachesDirectory() {
-    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg) return xdg;
-    if (const char* home = std::getenv("HOME"); home && *home) return std::string(home) + "/.cache";
+// The caches directory of the account the process runs as, from the password database; the
+// temporary directory for an account without a home.
+std::string accountCachesDirectory() {
+    std::vector<char> buffer(16384);
+    passwd entry{};
+    passwd* found = nullptr;
+    if (::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found && found->pw_dir &&
+        *found->pw_dir)
+        return std::string(found->pw_dir) + "/.cache";
     return foundation::temporaryDirectory();
 }
 
@@ -30,8 +37,11 @@ VODUploadEngine::VODUploadEngine(VODServiceConfig config)
       queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
       ossConfig_(std::make_shared<OSSConfig>()),
       eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
-      recordDirectoryPath_(userCachesDirectory()) {
-    conf_.maxRetryCount = 2;
+      recordDirectoryPath_(serviceConfig_.recordDirectory.empty() ? accountCachesDirectory()
+                                                                  : serviceConfig_.recordDirectory),
+      retry_([queue = queue_](std::chrono::milliseconds wait, std::function<void()> f) {
+          foundation::after(std::chrono::duration<double>(wait).count(), queue, std::move(f));
+      }) {
     conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
     conf_.httpClient = serviceConfig_.httpClient;
     eventManager_->setEndpoint(serviceConfig_.logServiceEndpoint);
@@ -41,6 +51,10 @@ VODUploadEngine::VODUploadEngine(VODServiceConfig config)
         options.client = serviceConfig_.httpClient;
         eventManager_->setTransport(std::make_shared<AVCVEventTransport>(std::move(options)));
     }
+}
+
+VODObjectCache& VODUploadEngine::resumeCache() const {
+    return serviceConfig_.resumeCache ? *serviceConfig_.resumeCache : VODObjectCache::sharedCache();
 }
 
 void VODUploadEngine::later(std::function<void(VODUploadEngine&)> f) {
@@ -86,11 +100,11 @@ bool VODUploadEngine::waitUntilSettled(std::chrono::milliseconds timeout) const 
 }
 
 void VODUploadEngine::setRetryWait(std::chrono::milliseconds wait) {
-    serially([&] { retryWait_ = std::max(wait, std::chrono::milliseconds(0)); });
+    serially([&] { retry_.setWait(wait); });
 }
 
-std::int32_t VODUploadEngine::maxRetryCount() const { return serially([&] { return maxRetryCount_; }); }
-void VODUploadEngine::setMaxRetryCount(std::int32_t v) { serially([&] { maxRetryCount_ = v; }); }
+std::int32_t VODUploadEngine::maxRetryCount() const { return serially([&] { return retry_.maxCount(); }); }
+void VODUploadEngine::setMaxRetryCount(std::int32_t v) { serially([&] { retry_.setMaxCount(v); }); }
 
 double VODUploadEngine::timeoutIntervalForRequest() const {
     return serially([&] { return timeoutIntervalForRequest_; });
@@ -114,7 +128,7 @@ void VODUploadEngine::setRecordDirectoryPath(std::string path) {
 bool VODUploadEngine::recordUploadProgress() const { return serially([&] { return recordUploadProgress_; }); }
 void VODUploadEngine::setRecordUploadProgress(bool on) {
     serially([&] { recordUploadProgress_ = on; });
-    VODObjectCache::sharedCache().setEnabled(on);
+    resumeCache().setEnabled(on);
 }
 
 std::int32_t VODUploadEngine::uploadPartSize() const { return serially([&] { return uploadPartSize_; }); }
@@ -146,8 +160,8 @@ void VODUploadEngine::setReportEnabled(bool on) {
 bool VODUploadEngine::transcode() const { return serially([&] { return transcode_; }); }
 void VODUploadEngine::setTranscode(bool on) { serially([&] { transcode_ = on; }); }
 
-std::int32_t VODUploadEngine::retryNotify() const { return serially([&] { return retryNotify_; }); }
-void VODUploadEngine::setRetryNotify(std::int32_t v) { serially([&] { retryNotify_ = v; }); }
+std::int32_t VODUploadEngine::retryNotify() const { return serially([&] { return retry_.count(); }); }
+void VODUploadEngine::setRetryNotify(std::int32_t v) { serially([&] { retry_.setCount(v); }); }
 
 std::optional<std::string> VODUploadEngine::requestId() const { return serially([&] { return requestId_; }); }
 void VODUploadEngine::setRequestId(std::optional<std::string> v) { serially([&] { requestId_ = std::move(v); }); }

@@ -8,7 +8,7 @@
 //   VODUploadEngine.cpp          construction and properties
 //   VODUploadEngineAuth.cpp      set-up, upload auth and address, credential provider, recovery
 //   VODUploadEngineContinue.cpp  continuing an upload once new credentials arrived
-//   VODUploadEngineQueue.cpp     the file queue, run control and error classes
+//   VODUploadEngineQueue.cpp     the file queue and run control
 //   VODUploadEngineUpload.cpp    the resumable multipart upload, progress and retries
 //   VODUploadEngineCreate.cpp    create-upload requests to the video service, start event
 //
@@ -35,8 +35,10 @@
 #include "VODUpload/src/VODServiceConfig.h"
 #include "VODUpload/src/VODUploadClient.h"
 #include "VODUpload/src/VODUploadAttempt.h"
+#include "VODUpload/src/VODUploadErrorClass.h"
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
+#include "VODUpload/src/VODUploadRetryPolicy.h"
 #include "VODUpload/src/VodInfo.h"
 #include "foundation/dispatch.h"
 #include "foundation/error.h"
@@ -48,6 +50,7 @@
 namespace quorvane {
 
 class AVCVEventManager;
+class VODObjectCache;
 struct VODUploadProgressContext;
 
 class VODUploadEngine : public std::enable_shared_from_this<VODUploadEngine> {
@@ -114,9 +117,8 @@ public:
     void next();
     // Registers the current file with the video service (image or video), or fails a file of another type.
     void requestUploadAuthAddress();
-    // Class of an object-storage error: 0 fail, 1 retry, 2 credentials expired, 3 cancelled otherwise,
-    // 4 cancelled by stop or pause.
-    int shouldRetry(const Error& error) const;
+    // The class of an object-storage error in the client's current state, as its number.
+    int shouldRetry(const Error& error) const { return static_cast<int>(classify(error, state_.load())); }
 
     // --- Multipart upload of the current file ---
     void startOSSClientUpload();
@@ -139,7 +141,7 @@ public:
 
     // The wait before each retry (2 s), a timer on the client's queue. Tests shorten it.
     void setRetryWait(std::chrono::milliseconds wait);
-    static constexpr std::chrono::milliseconds kRetryWait{2000};
+    static constexpr std::chrono::milliseconds kRetryWait = VODUploadRetryPolicy::kDefaultWait;
 
     // Blocks until nothing can move by itself: the client state is anything but Started, or the queue
     // has halted on a failed file (it stays Started with the later files Ready until start, stop or
@@ -246,6 +248,8 @@ private:
     // multipart upload (uploadId set), or pick the first Ready file again.
     void continueAfterNewCredentials();
 
+    // The configuration's resume cache, else the process-wide one.
+    VODObjectCache& resumeCache() const;
     // Engine steps shared by the queue, upload and create files.
     void sendUploadEvent(long long eventCode, const Value& params);
     void cancelUploadRequest(bool logWhenNone);
@@ -253,6 +257,10 @@ private:
     void onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipartUploadResult>& task);
     void onResumableUpload(const oss::OSSTask<oss::OSSResumableUploadResult>& task);
     std::shared_ptr<VODUploadProgressContext> progressContext() const;
+    // The part size and the state of the current file as its upload began (queue only).
+    std::int64_t currentPartSize() const;
+    std::optional<oss::OSSFileState> fileState() const;
+    void lookAtFile();
     // The progress block of the current file's upload request, reporting on the queue.
     std::function<void(std::int64_t, std::int64_t, std::int64_t)> progressHandler();
     // The end of the file's upload (multipart or single put): nullptr on success.
@@ -295,16 +303,16 @@ private:
     bool recordUploadProgress_ = true;
     bool reportEnabled_ = true;
     std::optional<std::string> requestId_;
-    std::int32_t maxRetryCount_ = 2147483647;
     std::string recordDirectoryPath_;
     std::int32_t uploadPartSize_ = 1048576;
     bool singleRequestUpload_ = false;
     std::string region_ = "cn-shanghai";
     std::optional<std::string> appId_;
     std::optional<std::string> workflowId_;
-    std::int32_t retryNotify_ = 0;
     double timeoutIntervalForRequest_ = 30.0;
-    std::chrono::milliseconds retryWait_ = kRetryWait;
+    // The retries of the upload steps. The counter is not cleared when a file fails for good: a
+    // retryResume may still be owed, and the next file's first progress pays it.
+    VODUploadRetryPolicy retry_;
     // Wakes waitUntilSettled at every state change and halt; guards nothing else.
     mutable std::mutex stateMutex_;
     // The queue waits on a failed file: set when a file fails, cleared by the next state change or `next`.

@@ -102,25 +102,18 @@ bool VODUploadEngine::parseUploadAddress(const std::string& uploadAddress,
             return false;
         }
         const UploadAddress& address = *parsed.value;
-        if (uploadInfo) {
-            uploadInfo->endpoint = address.endpoint;
-            uploadInfo->bucket = address.bucket;
-        }
         // The resume cache speaks for the current file: an interrupted attempt that already got a video
         // id continues into the object it began.
-        auto& cache = VODObjectCache::sharedCache();
+        auto& cache = resumeCache();
         std::string curPath = cur_ ? cur_->filePath : std::string();
         auto entry = cache.getObjectWithPath(curPath);
         if (entry) {
             if (entry->object.empty() || entry->videoId.empty()) entry->object = address.fileName.value_or("");
             cache.saveObject(entry, curPath);
         }
-        if (uploadInfo) {
-            if (entry && !entry->object.empty())
-                uploadInfo->object = entry->object;
-            else
-                uploadInfo->object = address.fileName;
-        }
+        if (uploadInfo)
+            uploadInfo->setAddress({address.endpoint, address.bucket,
+                                    entry && !entry->object.empty() ? std::optional(entry->object) : address.fileName});
         curUploadAddress_ = uploadAddress;
         return true;
     });

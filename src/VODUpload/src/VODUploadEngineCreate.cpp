@@ -78,7 +78,7 @@ std::shared_ptr<foundation::HttpTask> VODUploadEngine::createOrRefreshUploadVide
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
     const std::string& fileName, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler) {
     return serially([&] {
-        auto entry = VODObjectCache::sharedCache().getObjectWithPath(fileName);
+        auto entry = resumeCache().getObjectWithPath(fileName);
         if (entry && !entry->videoId.empty()) {
             attempt_.curVideoId = entry->videoId;
             return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, region_,
@@ -135,7 +135,7 @@ void VODUploadEngine::onCreateAnswer(const std::optional<Value>& reply, const st
             if (callback_ && callback_->expire) callback_->expire();
         } else if (!image && serviceCode && *serviceCode == VODOpenApiVideoNotFound) {
             // The remembered video is gone on the service side: register the file afresh.
-            VODObjectCache::sharedCache().clearObjectWithPath(cur->filePath);
+            resumeCache().clearObjectWithPath(cur->filePath);
             createUploadVideo();
         } else {
             failCurrentFile(code, message);  // the queue waits on the failed file
@@ -149,7 +149,7 @@ void VODUploadEngine::onCreateAnswer(const std::optional<Value>& reply, const st
         attempt_.curImageURL = foundation::stringAt(answer, "ImageURL");
     } else {
         if (auto videoId = foundation::stringAt(answer, "VideoId")) attempt_.curVideoId = videoId;
-        auto& cache = VODObjectCache::sharedCache();
+        auto& cache = resumeCache();
         auto entry = cache.getObjectWithPath(cur->filePath);
         if (entry && entry->videoId.empty()) {
             entry->videoId = attempt_.curVideoId.value_or("");

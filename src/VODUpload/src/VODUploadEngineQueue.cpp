@@ -1,5 +1,5 @@
 // The file queue: adding, removing, cancelling and resuming entries, the run control (start, stop,
-// pause, resume), the step that picks the next file, and the classes of object-storage errors.
+// pause, resume) and the step that picks the next file.
 #include "VODUpload/src/AVCVEventConstants.h"
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/VODLog.h"
@@ -82,7 +82,7 @@ bool VODUploadEngine::deleteFile(int index) {
         }
         auto entry = uploadList_[index];
         uploadList_.erase(uploadList_.begin() + index);
-        VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
+        resumeCache().clearObjectWithPath(entry->filePath);
         return true;
     });
 }
@@ -90,7 +90,7 @@ bool VODUploadEngine::deleteFile(int index) {
 bool VODUploadEngine::clearFiles() {
     return serially([&] {
         vodLogDebug(kLogSource, "clearFiles called.");
-        for (const auto& entry : uploadList_) VODObjectCache::sharedCache().clearObjectWithPath(entry->filePath);
+        for (const auto& entry : uploadList_) resumeCache().clearObjectWithPath(entry->filePath);
         uploadList_.clear();
         // The state and the current file stay as they are; the cancelled request reports on its own.
         if (cur_ && cur_->state == UploadFileState::Uploading) cancelUploadRequest(false);
@@ -222,20 +222,6 @@ void VODUploadEngine::requestUploadAuthAddress() {
         else
             createUploadVideo();
     });
-}
-
-int VODUploadEngine::shouldRetry(const Error& error) const {
-    if (error.code == -403) {
-        auto code = foundation::stringAt(error.userInfo, "Code");
-        return code && (*code == "InvalidAccessKeyId" || *code == "SecurityTokenExpired") ? 2 : 0;
-    }
-    if (error.code == 6) return 1;
-    if (error.code == 5) {
-        const auto current = state_.load();
-        return current == VODClientState::Stopped || current == VODClientState::Paused ? 4 : 3;
-    }
-    if (error.code < -500) return 1;  // -500 itself is a failure
-    return 0;
 }
 
 }  // namespace quorvane

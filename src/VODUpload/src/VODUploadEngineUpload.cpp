@@ -2,7 +2,6 @@
 // upload with its progress handling, and the retry policy shared by both steps. Completions and
 // progress arrive on the object-storage client's threads and are posted to the client's queue.
 #include <algorithm>
-#include <filesystem>
 
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/VODInnerApi.h"
@@ -29,19 +28,25 @@ struct VODUploadProgressContext {
     int lastPartNumber = 0;
 };
 
-namespace {
-
-std::int64_t fileSizeOf(const std::string& path) {
-    std::error_code ec;
-    auto size = std::filesystem::file_size(path, ec);
-    return ec ? 0 : static_cast<std::int64_t>(size);
+// At most about 5,000 parts whatever the file's size. The part size is the queue's field: read there.
+std::int64_t VODUploadEngine::partSizeFor(std::int64_t fileSize) const {
+    return serially([&] { return std::max<std::int64_t>(uploadPartSize_, fileSize / 4999); });
 }
 
-}  // namespace
+// The size is the one found when the upload began: a file changed since fails its upload anyway.
+std::int64_t VODUploadEngine::currentPartSize() const {
+    return partSizeFor(attempt_.file ? static_cast<std::int64_t>(attempt_.file->size) : 0);
+}
 
-// At most about 5,000 parts whatever the file's size.
-std::int64_t VODUploadEngine::partSizeFor(std::int64_t fileSize) const {
-    return std::max<std::int64_t>(uploadPartSize_, fileSize / 4999);
+std::optional<oss::OSSFileState> VODUploadEngine::fileState() const {
+    if (!attempt_.file || !attempt_.fileStateHeld) return std::nullopt;
+    return attempt_.file->state();
+}
+
+void VODUploadEngine::lookAtFile() {
+    if (attempt_.file || !cur_) return;
+    Error unreadable;  // reported by the upload itself
+    attempt_.file = oss::inspectLocalFile(cur_->filePath, &unreadable);
 }
 
 bool VODUploadEngine::makeOSSClient() {
@@ -76,33 +81,34 @@ void VODUploadEngine::startOSSClientUpload() {
         makeOSSClient();
         // What the file is now is what gets stored, or nothing: a later change fails the upload. A file
         // that cannot be looked at is reported by the upload itself.
-        Error unreadable;
-        if (auto file = cur_ ? oss::inspectLocalFile(cur_->filePath, &unreadable) : std::nullopt)
-            attempt_.fileState = file->state();
+        lookAtFile();
+        attempt_.fileStateHeld = true;
         initMultiUpload();  // a client without a usable endpoint fails there, like any other error
     });
 }
 
 void VODUploadEngine::initMultiUpload() {
     serially([&] {
-        const bool whole = singleRequestUpload_ && cur_ && !cur_->vodInfo && attempt_.fileState &&
-                           attempt_.fileState->size > 0 &&
-                           attempt_.fileState->size <= static_cast<std::uint64_t>(std::max(0, uploadPartSize_));
+        const bool whole = singleRequestUpload_ && cur_ && !cur_->vodInfo && attempt_.file && attempt_.file->size > 0 &&
+                           attempt_.file->size <= static_cast<std::uint64_t>(std::max(0, uploadPartSize_));
         if (!whole) vodLogDebug(kLogSource, "send initMultiUpload request.....");
         if (!cur_ || !client_) return;
+        lookAtFile();
         const std::string bucket = cur_->bucket.value_or(""), object = cur_->object.value_or("");
         // An upload an earlier run (a crash, a restart) began for this very file holds its stored
         // parts: continue it rather than begin another that would stay open on the service.
-        if (auto recorded = oss::recordedUploadId(recordDirectoryPath_, cur_->endpoint.value_or(""), bucket, object,
-                                                  cur_->filePath, partSizeFor(fileSizeOf(cur_->filePath)))) {
+        auto recorded = attempt_.file ? oss::recordedUpload(recordDirectoryPath_, cur_->endpoint.value_or(""), bucket,
+                                                            object, *attempt_.file, currentPartSize())
+                                      : std::nullopt;
+        if (recorded) {
             sendStartEvent();
             attempt_.uploadIdFromRecord = true;
-            onUploadIdReady(*recorded, false);
+            onUploadIdReady(recorded->uploadId, false);
             return;
         }
         if (whole) {
             sendStartEvent();
-            if (retryNotify_ != 0) retryNotify_ = 0;  // as an initiation's success: the upload has not moved
+            retry_.reset();  // as an initiation's success: the upload has not moved
             attempt_.wholeFilePut = true;
             cur_->state = UploadFileState::Uploading;
             putWholeFile();
@@ -131,7 +137,7 @@ void VODUploadEngine::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipart
 
 void VODUploadEngine::onUploadIdReady(const std::string& uploadId, bool fresh) {
     // The counter is reset without retryResume here: the upload has not moved yet.
-    if (retryNotify_ != 0) retryNotify_ = 0;
+    retry_.reset();
     attempt_.uploadId = uploadId;
     attempt_.uploadIdIsNew = fresh;
     vodLogDebug(kLogSource, "init uploadid success. uploadId:" + uploadId);
@@ -179,7 +185,7 @@ void VODUploadEngine::putWholeFile() {
         request->bucketName = cur_->bucket.value_or("");
         request->objectKey = cur_->object.value_or("");
         request->uploadingFileURL = cur_->filePath;
-        request->expectedFileState = attempt_.fileState;
+        request->expectedFileState = fileState();
         request->uploadProgress = progressHandler();
         uploadRequest_ = request;
         auto task = client_->putObject(request);
@@ -209,11 +215,11 @@ void VODUploadEngine::resumableUpload() {
         request->objectKey = cur_->object.value_or("");
         request->uploadId = attempt_.uploadId.value_or("");
         request->uploadIdIsNew = std::exchange(attempt_.uploadIdIsNew, false);
-        request->partSize = partSizeFor(fileSizeOf(cur_->filePath));
+        request->partSize = currentPartSize();
         request->deleteUploadIdOnCancelling = !recordUploadProgress_;
         if (cur_->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur_->vodInfo->toJson();
         request->uploadingFileURL = cur_->filePath;
-        request->expectedFileState = attempt_.fileState;
+        request->expectedFileState = fileState();
 
         request->uploadProgress = progressHandler();
 
@@ -239,7 +245,7 @@ void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>
         vodLogDebug(kLogSource, std::to_string(bytesSent) + ", " + std::to_string(totalSent) + ", " +
                                     std::to_string(totalExpected));
     const int partNumber = c.partSize != 0 ? static_cast<int>(totalSent / c.partSize) : 0;
-    const bool retrying = retryNotify_ != 0;
+    const bool retrying = retry_.retrying();
     if ((totalSent >= totalExpected || partNumber != c.lastPartNumber) && bytesSent != 0 && !retrying)
         sendUploadEvent(20007, Value::object());
     if (totalSent == 0 || partNumber != c.lastPartNumber)
@@ -253,9 +259,9 @@ void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>
                                           c.uploadAddress, c.region, nullptr, serviceConfig_);
     }
     c.lastPartNumber = partNumber;
-    if (c.retryResume && retryNotify_ != 0) {
+    if (c.retryResume && retry_.retrying()) {
         c.retryResume();
-        retryNotify_ = 0;
+        retry_.reset();
     }
     if (c.progress) c.progress(c.file, static_cast<long>(totalSent), static_cast<long>(totalExpected));
 }
@@ -281,15 +287,15 @@ void VODUploadEngine::onUploadEnded(const Error* error) {
         handleUploadError(*error, UploadStep::Upload);
         return;
     }
-    if (retryNotify_ != 0) {
+    if (retry_.retrying()) {
         if (callback_ && callback_->retryResume) callback_->retryResume();
-        retryNotify_ = 0;
+        retry_.reset();
     }
     vodLogDebug(kLogSource, "Upload file success");
     auto file = cur_;
     if (file) {
         file->state = UploadFileState::Success;
-        VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
+        resumeCache().clearObjectWithPath(file->filePath);
     }
     if (callback_ && callback_->success) callback_->success(file);
     if (callback_ && callback_->finish) {
@@ -341,26 +347,26 @@ void VODUploadEngine::failCurrentFile(const Error& error) {
 }
 
 void VODUploadEngine::handleUploadError(const Error& error, UploadStep step) {
-    switch (shouldRetry(error)) {
-    case 0:
+    switch (classify(error, state_.load())) {
+    case UploadErrorClass::Fail:
         failCurrentFile(error);  // the queue waits on the failed file
-        if (step == UploadStep::Init) retryNotify_ = 0;
+        if (step == UploadStep::Init) retry_.reset();
         return;
-    case 2:
+    case UploadErrorClass::CredentialsExpired:
         vodLogDebug(kLogSource, "Token expire.");
         transitionTo(VODClientState::Paused);
         if (callback_ && callback_->expire) callback_->expire();
         return;
-    case 3: {
+    case UploadErrorClass::Cancelled: {
         if (cur_) cur_->state = UploadFileState::Canceled;
         foundation::dispatch::main().async([weak = weak_from_this()] {
             if (auto self = weak.lock()) self->later([](VODUploadEngine& c) { c.next(); });
         });
         return;
     }
-    case 4:
-        return;  // stop or pause cancelled it
-    default:
+    case UploadErrorClass::StoppedOrPaused:
+        return;
+    case UploadErrorClass::Retry:
         retryUploadStep(error, step);
     }
 }
@@ -372,15 +378,15 @@ void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
     else
         vodLogDebug(kLogSource, "resumableUpload Retry after 2 second...." +
                                     std::to_string(cur_ ? static_cast<long>(cur_->state.load()) : 0L));
-    if (static_cast<std::uint32_t>(retryNotify_) >= static_cast<std::uint32_t>(maxRetryCount_)) {
+    const bool first = !retry_.retrying();
+    if (retry_.decide() == VODUploadRetryPolicy::Decision::GiveUp) {
         failCurrentFile(error);
-        retryNotify_ = 0;
+        retry_.reset();
         return;
     }
-    if (retryNotify_ == 0 && callback_ && callback_->retry) callback_->retry();
-    ++retryNotify_;
+    if (first && callback_ && callback_->retry) callback_->retry();
     if (callback_ && callback_->retrying)
-        callback_->retrying({cur_, retryNotify_, maxRetryCount_, oss::retryCause(error), retryWait_, false});
+        callback_->retrying({cur_, retry_.count(), retry_.maxCount(), oss::retryCause(error), retry_.wait(), false});
     // A timer on the queue, not a blocked thread: pause, stop and the caller's calls go on meanwhile,
     // and the state is read again when it fires.
     auto retry = [step](VODUploadEngine& c) {
@@ -390,10 +396,9 @@ void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
         else
             c.resumableUpload();
     };
-    foundation::after(std::chrono::duration<double>(retryWait_).count(), queue_,
-                      [weak = weak_from_this(), retry] {
-                          if (auto self = weak.lock()) retry(*self);
-                      });
+    retry_.schedule([weak = weak_from_this(), retry] {
+        if (auto self = weak.lock()) retry(*self);
+    });
 }
 
 }  // namespace quorvane

@@ -2,6 +2,7 @@
 // Plain records the upload engine and its callers exchange.
 #include <atomic>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -42,8 +43,18 @@ enum class VODClientState : int {
     Finished = 5,
 };
 
+// Where an entry goes, taken in one piece.
+struct UploadFileAddress {
+    std::optional<std::string> endpoint;
+    std::optional<std::string> bucket;
+    std::optional<std::string> object;
+};
+
 // One entry of the client's queue; shared because listFiles hands out the live entries. The state is
-// atomic: the engine's worker threads change it while the caller may read or cancel the entry.
+// atomic: the engine's worker threads change it while the caller may read or cancel the entry. The
+// client fills endpoint, bucket and object of a video-service file on its own queue once the service
+// issued the address: another thread reads them through address(), which copies them under the
+// entry's lock (listener callbacks run on that queue and may read the fields directly).
 struct UploadFileInfo {
     std::string filePath;
     std::optional<std::string> endpoint;
@@ -51,6 +62,21 @@ struct UploadFileInfo {
     std::optional<std::string> object;
     std::atomic<UploadFileState> state{UploadFileState::Ready};
     std::shared_ptr<VodInfo> vodInfo;
+
+    UploadFileAddress address() const {
+        std::lock_guard lock(addressMutex_);
+        return {endpoint, bucket, object};
+    }
+    // The client's one way to change the address of an entry others may hold.
+    void setAddress(UploadFileAddress next) {
+        std::lock_guard lock(addressMutex_);
+        endpoint = std::move(next.endpoint);
+        bucket = std::move(next.bucket);
+        object = std::move(next.object);
+    }
+
+private:
+    mutable std::mutex addressMutex_;
 };
 
 // What the finish event carries.

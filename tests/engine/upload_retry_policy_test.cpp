@@ -1,0 +1,88 @@
+// The retry policy of the upload steps driven by a scheduler that only records, and the error classes
+// it acts on.
+#include <gtest/gtest.h>
+
+#include <vector>
+
+#include "VODUpload/src/VODUploadErrorClass.h"
+#include "VODUpload/src/VODUploadRetryPolicy.h"
+#include "foundation/value.h"
+#include "oss/oss_error.h"
+
+using namespace quorvane;
+using namespace std::chrono_literals;
+
+namespace {
+
+struct RecordingScheduler {
+    std::vector<std::chrono::milliseconds> waits;
+    std::vector<std::function<void()>> pending;
+    VODUploadRetryPolicy::Scheduler scheduler() {
+        return [this](std::chrono::milliseconds wait, std::function<void()> f) {
+            waits.push_back(wait);
+            pending.push_back(std::move(f));
+        };
+    }
+};
+
+Error serverError(int status, const std::string& code) {
+    return Error(oss::kOSSServerErrorDomain, -status, code, Value{{"Code", code}});
+}
+
+}  // namespace
+
+TEST(UploadRetryPolicy, CountsUpToTheBoundThenGivesUpUntilCleared) {
+    RecordingScheduler clock;
+    VODUploadRetryPolicy policy(clock.scheduler());
+    EXPECT_EQ(policy.wait(), 2000ms);
+    EXPECT_EQ(policy.maxCount(), 2147483647);
+    policy.setMaxCount(2);
+    policy.setWait(-5ms);
+    EXPECT_EQ(policy.wait(), 0ms);
+    policy.setWait(250ms);
+
+    EXPECT_FALSE(policy.retrying());
+    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::Retry);
+    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::Retry);
+    EXPECT_EQ(policy.count(), 2);
+    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::GiveUp);
+    EXPECT_EQ(policy.count(), 2);  // the caller clears it once the file failed
+    policy.reset();
+    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::Retry);
+
+    int ran = 0;
+    policy.schedule([&] { ++ran; });
+    ASSERT_EQ(clock.waits, std::vector<std::chrono::milliseconds>{250ms});
+    EXPECT_EQ(ran, 0);  // nothing runs before the scheduler says the wait is over
+    clock.pending.front()();
+    EXPECT_EQ(ran, 1);
+}
+
+// Both sides read as unsigned: a negative bound is no bound, a zero bound gives up at once.
+TEST(UploadRetryPolicy, BoundsCompareAsUnsigned) {
+    RecordingScheduler clock;
+    VODUploadRetryPolicy policy(clock.scheduler());
+    policy.setMaxCount(-1);
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::Retry);
+    policy.setMaxCount(0);
+    policy.reset();
+    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::GiveUp);
+    policy.setMaxCount(5);
+    policy.setCount(-3);  // set by a caller: far above any bound once unsigned
+    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::GiveUp);
+}
+
+TEST(UploadErrorClasses, FollowTheCodeAndTheClientState) {
+    const Error cancelled(oss::kOSSClientErrorDomain, 5, "cancelled");
+    EXPECT_EQ(classify(cancelled, VODClientState::Started), UploadErrorClass::Cancelled);
+    EXPECT_EQ(classify(cancelled, VODClientState::Stopped), UploadErrorClass::StoppedOrPaused);
+    EXPECT_EQ(classify(cancelled, VODClientState::Paused), UploadErrorClass::StoppedOrPaused);
+    EXPECT_EQ(classify(Error(oss::kOSSClientErrorDomain, 6, "network"), VODClientState::Paused),
+              UploadErrorClass::Retry);
+    EXPECT_EQ(classify(serverError(501, "NotImplemented"), VODClientState::Started), UploadErrorClass::Retry);
+    EXPECT_EQ(classify(serverError(500, "InternalError"), VODClientState::Started), UploadErrorClass::Fail);
+    EXPECT_EQ(classify(serverError(403, "SecurityTokenExpired"), VODClientState::Started),
+              UploadErrorClass::CredentialsExpired);
+    Error noDetails(oss::kOSSServerErrorDomain, -403, "refused");
+    EXPECT_EQ(classify(noDetails, VODClientState::Started), UploadErrorClass::Fail);
+}
