@@ -1,6 +1,6 @@
 #pragma once
 // Request-body helpers: a body that computes the CRC-64 of the bytes as they are sent (so a file is
-// read once), and checks of a local file before it is uploaded.
+// read once), and one that checks the file has not changed before its last bytes leave.
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -8,6 +8,7 @@
 
 #include "foundation/error.h"
 #include "foundation/http_client.h"
+#include "oss/oss_local_file.h"
 #include "oss/oss_requests.h"
 
 namespace quorvane::oss {
@@ -26,20 +27,6 @@ private:
     std::uint64_t crc_ = 0;
     std::uint64_t bytesRead_ = 0;
 };
-
-// What the upload knows of a local file.
-struct OSSLocalFile : OSSFileState {
-    std::string path;
-    const OSSFileState& state() const { return *this; }
-};
-
-// "file:///a/b" -> "/a/b"; a plain path is returned as it is.
-std::string pathFromFileURL(const std::string& fileURL);
-// The file's state (size, times, inode, device), or a clear error: missing, a directory, not a regular
-// file, unreadable.
-std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* error);
-// The error of an upload whose file is no longer as it was when the upload began (Code "FileChanged").
-Error fileChangedError(const std::string& path);
 
 // A file's body that looks at the file again before it hands out its last bytes: if the file is no
 // longer in `expected` state, the read fails, so the request ends short and the service stores

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "oss/oss_body.h"
+#include "oss/oss_local_file.h"
 
 namespace quorvane::oss {
 

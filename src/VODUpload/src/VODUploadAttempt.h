@@ -6,7 +6,7 @@
 #include <string>
 
 #include "VODUpload/src/VODInnerFileInfo.h"
-#include "oss/oss_body.h"
+#include "oss/oss_local_file.h"
 #include "oss/oss_requests.h"
 
 namespace quorvane {

@@ -9,7 +9,7 @@
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadEngine.h"
 #include "foundation/dispatch.h"
-#include "oss/oss_body.h"
+#include "oss/oss_local_file.h"
 #include "oss/oss_error.h"
 #include "oss/oss_region.h"
 #include "oss/oss_upload_record.h"
