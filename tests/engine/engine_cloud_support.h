@@ -124,6 +124,22 @@ inline std::string randomBytes(std::size_t size, unsigned seed) {
     return bytes;
 }
 
+// "a=1&b=2" as a dictionary of texts.
+inline std::map<std::string, std::string> argsOf(const Value& event) {
+    std::map<std::string, std::string> out;
+    const std::string args = event.value("args", "");
+    std::size_t start = 0;
+    while (start <= args.size()) {
+        auto end = args.find('&', start);
+        if (end == std::string::npos) end = args.size();
+        auto pair = args.substr(start, end - start);
+        auto eq = pair.find('=');
+        if (eq != std::string::npos) out[pair.substr(0, eq)] = pair.substr(eq + 1);
+        start = end + 1;
+    }
+    return out;
+}
+
 // A started emulator with the video service and the log service pointed at it.
 class EngineCloudTest : public ::testing::Test {
 protected:
