@@ -11,6 +11,11 @@ after a change to the tests) are compared mutant by mutant.
     nice -n 10 scripts/mutation_test.py [--seed 20261126] [--count 40] [--build-dir build-mut]
     scripts/mutation_test.py --list            # the mutants only, without building
     scripts/mutation_test.py --only 3,17       # rerun some of them (numbers as printed)
+    scripts/mutation_test.py --hint before.txt # try each mutant's earlier killer first
+
+With --hint (the output of an earlier run), a mutant that an earlier run saw killed is first built into
+the one program holding that test, which runs alone; only if it passes does the whole suite run. The
+verdict is the same (a mutant is killed when any test fails); it only comes sooner.
 
 A mutant that does not compile is "stillborn" and is replaced by the next candidate, so the total counts
 compiled mutants only. Set CCACHE_BASEDIR for compiler-cache hits across build directories.
@@ -26,6 +31,9 @@ import time
 from pathlib import Path
 
 ROOT = Path(__file__).resolve().parent.parent
+# The suite label of each test program, and what must be built to run it.
+LABEL_TARGETS = {"oss": ["oss_tests"], "engine": ["engine_tests", "engine_upload_child"],
+                 "svideo": ["svideo_tests"], "vodapi": ["vodapi_tests"]}
 LIBRARIES = {
     # folder -> (test programs that link it, ctest labels of their suites)
     "src/oss": (["oss_tests", "engine_tests", "engine_upload_child", "svideo_tests", "vodapi_tests"],
@@ -131,6 +139,37 @@ def test(build_dir, labels, jobs, timeout, log):
     return proc.returncode == 0, first_failure(proc.stdout)
 
 
+def read_hints(path):
+    """Mutant description -> the test that killed it, from an earlier run's output."""
+    hints = {}
+    if path:
+        for line in Path(path).read_text().splitlines():
+            m = re.match(r"\s*\d+ (.*): killed by (\S+) \(", line)
+            if m:
+                hints[m.group(1)] = m.group(2)
+    return hints
+
+
+def label_of_tests(build_dir, labels):
+    """Test name -> suite label, as ctest lists them."""
+    owner = {}
+    for label in labels:
+        proc = run(["ctest", "--test-dir", str(build_dir), "-L", f"^{label}$", "-N"])
+        for m in re.finditer(r"Test\s+#\d+: (\S+)", proc.stdout):
+            owner[m.group(1)] = label
+    return owner
+
+
+def hinted_kill(build_dir, hint, owner, jobs, timeout, log):
+    """Whether the earlier killer alone fails again (its program is the only one built)."""
+    label = owner.get(hint)
+    if label is None or not build(build_dir, LABEL_TARGETS[label], jobs, log):
+        return False
+    cmd = ["ctest", "--test-dir", str(build_dir), "-R", "^" + re.escape(hint) + "$", "--timeout", str(timeout)]
+    proc = run(cmd, log=log)
+    return proc.returncode != 0 and "No tests were found" not in proc.stdout
+
+
 def folder_of(mutant):
     return next(f for f in LIBRARIES if mutant.path.startswith(f + "/"))
 
@@ -171,6 +210,7 @@ def main():
     parser.add_argument("--timeout", type=int, default=60, help="seconds per test")
     parser.add_argument("--list", action="store_true", help="print the mutants without building")
     parser.add_argument("--only", help="comma-separated mutant numbers to run")
+    parser.add_argument("--hint", help="an earlier run's output: try each mutant's killer first")
     args = parser.parse_args()
 
     sequence = candidates(ROOT)
@@ -188,6 +228,8 @@ def main():
         if not build(build_dir, all_targets, args.jobs, log):
             sys.exit("the unmutated tree does not build")
         wanted = {int(n) for n in args.only.split(",")} if args.only else None
+        hints = read_hints(args.hint)
+        owner = label_of_tests(build_dir, LABEL_TARGETS) if hints else {}
         guard = SourceGuard()
         killed = compiled = 0
         survivors = []
@@ -200,6 +242,12 @@ def main():
             targets, labels = LIBRARIES[folder_of(mutant)]
             guard.apply(mutant)
             try:
+                hint = hints.get(mutant.describe())
+                if hint and wanted is None and hinted_kill(build_dir, hint, owner, args.jobs, args.timeout, log):
+                    compiled += 1
+                    killed += 1
+                    print(f"{compiled:3d} {mutant.describe()}: killed by {hint} (failed)", flush=True)
+                    continue
                 if not build(build_dir, targets, args.jobs, log):
                     print(f"  - {mutant.describe()}: stillborn", flush=True)
                     continue
