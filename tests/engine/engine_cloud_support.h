@@ -116,13 +116,6 @@ private:
     std::pair<long, long> lastProgress_{0, 0};
 };
 
-// Deterministic bytes, different per seed.
-inline std::string randomBytes(std::size_t size, unsigned seed) {
-    std::mt19937 engine(seed);
-    std::string bytes(size, '\0');
-    for (auto& b : bytes) b = static_cast<char>(engine() & 0xFF);
-    return bytes;
-}
 
 // "a=1&b=2" as a dictionary of texts.
 inline std::map<std::string, std::string> argsOf(const Value& event) {
