@@ -24,6 +24,7 @@ import argparse
 import os
 import random
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -118,6 +119,9 @@ def configure(build_dir, build_type):
         return
     cmd = ["cmake", "-S", str(ROOT), "-B", str(build_dir), "-G", "Ninja", f"-DCMAKE_BUILD_TYPE={build_type}",
            "-DCMAKE_CXX_COMPILER_LAUNCHER=ccache", "-DCMAKE_C_COMPILER_LAUNCHER=ccache"]
+    # Every mutant relinks four test programs: lld does that in a fraction of the default linker's time.
+    if shutil.which("ld.lld"):
+        cmd.append("-DCMAKE_EXE_LINKER_FLAGS=-fuse-ld=lld")
     if run(cmd).returncode != 0:
         sys.exit("configure failed")
 
