@@ -233,7 +233,7 @@ def main():
             sys.exit("the unmutated tree does not build")
         wanted = {int(n) for n in args.only.split(",")} if args.only else None
         hints = read_hints(args.hint)
-        owner = label_of_tests(build_dir, LABEL_TARGETS) if hints else {}
+        owner = label_of_tests(build_dir, LABEL_TARGETS) if args.hint else {}
         guard = SourceGuard()
         killed = compiled = 0
         survivors = []
@@ -246,6 +246,8 @@ def main():
             targets, labels = LIBRARIES[folder_of(mutant)]
             guard.apply(mutant)
             try:
+                if args.hint:  # the earlier run may still be going: read what it has found so far
+                    hints = read_hints(args.hint)
                 hint = hints.get(mutant.describe())
                 if hint and wanted is None and hinted_kill(build_dir, hint, owner, args.jobs, args.timeout, log):
                     compiled += 1
