@@ -26,6 +26,7 @@ protected:
         ASSERT_TRUE(writeClip(clip, ClipSpec{.bitRate = 2000000}));
         info = std::make_shared<VodInfo>();
         info->title = "a clip";
+        info->desc = "x & y";  // a reserved character in the canonical query
     }
     void TearDown() override {
         VODObjectCache::sharedCache().clearObjectWithPath(clip);
@@ -69,6 +70,7 @@ TEST_F(Acs3Engine, RefreshCreateAndImageGoSignedAcs3AndTheFilesArrive) {
     ASSERT_EQ(videos.size(), 1u);
     ASSERT_EQ(images.size(), 1u);
     EXPECT_EQ(videos[0].title, "a clip");
+    EXPECT_EQ(videos[0].params.value("Description", ""), "x & y");
     EXPECT_EQ(cloud.objectBytes(videos[0].bucket, videos[0].objectKey), foundation::readFile(clip).value_or(""));
     EXPECT_EQ(cloud.objectBytes(images[0].bucket, images[0].objectKey), randomBytes(64 << 10, 5));
 }

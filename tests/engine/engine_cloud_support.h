@@ -116,12 +116,21 @@ private:
     std::pair<long, long> lastProgress_{0, 0};
 };
 
-// Deterministic bytes, different per seed.
-inline std::string randomBytes(std::size_t size, unsigned seed) {
-    std::mt19937 engine(seed);
-    std::string bytes(size, '\0');
-    for (auto& b : bytes) b = static_cast<char>(engine() & 0xFF);
-    return bytes;
+
+// "a=1&b=2" as a dictionary of texts.
+inline std::map<std::string, std::string> argsOf(const Value& event) {
+    std::map<std::string, std::string> out;
+    const std::string args = event.value("args", "");
+    std::size_t start = 0;
+    while (start <= args.size()) {
+        auto end = args.find('&', start);
+        if (end == std::string::npos) end = args.size();
+        auto pair = args.substr(start, end - start);
+        auto eq = pair.find('=');
+        if (eq != std::string::npos) out[pair.substr(0, eq)] = pair.substr(eq + 1);
+        start = end + 1;
+    }
+    return out;
 }
 
 // A started emulator with the video service and the log service pointed at it.

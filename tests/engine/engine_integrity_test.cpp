@@ -93,22 +93,29 @@ protected:
     }
 };
 
-TEST_F(FileIntegrity, RewriteInPlaceWithSizeAndMtimeRestoredFailsTheFile) {
-    auto path = makeFile("rewritten.bin", randomBytes(4 * kMiB, 1));
-    initChangingAtFirstProgress([&] { rewriteKeepingSizeAndMtime(path, 2 * kMiB + 100, 8192); });
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/rewritten.bin"));
+// Rewritten in place with its size and modification time put back (only the change time tells), or
+// grown: either way the file fails instead of storing what it no longer is.
+class ChangedFile : public FileIntegrity, public ::testing::WithParamInterface<bool> {};
+
+TEST_P(ChangedFile, FailsTheFile) {
+    const bool rewrite = GetParam();
+    const std::string key = rewrite ? "in/rewritten.bin" : "in/grown.bin";
+    const auto path = dir.file(rewrite ? "rewritten.bin" : "grown.bin");  // the test's name holds a slash
+    writeFile(path, randomBytes((rewrite ? 4 : 3) * kMiB, 1));
+    initChangingAtFirstProgress([&] {
+        if (rewrite)
+            rewriteKeepingSizeAndMtime(path, 2 * kMiB + 100, 8192);
+        else
+            append(path, kMiB);
+    });
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), key));
     ASSERT_TRUE(client->start());
-    expectFailedAsChanged(bucket(), "in/rewritten.bin");
-    EXPECT_EQ(storedParts().size(), 2u);  // stopped at the first part that came back after the change
+    // How many parts went before the check saw the change depends on how soon the progress call ran:
+    // not counted here, so a loaded machine cannot fail the test.
+    expectFailedAsChanged(bucket(), key);
 }
 
-TEST_F(FileIntegrity, AppendedFileFailsInsteadOfStoringItsOldLength) {
-    auto path = makeFile("grown.bin", randomBytes(3 * kMiB, 2));
-    initChangingAtFirstProgress([&] { append(path, kMiB); });
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/grown.bin"));
-    ASSERT_TRUE(client->start());
-    expectFailedAsChanged(bucket(), "in/grown.bin");
-}
+INSTANTIATE_TEST_SUITE_P(RewrittenOrAppended, ChangedFile, ::testing::Bool());
 
 // A change between a failed attempt and its retry counts too: the retry starts from the file as the
 // upload first saw it, not as it is now.

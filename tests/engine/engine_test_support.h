@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <string>
 
 #include "VODUpload/src/VODUploadEngine.h"
@@ -43,6 +44,14 @@ public:
 private:
     std::string path_;
 };
+
+// Deterministic bytes, different per seed.
+inline std::string randomBytes(std::size_t size, unsigned seed) {
+    std::mt19937 engine(seed);
+    std::string bytes(size, '\0');
+    for (auto& b : bytes) b = static_cast<char>(engine() & 0xFF);
+    return bytes;
+}
 
 inline void writeFile(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;

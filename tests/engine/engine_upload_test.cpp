@@ -105,6 +105,16 @@ TEST_F(MultipartUpload, FaultsMidUploadRetryOnceAndKeepTheStoredParts) {
     EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);
     EXPECT_EQ(storedParts(), (std::map<int, int>{{1, 1}, {2, 1}, {3, 1}, {4, 1}}));  // none sent twice
     EXPECT_EQ(cloud.objectBytes(bucket(), "up/retry.bin"), randomBytes(kFileSize, 20));
+
+    // The retried run announces the part it resumes at (part 1 is stored: not part 0, whichever part
+    // the first progress call lands in) with the retry flag; that call ends the retry, so no later
+    // announcement carries it.
+    std::vector<std::map<std::string, std::string>> flagged;
+    for (const auto& event : eventsWithCode("20005"))
+        if (auto args = argsOf(event); args["pr"] != "0") flagged.push_back(args);
+    ASSERT_EQ(flagged.size(), 1u);
+    EXPECT_EQ(flagged[0]["pr"], "1");
+    EXPECT_NE(flagged[0]["pn"], "0");
 }
 
 TEST_F(MultipartUpload, NetworkThatStaysDownEndsInFailureAfterMaxRetryCount) {
@@ -132,6 +142,39 @@ TEST_F(MultipartUpload, NetworkThatStaysDownEndsInFailureAfterMaxRetryCount) {
     EXPECT_EQ(listener.failureStates(), std::vector<UploadFileState>{UploadFileState::Failure});
     EXPECT_EQ(client->state(), VODClientState::Started);  // halted on the failed file
 }
+
+// The bound is compared as an unsigned count: 0 allows no retry at all, a negative one is so large
+// that the engine keeps retrying. Each engine-side failure is three refused initiations (the
+// storage client's own attempts).
+struct RetryBoundCase {
+    std::int32_t maxRetryCount;
+    int failedInitiations;  // seen by the engine
+    bool finishes;
+};
+
+class RetryBound : public MultipartUpload, public ::testing::WithParamInterface<RetryBoundCase> {};
+
+TEST_P(RetryBound, DecidesBetweenARetryAndAFailure) {
+    const auto c = GetParam();
+    client->setMaxRetryCount(c.maxRetryCount);
+    for (int i = 0; i < 3 * c.failedInitiations; ++i)
+        cloud.addFaults({Fault::error("InitiateMultipartUpload", 503, "ServiceUnavailable")});
+    const auto path = dir.file("bound.bin");  // the test's name holds a slash
+    writeFile(path, randomBytes(200 << 10, 33));
+    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "up/bound.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(waitUntil([&] { return listener.count("finish") + listener.count("failure") > 0; }));
+    EXPECT_EQ(listener.count("retry"), c.maxRetryCount == 0 ? 0 : 1);  // told once, at the first retry
+    EXPECT_EQ(listener.count("finish"), c.finishes ? 1 : 0);
+    EXPECT_EQ(listener.count("failure"), c.finishes ? 0 : 1);
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(),
+              static_cast<std::size_t>(3 * c.failedInitiations + (c.finishes ? 1 : 0)));
+    EXPECT_EQ(client->retryNotify(), 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(ZeroNegativeAndPositive, RetryBound,
+                         ::testing::Values(RetryBoundCase{0, 1, false}, RetryBoundCase{-1, 3, true},
+                                           RetryBoundCase{2, 2, true}, RetryBoundCase{2, 3, false}));
 
 TEST_F(MultipartUpload, ExpiredTokenPausesAndNewTokenContinuesTheSameUpload) {
     VODUploadEngineTestAccess::setMaxConcurrentParts(*client, 1);

@@ -4,7 +4,6 @@
 #include <openssl/evp.h>
 #include <unistd.h>
 
-#include <random>
 #include <regex>
 
 #include "VODUpload/src/VODDateFormat.h"
@@ -32,13 +31,6 @@ std::string opensslMd5(const std::string& bytes) {
     return out;
 }
 
-std::string randomBytes(std::size_t n) {
-    std::mt19937 gen(42);
-    std::string s(n, '\0');
-    for (auto& c : s) c = static_cast<char>(gen());
-    return s;
-}
-
 }  // namespace
 
 // A 4 TiB sparse file: reading it whole would never end within the test's time-out, so a correct
@@ -46,7 +38,7 @@ std::string randomBytes(std::size_t n) {
 TEST(VODInnerFileInfo, HashesOnlyTheFirstMebibyteOfAHugeFile) {
     TempDir dir;
     std::string path = dir.file("huge.mp4");
-    std::string head = randomBytes(VODInnerFileInfo::kMaxHashSize + 777);
+    std::string head = quorvane::test::randomBytes(VODInnerFileInfo::kMaxHashSize + 777, 42);
     quorvane::test::writeFile(path, head);
     const off_t hugeSize = off_t(4) << 40;
     if (::truncate(path.c_str(), hugeSize) != 0) GTEST_SKIP() << "file system refuses a sparse 4 TiB file";
@@ -65,7 +57,7 @@ TEST(VODInnerFileInfo, HashesOnlyTheFirstMebibyteOfAHugeFile) {
 
 TEST(VODInnerFileInfo, ShortFilesAreHashedWholeAndLimitsCountWholeBuffers) {
     TempDir dir;
-    std::string bytes = randomBytes(1000);
+    std::string bytes = quorvane::test::randomBytes(1000, 42);
     quorvane::test::writeFile(dir.file("a.jpg"), bytes);
     quorvane::test::writeFile(dir.file("empty"), "");
     EXPECT_EQ(VODInnerFileInfo(dir.file("a.jpg")).fileHash, opensslMd5(bytes));

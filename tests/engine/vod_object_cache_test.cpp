@@ -33,31 +33,25 @@ struct ResumeCache : ::testing::Test {
 
 }  // namespace
 
-TEST_F(ResumeCache, KeepsTheFiftyNewestAndPersistsThem) {
+TEST_F(ResumeCache, KeepsTheFiftyNewestAndANewProcessReadsThemBack) {
     VODObjectCache cache(store);
-    for (int i = 0; i < 51; ++i) cache.saveObject(record("obj" + std::to_string(i)), file("f" + std::to_string(i) + ".mp4"));
+    for (int i = 0; i < 51; ++i)
+        cache.saveObject(record("obj" + std::to_string(i), "vid-" + std::to_string(i)),
+                         file("f" + std::to_string(i) + ".mp4", 10 + i));
     auto list = cache.objects();
     ASSERT_EQ(list.size(), 50u);
     EXPECT_EQ(list.front()->object, "obj1");
     EXPECT_EQ(list.back()->object, "obj50");
-
     Value persisted = stored();
     ASSERT_EQ(persisted.size(), 50u);
-    EXPECT_EQ(persisted[0], (Value{{"key", list.front()->key}, {"object", "obj1"}, {"videoId", ""}}));
-}
+    EXPECT_EQ(persisted[0], (Value{{"key", list.front()->key}, {"object", "obj1"}, {"videoId", "vid-1"}}));
 
-TEST_F(ResumeCache, SurvivesAReloadOfTheStore) {
-    std::string path = file("clip.mp4");
-    {
-        VODObjectCache cache(store);
-        cache.saveObject(record("videos/abc.mp4", "vid-1"), path);
-    }
     UserDefaults reopened(store.path());  // as a new process would
-    VODObjectCache cache(reopened);
-    auto o = cache.getObjectWithPath(path);
+    VODObjectCache again(reopened);
+    auto o = again.getObjectWithPath(dir.file("f50.mp4"));
     ASSERT_TRUE(o);
-    EXPECT_EQ(o->object, "videos/abc.mp4");
-    EXPECT_EQ(o->videoId, "vid-1");
+    EXPECT_EQ(o->object, "obj50");
+    EXPECT_EQ(o->videoId, "vid-50");
 }
 
 TEST_F(ResumeCache, SameInstanceOnceOtherInstancesAppendedLookupReturnsOldest) {

@@ -64,13 +64,6 @@ private:
     std::mt19937 rng_;
 };
 
-std::string bytesFor(std::size_t size, unsigned seed) {
-    std::mt19937 rng(seed);
-    std::string bytes(size, '\0');
-    for (auto& c : bytes) c = static_cast<char>(rng());
-    return bytes;
-}
-
 }  // namespace
 
 TEST(ObjectKeyEncoding, EveryByteOfTheKeySurvivesItsEncoding) {
@@ -92,7 +85,7 @@ TEST_F(OssEmulatorTest, GeneratedKeysAreStoredExactlyAsGivenByPutAndByMultipart)
         sawLongest |= key.size() == kMaxKeyBytes;
         sawDots |= key.find("/../") != std::string::npos || key.find("/./") != std::string::npos;
         sawEmpty |= key.find("//") != std::string::npos;
-        auto bytes = bytesFor(1 + n * 37, n);
+        auto bytes = randomBytes(1 + n * 37, n);
         auto put = std::make_shared<OSSPutObjectRequest>();
         put->bucketName = bucket();
         put->objectKey = key;

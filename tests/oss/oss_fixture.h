@@ -22,6 +22,14 @@ using std::chrono::milliseconds;
 
 constexpr auto kWait = std::chrono::seconds(60);  // generous: a loaded machine is slow, never stuck
 
+// Pseudo-random bytes, the same for the same seed.
+inline std::string randomBytes(std::size_t size, unsigned seed) {
+    std::mt19937 rng(seed);
+    std::string bytes(size, '\0');
+    for (auto& c : bytes) c = static_cast<char>(rng());
+    return bytes;
+}
+
 class OssEmulatorTest : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_TRUE(cloud.start()); }
@@ -41,9 +49,7 @@ protected:
 
     // A file of pseudo-random bytes; returns its path and fills `bytes`.
     std::string makeFile(const std::string& name, std::size_t size, std::string* bytes = nullptr, int seed = 1) {
-        std::mt19937 rng(seed);
-        std::string data(size, '\0');
-        for (auto& c : data) c = static_cast<char>(rng());
+        const auto data = randomBytes(size, static_cast<unsigned>(seed));
         auto path = dir.path() + "/" + name;
         std::ofstream(path, std::ios::binary) << data;
         if (bytes) *bytes = data;

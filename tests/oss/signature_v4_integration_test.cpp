@@ -75,9 +75,7 @@ TEST_F(V4Cloud, EveryOperationOfAResumableUploadIsSignedV4AndAccepted) {
     auto c = client(inRegion("cn-hangzhou"), stsProvider(sts));
     ASSERT_EQ(c->signatureVersion(), OSSSignatureVersion::V4);
 
-    std::mt19937 rng(7);
-    std::string bytes(600 * 1024 + 13, '\0');
-    for (auto& b : bytes) b = static_cast<char>(rng());
+    const auto bytes = randomBytes(600 * 1024 + 13, 7);
     auto path = dir.path() + "/clip.mp4";
     std::ofstream(path, std::ios::binary) << bytes;
     for (const auto& key : kAwkwardKeys) {
