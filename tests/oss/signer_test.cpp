@@ -127,6 +127,7 @@ TEST(OSSEndpoint, SchemesHostsAndAddressing) {
     const std::pair<const char*, const char*> named[] = {
         {"http://user:pw@oss.example.com", "credentials"}, {"http://[::1", "closing ']'"},
         {"http://[::1]x", "after its IPv6"},                {"http://host:", "empty port"},
+        {"http://[::1]:", "empty port"},                    {"http://[::1]:99999", "0 to 65535"},
         {"http://host:70000", "0 to 65535"},                {"http://host:8o", "0 to 65535"},
         {"http://:9000", "no host"},                        {"http://ho st", "characters"}};
     for (const auto& [endpoint, words] : named) {
