@@ -155,6 +155,19 @@ TEST_F(ObjectCalls, DeletesReportWhatWentAndPresignedUrlsAreSignedForOneRequest)
     v1.signatureVersion = OSSSignatureVersion::V1;
     presign.expires = std::chrono::minutes(1);
     EXPECT_FALSE(makeClient(v1)->presignObjectURL(presign, &error));
+
+    // Credentials that arrive without their secret: no URL, and an error that says why.
+    auto noSecret = std::make_shared<OSSFederationCredentialProvider>([] {
+        auto token = std::make_shared<OSSFederationToken>();
+        token->tAccessKey = "STS.id";
+        token->tToken = "token";
+        return token;
+    });
+    OSSClientConfiguration v4;
+    v4.region = cloud.options().region;
+    error = Error();
+    EXPECT_FALSE(makeClient(v4, noSecret)->presignObjectURL(presign, &error));
+    EXPECT_EQ(error.code, OSSClientErrorCodeSignFailed) << error.toString();
 }
 
 }  // namespace
