@@ -200,10 +200,11 @@ void UploadProgressView::drawBarLocked() {
     std::vector<const std::pair<const std::string, FileState>*> active;
     for (const auto& entry : files_)
         if (entry.second.active) active.push_back(&entry);
-    // The longest silence of the files shown.
+    // The longest silence of the files the line stands for: the one shown, or any of the run's.
     std::optional<int> silentFor;
     for (const auto& [name, silence] : silent_)
-        if (!silentFor || silence.seconds > *silentFor) silentFor = silence.seconds;
+        if ((active.size() != 1 || name == active.front()->first) && (!silentFor || silence.seconds > *silentFor))
+            silentFor = silence.seconds;
     std::string line;
     if (active.size() == 1) {
         const auto& [name, file] = *active.front();
