@@ -18,10 +18,10 @@ protected:
         config.vodBaseUrl = cloud.endpoint() + "/";
         config.logServiceEndpoint = cloud.endpoint();
         config.signatureVersion = VODSignatureVersion::Acs3HmacSha256;
-        client = VODUploadEngine::create(config);
-        client->eventManager()->setTransport(events);
+        client = VODUploadClient::create(config);
+        engineOf(*client).eventManager()->setTransport(events);
         client->setRecordDirectoryPath(dir.file("records"));
-        client->setRetryWait(20ms);
+        engineOf(*client).setRetryWait(20ms);
         clip = makeFile("clip.mp4", "");
         ASSERT_TRUE(writeClip(clip, ClipSpec{.bitRate = 2000000}));
         info = std::make_shared<VodInfo>();

@@ -142,10 +142,10 @@ protected:
         ASSERT_TRUE(cloud.start());
         pointServicesAt(cloud);
         sts = cloud.issueSts();
-        client = VODUploadEngine::create();
-        client->eventManager()->setTransport(events);
+        client = VODUploadClient::create();
+        engineOf(*client).eventManager()->setTransport(events);
         client->setRecordDirectoryPath(dir.file("records"));
-        client->setRetryWait(20ms);
+        engineOf(*client).setRetryWait(20ms);
     }
 
     void TearDown() override {
@@ -154,7 +154,7 @@ protected:
         restoreServices();
     }
 
-    bool initSts(const std::shared_ptr<VODUploadEngine>& c) {
+    bool initSts(const std::shared_ptr<VODUploadClient>& c) {
         return c->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, listener.make());
     }
 
@@ -215,7 +215,7 @@ protected:
     emulator::CloudEmulator cloud;
     emulator::StsCredentials sts;
     RecordingListener listener;
-    std::shared_ptr<VODUploadEngine> client;
+    std::shared_ptr<VODUploadClient> client;
 };
 
 }  // namespace test

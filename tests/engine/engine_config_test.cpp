@@ -17,7 +17,7 @@ struct Tenant {
     std::string name;
     emulator::CloudEmulator cloud;
     RecordingListener listener;
-    std::shared_ptr<VODUploadEngine> client;
+    std::shared_ptr<VODUploadClient> client;
     std::string clip;
 
     VODServiceConfig config() const {
@@ -39,9 +39,9 @@ protected:
             ASSERT_TRUE(t->cloud.start());
             t->clip = dir.file(t->name + "-clip.mp4");
             ASSERT_TRUE(writeClip(t->clip, ClipSpec{.frames = frames++, .bitRate = 2000000}));
-            t->client = VODUploadEngine::create(t->config());
+            t->client = VODUploadClient::create(t->config());
             t->client->setRecordDirectoryPath(dir.file(t->name + "-records"));
-            t->client->setRetryWait(20ms);
+            engineOf(*t->client).setRetryWait(20ms);
             t->client->setLogStore("store-" + t->name);
             auto sts = t->cloud.issueSts();
             ASSERT_TRUE(t->client->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration,
@@ -100,14 +100,14 @@ TEST_F(TwoClients, EachTalksOnlyToTheServicesItWasCreatedWith) {
 }
 
 TEST_F(TwoClients, ClientWithoutAConfigurationTakesTheProcessSettingsOfItsCreation) {
-    auto later = VODUploadEngine::create();
+    auto later = VODUploadClient::create();
     EXPECT_EQ(later->serviceConfig().urlForRegion("cn-shanghai"), decoy.endpoint() + "/");
-    EXPECT_EQ(later->eventManager()->endpoint(), decoy.endpoint());
+    EXPECT_EQ(engineOf(*later).eventManager()->endpoint(), decoy.endpoint());
     restoreServices();
     // Settings changed after creation do not reach an existing client.
     EXPECT_EQ(later->serviceConfig().urlForRegion("cn-shanghai"), decoy.endpoint() + "/");
-    EXPECT_EQ(later->eventManager()->endpoint(), decoy.endpoint());
-    EXPECT_EQ(VODUploadEngine::create()->serviceConfig().urlForRegion("cn-beijing"),
+    EXPECT_EQ(engineOf(*later).eventManager()->endpoint(), decoy.endpoint());
+    EXPECT_EQ(VODUploadClient::create()->serviceConfig().urlForRegion("cn-beijing"),
               "https://vod.cn-beijing.aliyuncs.com/");
 }
 

@@ -76,7 +76,7 @@ TEST_F(CreateUpload, SecondRunAfterAnInterruptionRefreshesAndKeepsTheObject) {
     client.reset();  // the process goes away
 
     RecordingListener again;
-    auto next = VODUploadEngine::create();
+    auto next = VODUploadClient::create();
     next->setRecordDirectoryPath(dir.file("records"));
     auto fresh = cloud.issueSts();
     ASSERT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration,
@@ -166,11 +166,11 @@ TEST_F(CreateUpload, ServiceErrorFailsTheFileWithTheServiceCode) {
 }
 
 TEST_F(CreateUpload, UserDataKeepsOnlyAJsonObjectBesideTheMediaFacts) {
-    auto withObject = foundation::parseJson(client->userDataWithVideoPath(clip, R"({"k":"v"})").value_or(""));
+    auto withObject = foundation::parseJson(engineOf(*client).userDataWithVideoPath(clip, R"({"k":"v"})").value_or(""));
     ASSERT_TRUE(withObject);
     EXPECT_EQ(withObject->value("k", ""), "v");
     EXPECT_EQ(withObject->size(), 6u);
-    auto notJson = foundation::parseJson(client->userDataWithVideoPath(clip, "not json").value_or(""));
+    auto notJson = foundation::parseJson(engineOf(*client).userDataWithVideoPath(clip, "not json").value_or(""));
     ASSERT_TRUE(notJson);
     EXPECT_EQ(notJson->size(), 5u);
     for (const char* key : {"Duration", "Bitrate", "Fps", "Width", "Height"}) EXPECT_TRUE(notJson->contains(key));

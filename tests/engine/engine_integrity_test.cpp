@@ -234,12 +234,12 @@ protected:
 
     // A second process: a new client on the same record directory. `restarts` counts its restarted
     // calls, `resumed` (when given) gets the bytes of each resumed call.
-    std::shared_ptr<VODUploadEngine> secondRun(RecordingListener& again, std::shared_ptr<std::atomic<int>> restarts,
+    std::shared_ptr<VODUploadClient> secondRun(RecordingListener& again, std::shared_ptr<std::atomic<int>> restarts,
                                                std::shared_ptr<std::vector<std::uint64_t>> resumed = nullptr,
                                                emulator::CloudEmulator* service = nullptr) {
-        auto next = VODUploadEngine::create();
+        auto next = VODUploadClient::create();
         next->setRecordDirectoryPath(dir.file("records"));
-        next->setRetryWait(20ms);
+        engineOf(*next).setRetryWait(20ms);
         auto l = again.make();
         l->restarted = [restarts](const auto&, const std::string&) { ++*restarts; };
         // Called on the engine's queue only, one call at a time.
@@ -425,10 +425,10 @@ TEST_F(RecordedUpload, UploadsOfDroppedRecordsAndOfGoneFilesAreAborted) {
 
     // A second file is interrupted too, then deleted.
     auto goneFile = makeFile("deleted.bin", randomBytes(2 * kMiB, 26));
-    client = VODUploadEngine::create();
-    client->eventManager()->setTransport(events);
+    client = VODUploadClient::create();
+    engineOf(*client).eventManager()->setTransport(events);
     client->setRecordDirectoryPath(dir.file("records"));
-    client->setRetryWait(20ms);
+    engineOf(*client).setRetryWait(20ms);
     const auto gone = interruptedRun(goneFile, "in/deleted.bin");
     ASSERT_FALSE(gone.empty());
     ASSERT_TRUE(std::filesystem::remove(goneFile));

@@ -38,9 +38,9 @@ TEST_F(BadNetwork, SilentVideoServiceFailsTheFile) {
     config.vodBaseUrl = silent.endpoint() + "/";
     config.idleTimeoutSeconds = 1;
     client->stop();
-    client = VODUploadEngine::create(config);
+    client = VODUploadClient::create(config);
     client->setRecordDirectoryPath(dir.file("records"));
-    client->setRetryWait(20ms);
+    engineOf(*client).setRetryWait(20ms);
     ASSERT_TRUE(initSts(client));
     client->setTimeoutIntervalForRequest(1);
     client->setMaxRetryCount(1);

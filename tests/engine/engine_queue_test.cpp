@@ -28,7 +28,7 @@ TEST(FileQueue, AFileOfNoMediaTypeFailsAndHaltsTheQueue) {
     writeFile(dir.file("notes.txt"), "text");
     writeFile(dir.file("clip.mp4"), "not yet registered");
     RecordingListener listener;
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     client->init(listener.make());
     EngineLog log;
     ASSERT_TRUE(client->addFile(dir.file("notes.txt"), nullptr));
@@ -50,7 +50,7 @@ TEST(FileQueue, AFileOfNoMediaTypeFailsAndHaltsTheQueue) {
 
 TEST(FileQueue, EmptyQueueFinishesAtOnceWithoutListenerCalls) {
     RecordingListener listener;
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     client->init(listener.make());
     EXPECT_TRUE(client->start());
     EXPECT_EQ(client->state(), VODClientState::Finished);
@@ -60,7 +60,7 @@ TEST(FileQueue, EmptyQueueFinishesAtOnceWithoutListenerCalls) {
 TEST(FileQueue, RefusedCallsChangeNothingButStillLog) {
     TempDir dir;
     writeFile(dir.file("a.mp4"), "a");
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     EngineLog log;
     EXPECT_FALSE(client->addFile("", nullptr));
     EXPECT_FALSE(client->addFile(dir.file("a.mp4"), "http://127.0.0.1:1", "", "key"));
@@ -96,7 +96,7 @@ TEST(FileQueue, ResumeFileRestartsOnlyAFinishedQueue) {
     writeFile(dir.file("a.txt"), "a");
     writeFile(dir.file("b.txt"), "b");
     RecordingListener listener;
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     client->init(listener.make());
     client->addFile(dir.file("a.txt"), nullptr);
     ASSERT_TRUE(client->cancelFile(0));
@@ -119,24 +119,24 @@ TEST(FileQueue, ResumeFileRestartsOnlyAFinishedQueue) {
 }
 
 TEST(FileQueue, ShouldRetryClassifiesObjectStorageErrors) {
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     const Error network(oss::kOSSClientErrorDomain, 6, "network");
     const Error cancelled(oss::kOSSClientErrorDomain, 5, "cancelled");
-    EXPECT_EQ(client->shouldRetry(serverError(403, "SecurityTokenExpired")), 2);
-    EXPECT_EQ(client->shouldRetry(serverError(403, "InvalidAccessKeyId")), 2);
-    EXPECT_EQ(client->shouldRetry(serverError(403, "SignatureDoesNotMatch")), 0);
-    EXPECT_EQ(client->shouldRetry(network), 1);
-    EXPECT_EQ(client->shouldRetry(serverError(500, "InternalError")), 0);  // -500 is not retried
-    EXPECT_EQ(client->shouldRetry(serverError(502, "BadGateway")), 1);
-    EXPECT_EQ(client->shouldRetry(serverError(404, "NoSuchUpload")), 0);
-    EXPECT_EQ(client->shouldRetry(Error(oss::kOSSClientErrorDomain, 3, "invalid")), 0);
-    EXPECT_EQ(client->shouldRetry(cancelled), 3);  // Idle: cancelled by something else
+    EXPECT_EQ(engineOf(*client).shouldRetry(serverError(403, "SecurityTokenExpired")), 2);
+    EXPECT_EQ(engineOf(*client).shouldRetry(serverError(403, "InvalidAccessKeyId")), 2);
+    EXPECT_EQ(engineOf(*client).shouldRetry(serverError(403, "SignatureDoesNotMatch")), 0);
+    EXPECT_EQ(engineOf(*client).shouldRetry(network), 1);
+    EXPECT_EQ(engineOf(*client).shouldRetry(serverError(500, "InternalError")), 0);  // -500 is not retried
+    EXPECT_EQ(engineOf(*client).shouldRetry(serverError(502, "BadGateway")), 1);
+    EXPECT_EQ(engineOf(*client).shouldRetry(serverError(404, "NoSuchUpload")), 0);
+    EXPECT_EQ(engineOf(*client).shouldRetry(Error(oss::kOSSClientErrorDomain, 3, "invalid")), 0);
+    EXPECT_EQ(engineOf(*client).shouldRetry(cancelled), 3);  // Idle: cancelled by something else
     VODUploadClientTestAccess::setState(*client, VODClientState::Paused);
-    EXPECT_EQ(client->shouldRetry(cancelled), 4);
+    EXPECT_EQ(engineOf(*client).shouldRetry(cancelled), 4);
     VODUploadClientTestAccess::setState(*client, VODClientState::Stopped);
-    EXPECT_EQ(client->shouldRetry(cancelled), 4);
+    EXPECT_EQ(engineOf(*client).shouldRetry(cancelled), 4);
     VODUploadClientTestAccess::setState(*client, VODClientState::Started);
-    EXPECT_EQ(client->shouldRetry(cancelled), 3);
+    EXPECT_EQ(engineOf(*client).shouldRetry(cancelled), 3);
 }
 
 class RunningQueue : public EngineCloudTest {

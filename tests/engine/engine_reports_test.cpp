@@ -91,7 +91,7 @@ TEST_F(EngineReports, InitiationThatFailsOnceIsRetriedOnceAndSucceeds) {
 // no report (only the first call's report, sent before the host heard of it, may arrive).
 TEST_F(EngineReports, ReportingSwitchedOffMidFileStopsTheReportsAtTheNextProgressCall) {
     auto clip = makeFile("clip.mp4", randomBytes(kFileSize, 37));
-    auto switching = std::make_shared<VODUploadListener>(*client->listener());
+    auto switching = std::make_shared<VODUploadListener>(*engineOf(*client).listener());
     std::atomic<int> progressCalls{0};
     switching->progress = [this, &progressCalls, inner = switching->progress](const auto& file, long sent, long total) {
         if (progressCalls++ == 0) client->setReportEnabled(false);  // on the engine's queue: takes effect at once

@@ -26,10 +26,10 @@ TEST_F(CarelessHost, ZeroNegativeOrNaNTimeOutsMeanTheDefault) {
     for (double seconds : {0.0, -5.0, std::nan("")}) {
         client->setTimeoutIntervalForRequest(seconds);
         EXPECT_EQ(client->timeoutIntervalForRequest(), 30.0) << seconds;
-        EXPECT_EQ(client->conf().timeoutIntervalForRequest, 30.0) << seconds;
+        EXPECT_EQ(engineOf(*client).storageConfiguration().timeoutIntervalForRequest, 30.0) << seconds;
     }
     client->setTimeoutIntervalForRequest(7.5);
-    EXPECT_EQ(client->conf().timeoutIntervalForRequest, 7.5);
+    EXPECT_EQ(engineOf(*client).storageConfiguration().timeoutIntervalForRequest, 7.5);
 }
 
 TEST_F(CarelessHost, ClientLetGoMidUploadStopsWithoutCallingBack) {
@@ -39,7 +39,7 @@ TEST_F(CarelessHost, ClientLetGoMidUploadStopsWithoutCallingBack) {
                                 "up/dropped.bin"));
     ASSERT_TRUE(client->start());
     ASSERT_TRUE(listener.waitFor("progress"));
-    std::weak_ptr<VODUploadEngine> weak = client;
+    std::weak_ptr<VODUploadEngine> weak = VODUploadClientInternals::shared(*client);
     client.reset();  // the host's last reference
     EXPECT_TRUE(waitUntil([&] { return weak.expired(); }, 30s));
     const auto heard = listener.events().size();

@@ -10,6 +10,9 @@
 
 namespace quorvane {
 
+// The engine behind a client, for the steps and records a test looks at directly.
+inline VODUploadEngine& engineOf(const VODUploadClient& client) { return VODUploadClientInternals::engine(client); }
+
 // Reaches the client's private state so the tests can put it where a running queue would.
 struct VODUploadClientTestAccess {
     static void setState(VODUploadEngine& c, VODClientState s) {
@@ -20,6 +23,11 @@ struct VODUploadClientTestAccess {
     }
     static void setOpenApiConfig(VODUploadEngine& c, std::shared_ptr<OSSConfig> conf) {
         c.serially([&] { c.openApiConfig_ = std::move(conf); });
+    }
+    static void setState(VODUploadClient& c, VODClientState s) { setState(engineOf(c), s); }
+    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) { setCur(engineOf(c), std::move(f)); }
+    static void setOpenApiConfig(VODUploadClient& c, std::shared_ptr<OSSConfig> conf) {
+        setOpenApiConfig(engineOf(c), std::move(conf));
     }
 };
 

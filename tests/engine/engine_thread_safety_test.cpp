@@ -17,9 +17,9 @@ using namespace std::chrono_literals;
 namespace {
 
 // A client whose queue halted on a file of no media type: Started, with nothing left to move it on.
-std::shared_ptr<VODUploadEngine> haltedClient(const TempDir& dir) {
+std::shared_ptr<VODUploadClient> haltedClient(const TempDir& dir) {
     writeFile(dir.file("notes"), "text");
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     client->init(std::make_shared<VODUploadListener>());
     client->addFile(dir.file("notes"), nullptr);
     client->start();
@@ -28,12 +28,12 @@ std::shared_ptr<VODUploadEngine> haltedClient(const TempDir& dir) {
 
 // A client whose one file waits between retries (nothing listens at its endpoint): Started, and still
 // moving, for as long as the test lets it.
-std::shared_ptr<VODUploadEngine> retryingClient(const TempDir& dir) {
+std::shared_ptr<VODUploadClient> retryingClient(const TempDir& dir) {
     writeFile(dir.file("data.bin"), std::string(200 * 1024, 'x'));
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     client->setReportEnabled(false);
     client->init("LTAIretrying", "retrying-secret-0123", std::make_shared<VODUploadListener>());
-    client->setRetryWait(std::chrono::minutes(10));
+    engineOf(*client).setRetryWait(std::chrono::minutes(10));
     client->addFile(dir.file("data.bin"), "http://127.0.0.1:1", "bucket", "data.bin");
     client->start();
     return client;
@@ -42,7 +42,7 @@ std::shared_ptr<VODUploadEngine> retryingClient(const TempDir& dir) {
 }  // namespace
 
 TEST(EngineSettling, AnswersAtOnceOutsideStarted) {
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     client->init(std::make_shared<VODUploadListener>());
     EXPECT_TRUE(client->waitUntilSettled(0ms));  // Idle
 
@@ -88,7 +88,7 @@ TEST(EngineSettling, AWaiterWakesWhenAnotherThreadMovesTheState) {
 // Callers on several threads edit and read the queue at once; every edit lands exactly once (an
 // unguarded list loses entries, tears, or trips the sanitizers).
 TEST(EngineThreadSafety, CallersOnSeveralThreadsEditTheQueueWithoutLosingEntries) {
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     client->init(std::make_shared<VODUploadListener>());
     client->setReportEnabled(false);
     constexpr int kPerThread = 400;
@@ -119,7 +119,7 @@ TEST(EngineThreadSafety, CallersOnSeveralThreadsEditTheQueueWithoutLosingEntries
 TEST(EngineThreadSafety, ListenerCallbacksMayCallTheClientBack) {
     TempDir dir;
     writeFile(dir.file("notes"), "text");
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     auto listener = std::make_shared<VODUploadListener>();
     std::promise<std::pair<std::size_t, bool>> seen;
     listener->failure = [&](const std::shared_ptr<UploadFileInfo>& file, const std::string&, const std::string&) {
@@ -139,7 +139,7 @@ TEST(EngineThreadSafety, ListenerCallbacksMayCallTheClientBack) {
 TEST(EngineReadsFromOtherThreads, PartSizeAndAddressAreNeverTorn) {
     TempDir dir;
     writeFile(dir.file("clip.mp4"), "movie");
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     client->setUploadPartSize(2 * 1048576);
     EXPECT_EQ(client->partSizeFor(100 * 1048576LL), 2 * 1048576);
     EXPECT_EQ(client->partSizeFor(10LL << 30), (10LL << 30) / 4999);
@@ -155,7 +155,7 @@ TEST(EngineReadsFromOtherThreads, PartSizeAndAddressAreNeverTorn) {
     std::thread writer([&] {
         for (int i = 0; i < 400; ++i) {
             client->setUploadPartSize(i % 2 ? 1048576 : 3 * 1048576);
-            client->parseUploadAddress(address(i % 2), entry);
+            engineOf(*client).parseUploadAddress(address(i % 2), entry);
         }
         done = true;
     });
@@ -173,4 +173,41 @@ TEST(EngineReadsFromOtherThreads, PartSizeAndAddressAreNeverTorn) {
     }
     writer.join();
     EXPECT_EQ(entry->address().object, "object-1");
+}
+
+// The options are the host's, not the queue's: reading or changing one while a listener callback holds
+// the queue does not wait for it. A getter that went through the queue would sit out the callback's
+// two minutes and the callback would never see the release.
+TEST(EngineReadsFromOtherThreads, OptionsAnswerWhileAListenerHoldsTheQueue) {
+    TempDir dir;
+    writeFile(dir.file("notes"), "text");
+    auto client = VODUploadClient::create();
+    auto listener = std::make_shared<VODUploadListener>();
+    std::promise<void> entered, released;
+    auto release = released.get_future().share();
+    std::atomic<bool> sawRelease{false};
+    listener->failure = [&](const std::shared_ptr<UploadFileInfo>&, const std::string&, const std::string&) {
+        entered.set_value();
+        sawRelease = release.wait_for(std::chrono::minutes(2)) == std::future_status::ready;
+    };
+    client->init(listener);
+    client->addFile(dir.file("notes"), nullptr);  // of no media type: fails on the queue at once
+    // start waits for its step, the step for the callback: it returns once the callback does.
+    auto started = std::async(std::launch::async, [&] { return client->start(); });
+    entered.get_future().wait();
+
+    client->setUploadPartSize(3 * 1048576);
+    client->setTranscode(false);
+    VODUploadOptions options = client->options();
+    options.region = "cn-beijing";
+    options.timeoutIntervalForRequest = -1;  // no time-out is no choice: the default
+    client->setOptions(options);
+    EXPECT_EQ(client->uploadPartSize(), 3 * 1048576);
+    EXPECT_FALSE(client->transcode());
+    EXPECT_EQ(client->region(), "cn-beijing");
+    EXPECT_EQ(client->timeoutIntervalForRequest(), 30.0);
+    EXPECT_EQ(client->partSizeFor(0), 3 * 1048576);
+    released.set_value();
+    EXPECT_TRUE(started.get());
+    EXPECT_TRUE(sawRelease);
 }

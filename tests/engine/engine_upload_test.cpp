@@ -257,7 +257,7 @@ TEST_F(TlsMultipartUpload, ObjectStorageTrustsTheGivenCaFile) {
     EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());  // no request got through the handshake
 
     RecordingListener trusting;
-    auto second = VODUploadEngine::create();
+    auto second = VODUploadClient::create();
     second->setRecordDirectoryPath(dir.file("records-ca"));
     second->setCaFile(cloud.caFile());
     ASSERT_TRUE(second->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, trusting.make()));

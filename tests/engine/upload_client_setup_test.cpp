@@ -16,8 +16,8 @@ using namespace quorvane;
 
 namespace {
 
-std::shared_ptr<VODUploadEngine> pausedClient() {
-    auto client = VODUploadEngine::create();
+std::shared_ptr<VODUploadClient> pausedClient() {
+    auto client = VODUploadClient::create();
     VODUploadClientTestAccess::setState(*client, VODClientState::Paused);
     return client;
 }
@@ -36,12 +36,12 @@ TEST(VODUploadEngine, RecordDirectoryComesFromTheConfiguration) {
     test::TempDir dir;
     VODServiceConfig config;
     config.recordDirectory = dir.file("records");
-    EXPECT_EQ(VODUploadEngine::create(config)->recordDirectoryPath(), dir.file("records"));
+    EXPECT_EQ(VODUploadClient::create(config)->recordDirectoryPath(), dir.file("records"));
 
     const char* before = std::getenv("XDG_CACHE_HOME");
     const std::optional<std::string> saved = before ? std::optional<std::string>(before) : std::nullopt;
     ::setenv("XDG_CACHE_HOME", dir.file("xdg").c_str(), 1);
-    const auto fallback = VODUploadEngine::create(VODServiceConfig{})->recordDirectoryPath();
+    const auto fallback = VODUploadClient::create(VODServiceConfig{})->recordDirectoryPath();
     if (saved)
         ::setenv("XDG_CACHE_HOME", saved->c_str(), 1);
     else
@@ -51,61 +51,61 @@ TEST(VODUploadEngine, RecordDirectoryComesFromTheConfiguration) {
 }
 
 TEST(VODUploadEngine, NewClientHasDocumentedDefaults) {
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     EXPECT_EQ(client->state(), VODClientState::Idle);
     EXPECT_TRUE(client->listFiles().empty());
     EXPECT_EQ(client->uploadPartSize(), 1048576);
     EXPECT_EQ(client->region(), "cn-shanghai");
     EXPECT_EQ(client->timeoutIntervalForRequest(), 30.0);
-    EXPECT_EQ(client->conf().timeoutIntervalForRequest, 30.0);
-    EXPECT_EQ(client->conf().maxRetryCount, 2u);
+    EXPECT_EQ(engineOf(*client).storageConfiguration().timeoutIntervalForRequest, 30.0);
+    EXPECT_EQ(engineOf(*client).storageConfiguration().maxRetryCount, 2u);
     EXPECT_EQ(client->maxRetryCount(), 2147483647);
     EXPECT_TRUE(client->recordUploadProgress());
     EXPECT_TRUE(client->reportEnabled());
     EXPECT_TRUE(client->transcode());
     EXPECT_EQ(client->retryNotify(), 0);
     EXPECT_FALSE(client->recordDirectoryPath().empty());
-    EXPECT_TRUE(client->ossConfig());
-    EXPECT_FALSE(client->openApiConfig());
+    EXPECT_TRUE(engineOf(*client).ossConfig());
+    EXPECT_FALSE(engineOf(*client).openApiConfig());
 
     client->setTimeoutIntervalForRequest(12.5);
     client->setMaxRetryCount(3);
-    EXPECT_EQ(client->conf().timeoutIntervalForRequest, 12.5);
-    EXPECT_EQ(client->conf().maxRetryCount, 2u);  // the engine's own retries stay apart
+    EXPECT_EQ(engineOf(*client).storageConfiguration().timeoutIntervalForRequest, 12.5);
+    EXPECT_EQ(engineOf(*client).storageConfiguration().maxRetryCount, 2u);  // the engine's own retries stay apart
 
-    ASSERT_TRUE(client->eventManager());
-    EXPECT_EQ(client->eventManager()->logstore(), "upload");
+    ASSERT_TRUE(engineOf(*client).eventManager());
+    EXPECT_EQ(engineOf(*client).eventManager()->logstore(), "upload");
     // Two switches that reach other objects: the telemetry and the shared resume cache.
     client->setReportEnabled(false);
-    EXPECT_FALSE(client->eventManager()->enabled());
+    EXPECT_FALSE(engineOf(*client).eventManager()->enabled());
     client->setRecordUploadProgress(false);
     EXPECT_FALSE(VODObjectCache::sharedCache().enabled());
     client->setRecordUploadProgress(true);
 }
 
 TEST(VODUploadEngine, InitNeedsEveryCredentialText) {
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     auto listener = std::make_shared<VODUploadListener>();
     EXPECT_FALSE(client->init("id", "", listener));
-    EXPECT_FALSE(client->listener());
+    EXPECT_FALSE(engineOf(*client).listener());
     EXPECT_FALSE(client->setKeyId("id", "secret", "token", "", listener));
-    EXPECT_FALSE(client->ossConfig()->accessKeyId);
+    EXPECT_FALSE(engineOf(*client).ossConfig()->accessKeyId);
 
     ASSERT_TRUE(client->setKeyId("id", "secret", "token", "2030-01-01T00:00:00Z", listener));
-    EXPECT_EQ(client->listener(), listener);
-    EXPECT_EQ(client->ossConfig()->secretToken, "token");
+    EXPECT_EQ(engineOf(*client).listener(), listener);
+    EXPECT_EQ(engineOf(*client).ossConfig()->secretToken, "token");
     ASSERT_TRUE(client->init("id2", "secret2", listener));
-    EXPECT_EQ(client->ossConfig()->accessKeyId, "id2");
-    EXPECT_FALSE(client->ossConfig()->secretToken);  // a plain key pair drops the token and expiry
-    EXPECT_FALSE(client->ossConfig()->expireTime);
+    EXPECT_EQ(engineOf(*client).ossConfig()->accessKeyId, "id2");
+    EXPECT_FALSE(engineOf(*client).ossConfig()->secretToken);  // a plain key pair drops the token and expiry
+    EXPECT_FALSE(engineOf(*client).ossConfig()->expireTime);
 }
 
 TEST(VODUploadEngine, CredentialProviderFollowsTheRecordInUse) {
-    auto client = VODUploadEngine::create();
-    EXPECT_EQ(client->getCredentialProvider(), nullptr);  // no key pair yet
+    auto client = VODUploadClient::create();
+    EXPECT_EQ(engineOf(*client).getCredentialProvider(), nullptr);  // no key pair yet
 
     ASSERT_TRUE(client->init("plain-id", "plain-secret", nullptr));
-    auto plain = std::dynamic_pointer_cast<oss::OSSPlainTextAKSKPairCredentialProvider>(client->getCredentialProvider());
+    auto plain = std::dynamic_pointer_cast<oss::OSSPlainTextAKSKPairCredentialProvider>(engineOf(*client).getCredentialProvider());
     ASSERT_TRUE(plain);
     EXPECT_EQ(plain->accessKey(), "plain-id");
 
@@ -115,7 +115,7 @@ TEST(VODUploadEngine, CredentialProviderFollowsTheRecordInUse) {
     openApi->secretToken = "tok";
     openApi->expireTime = "2030-01-01T00:00:00Z";
     VODUploadClientTestAccess::setOpenApiConfig(*client, openApi);
-    auto federation = std::dynamic_pointer_cast<oss::OSSFederationCredentialProvider>(client->getCredentialProvider());
+    auto federation = std::dynamic_pointer_cast<oss::OSSFederationCredentialProvider>(engineOf(*client).getCredentialProvider());
     ASSERT_TRUE(federation);
     Error error;
     auto token = federation->getToken(&error);
@@ -135,9 +135,9 @@ TEST(VODUploadEngine, CredentialProviderFollowsTheRecordInUse) {
 // must see one whole set, never the id of one and the secret of another (ThreadSanitizer also
 // reports the unguarded access itself).
 TEST(VODUploadEngine, TokenFetchesSeeWholeCredentialSetsWhileTheyChange) {
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     ASSERT_TRUE(client->init("id-0", "secret-0", "token-0", "exp-0", nullptr));
-    auto provider = std::dynamic_pointer_cast<oss::OSSFederationCredentialProvider>(client->getCredentialProvider());
+    auto provider = std::dynamic_pointer_cast<oss::OSSFederationCredentialProvider>(engineOf(*client).getCredentialProvider());
     ASSERT_TRUE(provider);
     std::atomic<bool> done{false};
     std::thread renewer([&] {
@@ -168,19 +168,19 @@ TEST(VODUploadEngine, TokenFetchesSeeWholeCredentialSetsWhileTheyChange) {
 
 TEST(VODUploadEngine, ResumeWithTokenOnlyWhilePaused) {
     for (auto state : {VODClientState::Idle, VODClientState::Started, VODClientState::Stopped, VODClientState::Finished}) {
-        auto client = VODUploadEngine::create();
+        auto client = VODUploadClient::create();
         VODUploadClientTestAccess::setState(*client, state);
         EXPECT_FALSE(client->resumeWithToken("k", "s", "t", "e")) << static_cast<int>(state);
         EXPECT_FALSE(client->resumeWithAuth(authText("utc"))) << static_cast<int>(state);
         EXPECT_EQ(client->state(), state);
-        EXPECT_FALSE(client->ossConfig()->accessKeyId);
+        EXPECT_FALSE(engineOf(*client).ossConfig()->accessKeyId);
     }
     auto client = pausedClient();
     EXPECT_FALSE(client->resumeWithToken("k", "s", "", "e"));
     EXPECT_EQ(client->state(), VODClientState::Paused);
     ASSERT_TRUE(client->resumeWithToken("k", "s", "t", "e"));
     EXPECT_NE(client->state(), VODClientState::Paused);  // started again; the queue then moves on
-    EXPECT_EQ(client->ossConfig()->secretToken, "t");
+    EXPECT_EQ(engineOf(*client).ossConfig()->secretToken, "t");
 }
 
 TEST(VODUploadEngine, ResumeWithAuthTakesCredentialsButNotRegion) {
@@ -194,12 +194,12 @@ TEST(VODUploadEngine, ResumeWithAuthTakesCredentialsButNotRegion) {
     EXPECT_EQ(log.lines(), (std::vector<std::string>{line, line}));
 
     ASSERT_TRUE(client->resumeWithAuth(authText("")));
-    EXPECT_EQ(client->ossConfig()->expireTime, "exp");
+    EXPECT_EQ(engineOf(*client).ossConfig()->expireTime, "exp");
     EXPECT_EQ(client->region(), "cn-shanghai");
     EXPECT_TRUE(log.contains("[Debug]: resume upload with new token."));
 
     auto other = pausedClient();
     ASSERT_TRUE(other->resumeWithAuth(authText("2031-01-01T00:00:00Z")));
-    EXPECT_EQ(other->ossConfig()->expireTime, "2031-01-01T00:00:00Z");
+    EXPECT_EQ(engineOf(*other).ossConfig()->expireTime, "2031-01-01T00:00:00Z");
     oss::OSSLog::disableLog();
 }

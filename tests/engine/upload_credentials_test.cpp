@@ -28,7 +28,7 @@ struct UploadAuthClient : ::testing::Test {
     UploadAuthClient() { oss::OSSLog::enableLog(); }
     ~UploadAuthClient() override { oss::OSSLog::disableLog(); }
     foundation::LogCapture log;
-    std::shared_ptr<VODUploadEngine> client = VODUploadEngine::create();
+    std::shared_ptr<VODUploadClient> client = VODUploadClient::create();
 };
 
 }  // namespace
@@ -70,12 +70,12 @@ TEST_F(UploadAuthClient, ParseUploadAuthStoresCredentialsAndNonEmptyRegion) {
     OSSConfig config;
     config.secretToken = "old";
     Value partial = {{"AccessKeyId", "id"}, {"AccessKeySecret", "s"}, {"Region", ""}};
-    EXPECT_TRUE(client->parseUploadAuth(encoded(partial), config));
+    EXPECT_TRUE(engineOf(*client).parseUploadAuth(encoded(partial), config));
     EXPECT_EQ(config.accessKeyId, "id");
     EXPECT_EQ(config.secretToken, std::nullopt);  // an absent key clears the old value
     EXPECT_EQ(client->region(), "cn-shanghai");
 
-    EXPECT_TRUE(client->parseUploadAuth(encoded(kAuth), config));
+    EXPECT_TRUE(engineOf(*client).parseUploadAuth(encoded(kAuth), config));
     EXPECT_EQ(config.expireTime, "2030-01-01T00:00:00Z");
     EXPECT_EQ(client->region(), "cn-beijing");
     for (const auto& line : log.lines()) EXPECT_EQ(line.find("sts-secret"), std::string::npos) << line;
@@ -83,16 +83,16 @@ TEST_F(UploadAuthClient, ParseUploadAuthStoresCredentialsAndNonEmptyRegion) {
 
 TEST_F(UploadAuthClient, MalformedAuthAndAddressAreRefusedWithTheirLogLines) {
     OSSConfig config;
-    EXPECT_FALSE(client->parseUploadAuth("***", config));
-    EXPECT_FALSE(client->parseUploadAuth(base64Encode("{oops"), config));
+    EXPECT_FALSE(engineOf(*client).parseUploadAuth("***", config));
+    EXPECT_FALSE(engineOf(*client).parseUploadAuth(base64Encode("{oops"), config));
     auto file = std::make_shared<UploadFileInfo>();
-    EXPECT_FALSE(client->parseUploadAddress(base64Encode("\"just text\""), file));
+    EXPECT_FALSE(engineOf(*client).parseUploadAddress(base64Encode("\"just text\""), file));
     EXPECT_EQ(log.lines(), (std::vector<std::string>{debugLine("upload auth format is error"),
                                                      debugLine("upload auth format is error."),
                                                      debugLine("upload address format is error.")}));
     EXPECT_FALSE(config.accessKeyId);
     EXPECT_FALSE(file->endpoint);
-    EXPECT_FALSE(client->curUploadAddress());
+    EXPECT_FALSE(engineOf(*client).curUploadAddress());
 }
 
 TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
@@ -109,11 +109,11 @@ TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
     EXPECT_FALSE(file->bucket);
 
     ASSERT_TRUE(client->setUploadAuthAndAddress(file, encoded(kAuth), address));
-    EXPECT_EQ(client->ossConfig()->accessKeyId, "STS.id");
+    EXPECT_EQ(engineOf(*client).ossConfig()->accessKeyId, "STS.id");
     EXPECT_EQ(file->endpoint, "oss-cn-beijing.aliyuncs.com");
     EXPECT_EQ(file->bucket, "b");
     EXPECT_EQ(file->object, "sv/1.mp4");
-    EXPECT_EQ(client->curUploadAddress(), address);
+    EXPECT_EQ(engineOf(*client).curUploadAddress(), address);
     EXPECT_EQ(VODObjectCache::sharedCache().getObjectWithPath(file->filePath)->object, "sv/1.mp4");
     VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
 }
@@ -124,12 +124,12 @@ TEST(UploadAddress, GoesIntoTheResumeCacheTheHostGave) {
     VODServiceConfig config;
     config.resumeCache =
         std::make_shared<VODObjectCache>(std::make_shared<foundation::UserDefaults>(dir.file("defaults.json")));
-    auto client = VODUploadEngine::create(config);
+    auto client = VODUploadClient::create(config);
     auto file = std::make_shared<UploadFileInfo>();
     file->filePath = dir.file("own.mp4");
     test::writeFile(file->filePath, "0123");
     VODUploadClientTestAccess::setCur(*client, file);
-    ASSERT_TRUE(client->parseUploadAddress(encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/own.mp4"}}),
+    ASSERT_TRUE(engineOf(*client).parseUploadAddress(encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/own.mp4"}}),
                                            file));
     ASSERT_EQ(config.resumeCache->objects().size(), 1u);
     EXPECT_EQ(config.resumeCache->objects()[0]->object, "sv/own.mp4");
@@ -142,7 +142,7 @@ TEST(UploadAddress, GoesIntoTheResumeCacheTheHostGave) {
 
 TEST(UploadAddress, CachedObjectWinsOnlyWithAVideoId) {
     test::TempDir dir;
-    auto client = VODUploadEngine::create();
+    auto client = VODUploadClient::create();
     auto file = std::make_shared<UploadFileInfo>();
     file->filePath = dir.file("again.mp4");
     test::writeFile(file->filePath, "0123456789");
@@ -153,13 +153,13 @@ TEST(UploadAddress, CachedObjectWinsOnlyWithAVideoId) {
     cache.saveObject(entry, file->filePath);
 
     std::string address = encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/new.mp4"}});
-    ASSERT_TRUE(client->parseUploadAddress(address, file));
+    ASSERT_TRUE(engineOf(*client).parseUploadAddress(address, file));
     EXPECT_EQ(file->object, "sv/new.mp4");  // no video id yet: the service's name is taken
 
     entry->object = "sv/earlier.mp4";
     entry->videoId = "vid-9";
     cache.saveObject(entry, file->filePath);
-    ASSERT_TRUE(client->parseUploadAddress(address, file));
+    ASSERT_TRUE(engineOf(*client).parseUploadAddress(address, file));
     EXPECT_EQ(file->object, "sv/earlier.mp4");
     cache.clearObjectWithPath(file->filePath);
 }

@@ -35,20 +35,19 @@ TEST(UploadRetryPolicy, CountsUpToTheBoundThenGivesUpUntilCleared) {
     RecordingScheduler clock;
     VODUploadRetryPolicy policy(clock.scheduler());
     EXPECT_EQ(policy.wait(), 2000ms);
-    EXPECT_EQ(policy.maxCount(), 2147483647);
-    policy.setMaxCount(2);
     policy.setWait(-5ms);
     EXPECT_EQ(policy.wait(), 0ms);
     policy.setWait(250ms);
 
     EXPECT_FALSE(policy.retrying());
-    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::Retry);
-    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::Retry);
+    EXPECT_EQ(policy.decide(2), VODUploadRetryPolicy::Decision::Retry);
+    EXPECT_EQ(policy.decide(2), VODUploadRetryPolicy::Decision::Retry);
     EXPECT_EQ(policy.count(), 2);
-    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::GiveUp);
+    EXPECT_EQ(policy.decide(2), VODUploadRetryPolicy::Decision::GiveUp);
     EXPECT_EQ(policy.count(), 2);  // the caller clears it once the file failed
+    EXPECT_EQ(policy.decide(3), VODUploadRetryPolicy::Decision::Retry);  // a bound raised meanwhile counts
     policy.reset();
-    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::Retry);
+    EXPECT_EQ(policy.decide(2), VODUploadRetryPolicy::Decision::Retry);
 
     int ran = 0;
     policy.schedule([&] { ++ran; });
@@ -62,14 +61,11 @@ TEST(UploadRetryPolicy, CountsUpToTheBoundThenGivesUpUntilCleared) {
 TEST(UploadRetryPolicy, BoundsCompareAsUnsigned) {
     RecordingScheduler clock;
     VODUploadRetryPolicy policy(clock.scheduler());
-    policy.setMaxCount(-1);
-    for (int i = 0; i < 1000; ++i) ASSERT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::Retry);
-    policy.setMaxCount(0);
+    for (int i = 0; i < 1000; ++i) ASSERT_EQ(policy.decide(-1), VODUploadRetryPolicy::Decision::Retry);
     policy.reset();
-    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::GiveUp);
-    policy.setMaxCount(5);
+    EXPECT_EQ(policy.decide(0), VODUploadRetryPolicy::Decision::GiveUp);
     policy.setCount(-3);  // set by a caller: far above any bound once unsigned
-    EXPECT_EQ(policy.decide(), VODUploadRetryPolicy::Decision::GiveUp);
+    EXPECT_EQ(policy.decide(5), VODUploadRetryPolicy::Decision::GiveUp);
 }
 
 TEST(UploadErrorClasses, FollowTheCodeAndTheClientState) {

@@ -16,7 +16,7 @@ namespace quorvane {
 // Engine internals the upload tests steer: parts one at a time make fault scripts and pauses deterministic.
 struct VODUploadEngineTestAccess {
     static void setMaxConcurrentParts(VODUploadEngine& c, int n) {
-        c.serially([&] { c.conf_.maxConcurrentParts = n; });
+        c.updateOptions([&](VODUploadOptions& o) { o.maxConcurrentParts = n; });
     }
     static std::string uploadId(const VODUploadEngine& c) {
         return c.serially([&] { return c.attempt_.uploadId.value_or(""); });

@@ -61,37 +61,72 @@ bool VODUploadClient::waitUntilSettled(std::chrono::milliseconds timeout) const 
     return engine_->waitUntilSettled(timeout);
 }
 VODClientState VODUploadClient::state() const { return engine_->state(); }
-std::int32_t VODUploadClient::maxRetryCount() const { return engine_->maxRetryCount(); }
-void VODUploadClient::setMaxRetryCount(std::int32_t v) { engine_->setMaxRetryCount(v); }
-double VODUploadClient::timeoutIntervalForRequest() const { return engine_->timeoutIntervalForRequest(); }
-void VODUploadClient::setTimeoutIntervalForRequest(double seconds) { engine_->setTimeoutIntervalForRequest(seconds); }
-void VODUploadClient::setCaFile(std::string path) { engine_->setCaFile(std::move(path)); }
-std::string VODUploadClient::recordDirectoryPath() const { return engine_->recordDirectoryPath(); }
-void VODUploadClient::setRecordDirectoryPath(std::string path) { engine_->setRecordDirectoryPath(std::move(path)); }
-bool VODUploadClient::recordUploadProgress() const { return engine_->recordUploadProgress(); }
-void VODUploadClient::setRecordUploadProgress(bool on) { engine_->setRecordUploadProgress(on); }
-std::int32_t VODUploadClient::uploadPartSize() const { return engine_->uploadPartSize(); }
-void VODUploadClient::setUploadPartSize(std::int32_t bytes) { engine_->setUploadPartSize(bytes); }
-bool VODUploadClient::singleRequestUpload() const { return engine_->singleRequestUpload(); }
-void VODUploadClient::setSingleRequestUpload(bool on) { engine_->setSingleRequestUpload(on); }
-std::int64_t VODUploadClient::partSizeFor(std::int64_t fileSize) const { return engine_->partSizeFor(fileSize); }
-std::string VODUploadClient::region() const { return engine_->region(); }
-void VODUploadClient::setRegion(std::string region) { engine_->setRegion(std::move(region)); }
-void VODUploadClient::setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion) {
-    engine_->setStorageSignature(version, std::move(storageRegion));
+VODUploadOptions VODUploadClient::options() const { return engine_->options(); }
+void VODUploadClient::setOptions(VODUploadOptions options) {
+    options.timeoutIntervalForRequest = VODUploadOptions::requestTimeoutOrDefault(options.timeoutIntervalForRequest);
+    engine_->updateOptions([&](VODUploadOptions& o) { o = std::move(options); });
 }
-std::optional<std::string> VODUploadClient::appId() const { return engine_->appId(); }
-void VODUploadClient::setAppId(std::optional<std::string> v) { engine_->setAppId(std::move(v)); }
-std::optional<std::string> VODUploadClient::workflowId() const { return engine_->workflowId(); }
-void VODUploadClient::setWorkflowId(std::optional<std::string> v) { engine_->setWorkflowId(std::move(v)); }
-bool VODUploadClient::reportEnabled() const { return engine_->reportEnabled(); }
-void VODUploadClient::setReportEnabled(bool on) { engine_->setReportEnabled(on); }
-bool VODUploadClient::transcode() const { return engine_->transcode(); }
-void VODUploadClient::setTranscode(bool on) { engine_->setTranscode(on); }
+
+namespace {
+// One field of the options: read without waiting, and changed under the options' lock.
+template <class T>
+void setOption(VODUploadEngine& engine, T VODUploadOptions::*field, T value) {
+    engine.updateOptions([&](VODUploadOptions& o) { o.*field = std::move(value); });
+}
+}  // namespace
+
+std::int32_t VODUploadClient::maxRetryCount() const { return engine_->option(&VODUploadOptions::maxRetryCount); }
+void VODUploadClient::setMaxRetryCount(std::int32_t v) { setOption(*engine_, &VODUploadOptions::maxRetryCount, v); }
+double VODUploadClient::timeoutIntervalForRequest() const {
+    return engine_->option(&VODUploadOptions::timeoutIntervalForRequest);
+}
+void VODUploadClient::setTimeoutIntervalForRequest(double seconds) {
+    setOption(*engine_, &VODUploadOptions::timeoutIntervalForRequest, VODUploadOptions::requestTimeoutOrDefault(seconds));
+}
+void VODUploadClient::setCaFile(std::string path) { setOption(*engine_, &VODUploadOptions::caFile, std::move(path)); }
+std::string VODUploadClient::recordDirectoryPath() const {
+    return engine_->option(&VODUploadOptions::recordDirectoryPath);
+}
+void VODUploadClient::setRecordDirectoryPath(std::string path) {
+    setOption(*engine_, &VODUploadOptions::recordDirectoryPath, std::move(path));
+}
+bool VODUploadClient::recordUploadProgress() const { return engine_->option(&VODUploadOptions::recordUploadProgress); }
+void VODUploadClient::setRecordUploadProgress(bool on) {
+    setOption(*engine_, &VODUploadOptions::recordUploadProgress, on);
+}
+std::int32_t VODUploadClient::uploadPartSize() const { return engine_->option(&VODUploadOptions::uploadPartSize); }
+void VODUploadClient::setUploadPartSize(std::int32_t bytes) {
+    setOption(*engine_, &VODUploadOptions::uploadPartSize, bytes);
+}
+bool VODUploadClient::singleRequestUpload() const { return engine_->option(&VODUploadOptions::singleRequestUpload); }
+void VODUploadClient::setSingleRequestUpload(bool on) { setOption(*engine_, &VODUploadOptions::singleRequestUpload, on); }
+std::int64_t VODUploadClient::partSizeFor(std::int64_t fileSize) const { return engine_->partSizeFor(fileSize); }
+std::string VODUploadClient::region() const { return engine_->option(&VODUploadOptions::region); }
+void VODUploadClient::setRegion(std::string region) { setOption(*engine_, &VODUploadOptions::region, std::move(region)); }
+void VODUploadClient::setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion) {
+    engine_->updateOptions([&](VODUploadOptions& o) {
+        o.storageSignatureVersion = version;
+        o.storageRegion = std::move(storageRegion);
+    });
+}
+std::optional<std::string> VODUploadClient::appId() const { return engine_->option(&VODUploadOptions::appId); }
+void VODUploadClient::setAppId(std::optional<std::string> v) { setOption(*engine_, &VODUploadOptions::appId, std::move(v)); }
+std::optional<std::string> VODUploadClient::workflowId() const {
+    return engine_->option(&VODUploadOptions::workflowId);
+}
+void VODUploadClient::setWorkflowId(std::optional<std::string> v) {
+    setOption(*engine_, &VODUploadOptions::workflowId, std::move(v));
+}
+bool VODUploadClient::reportEnabled() const { return engine_->option(&VODUploadOptions::reportEnabled); }
+void VODUploadClient::setReportEnabled(bool on) { setOption(*engine_, &VODUploadOptions::reportEnabled, on); }
+bool VODUploadClient::transcode() const { return engine_->option(&VODUploadOptions::transcode); }
+void VODUploadClient::setTranscode(bool on) { setOption(*engine_, &VODUploadOptions::transcode, on); }
 std::int32_t VODUploadClient::retryNotify() const { return engine_->retryNotify(); }
 void VODUploadClient::setRetryNotify(std::int32_t v) { engine_->setRetryNotify(v); }
-std::optional<std::string> VODUploadClient::requestId() const { return engine_->requestId(); }
-void VODUploadClient::setRequestId(std::optional<std::string> v) { engine_->setRequestId(std::move(v)); }
+std::optional<std::string> VODUploadClient::requestId() const { return engine_->option(&VODUploadOptions::requestId); }
+void VODUploadClient::setRequestId(std::optional<std::string> v) {
+    setOption(*engine_, &VODUploadOptions::requestId, std::move(v));
+}
 void VODUploadClient::setLogStore(const std::string& logStore) { engine_->setLogStore(logStore); }
 void VODUploadClient::setVideoId(std::optional<std::string> videoId) { engine_->setVideoId(std::move(videoId)); }
 void VODUploadClient::setListener(std::shared_ptr<VODUploadListener> listener) {

@@ -15,6 +15,7 @@
 #include "VODUpload/src/VODServiceConfig.h"
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
+#include "VODUpload/src/VODUploadOptions.h"
 #include "VODUpload/src/VodInfo.h"
 
 namespace quorvane {
@@ -86,6 +87,10 @@ public:
 
     // --- Properties ---
     VODClientState state() const;
+    // All the options at once. The setters below each change one field of this value; none of these
+    // calls waits for an upload step.
+    VODUploadOptions options() const;
+    void setOptions(VODUploadOptions options);
     // Bounds the engine's own retries after network trouble; without it they go on without end.
     std::int32_t maxRetryCount() const;
     void setMaxRetryCount(std::int32_t v);

@@ -26,8 +26,6 @@ std::string accountCachesDirectory() {
     return foundation::temporaryDirectory();
 }
 
-constexpr double kDefaultRequestTimeout = 30.0;
-
 }  // namespace
 
 VODUploadEngine::VODUploadEngine() : VODUploadEngine(VODServiceConfig::current()) {}
@@ -37,13 +35,11 @@ VODUploadEngine::VODUploadEngine(VODServiceConfig config)
       queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.vodupload")),
       ossConfig_(std::make_shared<OSSConfig>()),
       eventManager_(AVCVEventManager::sharedManager()->newInstance("upload")),
-      recordDirectoryPath_(serviceConfig_.recordDirectory.empty() ? accountCachesDirectory()
-                                                                  : serviceConfig_.recordDirectory),
       retry_([queue = queue_](std::chrono::milliseconds wait, std::function<void()> f) {
           foundation::after(std::chrono::duration<double>(wait).count(), queue, std::move(f));
       }) {
-    conf_.timeoutIntervalForRequest = timeoutIntervalForRequest_;
-    conf_.httpClient = serviceConfig_.httpClient;
+    options_.recordDirectoryPath =
+        serviceConfig_.recordDirectory.empty() ? accountCachesDirectory() : serviceConfig_.recordDirectory;
     eventManager_->setEndpoint(serviceConfig_.logServiceEndpoint);
     if (serviceConfig_.httpClient) {
         // Events go through the client's own HTTP client too, on a sender of their own.
@@ -103,68 +99,35 @@ void VODUploadEngine::setRetryWait(std::chrono::milliseconds wait) {
     serially([&] { retry_.setWait(wait); });
 }
 
-std::int32_t VODUploadEngine::maxRetryCount() const { return serially([&] { return retry_.maxCount(); }); }
-void VODUploadEngine::setMaxRetryCount(std::int32_t v) { serially([&] { retry_.setMaxCount(v); }); }
-
-double VODUploadEngine::timeoutIntervalForRequest() const {
-    return serially([&] { return timeoutIntervalForRequest_; });
+VODUploadOptions VODUploadEngine::options() const {
+    std::lock_guard lock(optionsMutex_);
+    return options_;
 }
 
-void VODUploadEngine::setTimeoutIntervalForRequest(double seconds) {
-    if (!(seconds > 0) || !std::isfinite(seconds)) seconds = kDefaultRequestTimeout;
-    serially([&] {
-        timeoutIntervalForRequest_ = seconds;
-        conf_.timeoutIntervalForRequest = seconds;  // object-storage clients made from now on
-    });
+// The resume cache may be shared with other clients: only a change of this client's switch moves it.
+void VODUploadEngine::optionsChanged(const VODUploadOptions& before, const VODUploadOptions& now) {
+    if (now.recordUploadProgress != before.recordUploadProgress) resumeCache().setEnabled(now.recordUploadProgress);
+    if (eventManager_ && now.reportEnabled != before.reportEnabled) eventManager_->setEnabled(now.reportEnabled);
 }
 
-void VODUploadEngine::setCaFile(std::string path) { serially([&] { conf_.caFile = std::move(path); }); }
-
-std::string VODUploadEngine::recordDirectoryPath() const { return serially([&] { return recordDirectoryPath_; }); }
-void VODUploadEngine::setRecordDirectoryPath(std::string path) {
-    serially([&] { recordDirectoryPath_ = std::move(path); });
+oss::OSSClientConfiguration VODUploadEngine::storageConfiguration() const {
+    const auto o = options();
+    oss::OSSClientConfiguration conf;
+    conf.httpClient = serviceConfig_.httpClient;
+    conf.timeoutIntervalForRequest = o.timeoutIntervalForRequest;
+    conf.caFile = o.caFile;
+    conf.maxConcurrentParts = o.maxConcurrentParts;
+    conf.signatureVersion = o.storageSignatureVersion;
+    conf.region = o.storageRegion;
+    return conf;
 }
 
-bool VODUploadEngine::recordUploadProgress() const { return serially([&] { return recordUploadProgress_; }); }
-void VODUploadEngine::setRecordUploadProgress(bool on) {
-    serially([&] { recordUploadProgress_ = on; });
-    resumeCache().setEnabled(on);
+double VODUploadOptions::requestTimeoutOrDefault(double seconds) {
+    return seconds > 0 && std::isfinite(seconds) ? seconds : VODUploadOptions{}.timeoutIntervalForRequest;
 }
-
-std::int32_t VODUploadEngine::uploadPartSize() const { return serially([&] { return uploadPartSize_; }); }
-void VODUploadEngine::setUploadPartSize(std::int32_t bytes) { serially([&] { uploadPartSize_ = bytes; }); }
-bool VODUploadEngine::singleRequestUpload() const { return serially([&] { return singleRequestUpload_; }); }
-void VODUploadEngine::setSingleRequestUpload(bool on) { serially([&] { singleRequestUpload_ = on; }); }
-
-std::string VODUploadEngine::region() const { return serially([&] { return region_; }); }
-void VODUploadEngine::setRegion(std::string region) { serially([&] { region_ = std::move(region); }); }
-void VODUploadEngine::setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion) {
-    serially([&] {
-        conf_.signatureVersion = version;
-        conf_.region = std::move(storageRegion);
-    });
-}
-
-std::optional<std::string> VODUploadEngine::appId() const { return serially([&] { return appId_; }); }
-void VODUploadEngine::setAppId(std::optional<std::string> v) { serially([&] { appId_ = std::move(v); }); }
-
-std::optional<std::string> VODUploadEngine::workflowId() const { return serially([&] { return workflowId_; }); }
-void VODUploadEngine::setWorkflowId(std::optional<std::string> v) { serially([&] { workflowId_ = std::move(v); }); }
-
-bool VODUploadEngine::reportEnabled() const { return serially([&] { return reportEnabled_; }); }
-void VODUploadEngine::setReportEnabled(bool on) {
-    serially([&] { reportEnabled_ = on; });
-    if (eventManager_) eventManager_->setEnabled(on);
-}
-
-bool VODUploadEngine::transcode() const { return serially([&] { return transcode_; }); }
-void VODUploadEngine::setTranscode(bool on) { serially([&] { transcode_ = on; }); }
 
 std::int32_t VODUploadEngine::retryNotify() const { return serially([&] { return retry_.count(); }); }
 void VODUploadEngine::setRetryNotify(std::int32_t v) { serially([&] { retry_.setCount(v); }); }
-
-std::optional<std::string> VODUploadEngine::requestId() const { return serially([&] { return requestId_; }); }
-void VODUploadEngine::setRequestId(std::optional<std::string> v) { serially([&] { requestId_ = std::move(v); }); }
 
 void VODUploadEngine::setLogStore(const std::string& logStore) {
     if (eventManager_) eventManager_->setLogstore(logStore);
@@ -182,7 +145,6 @@ std::vector<std::shared_ptr<UploadFileInfo>> VODUploadEngine::listFiles() const 
     return serially([&] { return uploadList_; });
 }
 
-oss::OSSClientConfiguration VODUploadEngine::conf() const { return serially([&] { return conf_; }); }
 std::shared_ptr<OSSConfig> VODUploadEngine::ossConfig() const { return serially([&] { return ossConfig_; }); }
 std::shared_ptr<OSSConfig> VODUploadEngine::openApiConfig() const {
     return serially([&] { return openApiConfig_; });

@@ -38,6 +38,7 @@
 #include "VODUpload/src/VODUploadErrorClass.h"
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
+#include "VODUpload/src/VODUploadOptions.h"
 #include "VODUpload/src/VODUploadRetryPolicy.h"
 #include "VODUpload/src/VodInfo.h"
 #include "foundation/dispatch.h"
@@ -152,39 +153,30 @@ public:
 
     // --- Properties ---
     VODClientState state() const { return state_; }
-    std::int32_t maxRetryCount() const;
-    void setMaxRetryCount(std::int32_t v);
-    double timeoutIntervalForRequest() const;
-    // Seconds without a byte moved before a request is given up (and retried as a network error);
-    // a request that still moves bytes is never cut. Zero, negative or NaN: the default 30.
-    void setTimeoutIntervalForRequest(double seconds);
-    // An extra CA bundle (a private or test CA) for the object-storage clients made from now on;
-    // the system store stays trusted and verification stays on. Empty: the system store alone.
-    void setCaFile(std::string path);
-    std::string recordDirectoryPath() const;
-    void setRecordDirectoryPath(std::string path);
-    bool recordUploadProgress() const;
-    void setRecordUploadProgress(bool on);
-    std::int32_t uploadPartSize() const;
-    void setUploadPartSize(std::int32_t bytes);
-    bool singleRequestUpload() const;
-    void setSingleRequestUpload(bool on);
+    // The host's options as they are now, read and changed under their own lock: no caller waits for
+    // an upload step. A change applies from the next step that reads the field.
+    VODUploadOptions options() const;
+    template <class T>
+    T option(T VODUploadOptions::*field) const {
+        std::lock_guard lock(optionsMutex_);
+        return options_.*field;
+    }
+    template <class F>
+    void updateOptions(F&& change) {
+        VODUploadOptions before, now;
+        {
+            std::lock_guard lock(optionsMutex_);
+            before = options_;
+            change(options_);
+            now = options_;
+        }
+        optionsChanged(before, now);
+    }
+    // The configuration of the next object-storage client: the options' storage settings.
+    oss::OSSClientConfiguration storageConfiguration() const;
     std::int64_t partSizeFor(std::int64_t fileSize) const;
-    std::string region() const;
-    void setRegion(std::string region);
-    void setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion);
-    std::optional<std::string> appId() const;
-    void setAppId(std::optional<std::string> v);
-    std::optional<std::string> workflowId() const;
-    void setWorkflowId(std::optional<std::string> v);
-    bool reportEnabled() const;
-    void setReportEnabled(bool on);
-    bool transcode() const;
-    void setTranscode(bool on);
     std::int32_t retryNotify() const;
     void setRetryNotify(std::int32_t v);
-    std::optional<std::string> requestId() const;
-    void setRequestId(std::optional<std::string> v);
 
     void setLogStore(const std::string& logStore);
     void setVideoId(std::optional<std::string> videoId);
@@ -193,7 +185,6 @@ public:
     std::vector<std::shared_ptr<UploadFileInfo>> listFiles() const;
 
     // Read access for callers that show or log the engine's state.
-    oss::OSSClientConfiguration conf() const;
     std::shared_ptr<OSSConfig> ossConfig() const;
     std::shared_ptr<OSSConfig> openApiConfig() const;
     std::optional<std::string> curUploadAddress() const;
@@ -240,6 +231,8 @@ private:
     // Posts `f` to the client's queue, to run while the client still exists.
     void later(std::function<void(VODUploadEngine&)> f);
 
+    // What follows a change of the options outside the engine's own fields (the resume cache, events).
+    void optionsChanged(const VODUploadOptions& before, const VODUploadOptions& now);
     // The one place the client state changes.
     void transitionTo(VODClientState next);
     void setCredentials(std::optional<std::string> keyId, std::optional<std::string> secret,
@@ -282,14 +275,13 @@ private:
     // A copy of a credential record taken under the credentials lock (empty for nullptr).
     OSSConfig credentialsOf(const std::shared_ptr<OSSConfig>& config) const;
 
-    // Fields in their order of declaration. All but the state are touched on the queue only; the
-    // state is also read by state() and waitUntilSettled from any thread. The service configuration
+    // Fields in their order of declaration. All but the state and the options are touched on the queue
+    // only; the state is also read by state() and waitUntilSettled from any thread. The service configuration
     // never changes, so any thread may read it.
     const VODServiceConfig serviceConfig_;
     std::shared_ptr<foundation::SerialQueue> queue_;
     std::atomic<VODClientState> state_{VODClientState::Idle};
     std::shared_ptr<oss::OSSClient> client_;
-    oss::OSSClientConfiguration conf_;
     std::shared_ptr<OSSConfig> ossConfig_;
     VODUploadAttempt attempt_;
     std::optional<std::string> curUploadAddress_;
@@ -299,20 +291,11 @@ private:
     std::shared_ptr<VODUploadListener> callback_;
     std::shared_ptr<AVCVEventManager> eventManager_;
     std::shared_ptr<OSSConfig> openApiConfig_;
-    bool transcode_ = true;
-    bool recordUploadProgress_ = true;
-    bool reportEnabled_ = true;
-    std::optional<std::string> requestId_;
-    std::string recordDirectoryPath_;
-    std::int32_t uploadPartSize_ = 1048576;
-    bool singleRequestUpload_ = false;
-    std::string region_ = "cn-shanghai";
-    std::optional<std::string> appId_;
-    std::optional<std::string> workflowId_;
-    double timeoutIntervalForRequest_ = 30.0;
     // The retries of the upload steps. The counter is not cleared when a file fails for good: a
     // retryResume may still be owed, and the next file's first progress pays it.
     VODUploadRetryPolicy retry_;
+    mutable std::mutex optionsMutex_;
+    VODUploadOptions options_;
     // Wakes waitUntilSettled at every state change and halt; guards nothing else.
     mutable std::mutex stateMutex_;
     // The queue waits on a failed file: set when a file fails, cleared by the next state change or `next`.

@@ -88,7 +88,7 @@ bool VODUploadEngine::parseUploadAuth(const std::string& uploadAuth, OSSConfig& 
         config.accessKeySecret = auth.accessKeySecret;
         config.secretToken = auth.securityToken;
         config.expireTime = auth.expireTime();
-        if (nonEmpty(auth.region)) region_ = *auth.region;
+        if (nonEmpty(auth.region)) updateOptions([&](VODUploadOptions& o) { o.region = *auth.region; });
         return true;
     });
 }

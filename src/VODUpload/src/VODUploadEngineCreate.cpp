@@ -56,9 +56,10 @@ void VODUploadEngine::createUploadVideo() {
             fields.storageLocation = info->storageLocation;
             fields.templateGroupId = info->templateGroupId;
         }
-        fields.transcode = transcode_;
-        fields.appId = appId_;
-        fields.workflowId = workflowId_;
+        const auto options = this->options();
+        fields.transcode = options.transcode;
+        fields.appId = options.appId;
+        fields.workflowId = options.workflowId;
         fields.userData = userDataWithVideoPath(cur->filePath, info ? info->userData : std::nullopt);
         const Value params = createUploadVideoParams(fields);
 
@@ -81,10 +82,10 @@ std::shared_ptr<foundation::HttpTask> VODUploadEngine::createOrRefreshUploadVide
         auto entry = resumeCache().getObjectWithPath(fileName);
         if (entry && !entry->videoId.empty()) {
             attempt_.curVideoId = entry->videoId;
-            return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, region_,
+            return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, option(&VODUploadOptions::region),
                                                   std::move(completionHandler), serviceConfig_);
         }
-        return VODOpenApi::createUploadVideo(keyId, keySecret, token, title, fileName, region_, optionalParams,
+        return VODOpenApi::createUploadVideo(keyId, keySecret, token, title, fileName, option(&VODUploadOptions::region), optionalParams,
                                              std::move(completionHandler), serviceConfig_);
     });
 }
@@ -103,7 +104,8 @@ void VODUploadEngine::createUploadImage() {
             putIfPresent(params, "Tags", info->tags);
             putIfPresent(params, "StorageLocation", info->storageLocation);
         }
-        if (nonEmpty(appId_)) params["AppId"] = *appId_;
+        const auto options = this->options();
+        if (nonEmpty(options.appId)) params["AppId"] = *options.appId;
         if (info) putIfPresent(params, "UserData", info->userData);
         const std::string imageType = info ? info->imageType.value_or("") : std::string("cover");
 
@@ -111,7 +113,7 @@ void VODUploadEngine::createUploadImage() {
         const OSSConfig credentials = credentialsOf(ossConfig_);
         VODOpenApi::createUploadImage(
             credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
-            credentials.secretToken.value_or(""), imageType, region_, params,
+            credentials.secretToken.value_or(""), imageType, options.region, params,
             [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
                 if (auto self = weak.lock())
                     self->later([reply, error](VODUploadEngine& c) { c.onCreateAnswer(reply, error, true); });
@@ -216,7 +218,7 @@ void VODUploadEngine::sendStartEvent() {
                                 {"fw", size.width},
                                 {"fh", size.height},
                                 {"fm", hash},
-                                {"ps", uploadPartSize_},
+                                {"ps", option(&VODUploadOptions::uploadPartSize)},
                                 {"bu", cur->bucket.value_or("")},
                                 {"ok", cur->object.value_or("")}});
     });

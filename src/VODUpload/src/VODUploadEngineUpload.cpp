@@ -28,9 +28,9 @@ struct VODUploadProgressContext {
     int lastPartNumber = 0;
 };
 
-// At most about 5,000 parts whatever the file's size. The part size is the queue's field: read there.
+// At most about 5,000 parts whatever the file's size.
 std::int64_t VODUploadEngine::partSizeFor(std::int64_t fileSize) const {
-    return serially([&] { return std::max<std::int64_t>(uploadPartSize_, fileSize / 4999); });
+    return std::max<std::int64_t>(option(&VODUploadOptions::uploadPartSize), fileSize / 4999);
 }
 
 // The size is the one found when the upload began: a file changed since fails its upload anyway.
@@ -51,10 +51,11 @@ void VODUploadEngine::lookAtFile() {
 
 bool VODUploadEngine::makeOSSClient() {
     const std::string endpoint = cur_ && cur_->endpoint ? *cur_->endpoint : std::string();
-    auto conf = conf_;
+    auto conf = storageConfiguration();
+    const std::string region = option(&VODUploadOptions::region);
     // The bucket's region for V4 signatures: configured, else named by the endpoint, else the one the
     // upload auth carried (the client's region).
-    if (conf.region.empty() && !oss::regionFromEndpoint(endpoint) && oss::isValidRegion(region_)) conf.region = region_;
+    if (conf.region.empty() && !oss::regionFromEndpoint(endpoint) && oss::isValidRegion(region)) conf.region = region;
     // What the last client learnt of the service's clock saves the next one a refused request.
     if (client_) conf.clockOffset = client_->clockOffset();
     // The object-storage client's own retries of a request, shown to the listener like the engine's.
@@ -89,15 +90,17 @@ void VODUploadEngine::startOSSClientUpload() {
 
 void VODUploadEngine::initMultiUpload() {
     serially([&] {
-        const bool whole = singleRequestUpload_ && cur_ && !cur_->vodInfo && attempt_.file && attempt_.file->size > 0 &&
-                           attempt_.file->size <= static_cast<std::uint64_t>(std::max(0, uploadPartSize_));
+        const auto options = this->options();
+        const bool whole = options.singleRequestUpload && cur_ && !cur_->vodInfo && attempt_.file &&
+                           attempt_.file->size > 0 &&
+                           attempt_.file->size <= static_cast<std::uint64_t>(std::max(0, options.uploadPartSize));
         if (!whole) vodLogDebug(kLogSource, "send initMultiUpload request.....");
         if (!cur_ || !client_) return;
         lookAtFile();
         const std::string bucket = cur_->bucket.value_or(""), object = cur_->object.value_or("");
         // An upload an earlier run (a crash, a restart) began for this very file holds its stored
         // parts: continue it rather than begin another that would stay open on the service.
-        auto recorded = attempt_.file ? oss::recordedUpload(recordDirectoryPath_, cur_->endpoint.value_or(""), bucket,
+        auto recorded = attempt_.file ? oss::recordedUpload(options.recordDirectoryPath, cur_->endpoint.value_or(""), bucket,
                                                             object, *attempt_.file, currentPartSize())
                                       : std::nullopt;
         if (recorded) {
@@ -157,8 +160,9 @@ std::shared_ptr<VODUploadProgressContext> VODUploadEngine::progressContext() con
     context->uploadId = attempt_.uploadId.value_or("");
     context->videoId = attempt_.curVideoId.value_or("");
     context->uploadAddress = curUploadAddress_.value_or("");
-    context->region = region_;
-    context->partSize = uploadPartSize_;
+    const auto options = this->options();
+    context->region = options.region;
+    context->partSize = options.uploadPartSize;
     if (callback_) {
         context->retryResume = callback_->retryResume;
         context->progress = callback_->progress;
@@ -210,13 +214,13 @@ void VODUploadEngine::resumableUpload() {
         if (!cur_ || !client_) return;
         client_->setCredentialProvider(getCredentialProvider());
         auto request = std::make_shared<oss::OSSResumableUploadRequest>();
-        request->recordDirectoryPath = recordDirectoryPath_;
+        request->recordDirectoryPath = option(&VODUploadOptions::recordDirectoryPath);
         request->bucketName = cur_->bucket.value_or("");
         request->objectKey = cur_->object.value_or("");
         request->uploadId = attempt_.uploadId.value_or("");
         request->uploadIdIsNew = std::exchange(attempt_.uploadIdIsNew, false);
         request->partSize = currentPartSize();
-        request->deleteUploadIdOnCancelling = !recordUploadProgress_;
+        request->deleteUploadIdOnCancelling = !option(&VODUploadOptions::recordUploadProgress);
         if (cur_->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur_->vodInfo->toJson();
         request->uploadingFileURL = cur_->filePath;
         request->expectedFileState = fileState();
@@ -252,7 +256,7 @@ void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>
         sendUploadEvent(20005, {{"ui", c.uploadId}, {"pn", partNumber}, {"pr", retrying ? 1 : 0}});
     auto fileInfo = c.fileInfo.lock();
     // Read at each call: a host may switch reporting off while a file is under way.
-    if (fileInfo && fileInfo->fileType == "video" && reportEnabled_) {
+    if (fileInfo && fileInfo->fileType == "video" && option(&VODUploadOptions::reportEnabled)) {
         // The ratio of this call's bytes, not of the total: that is what the service expects.
         const float ratio = totalExpected > 0 ? static_cast<float>(bytesSent * 100 / totalExpected) / 100.0f : 0.0f;
         VODInnerApi::reportUploadProgress(*fileInfo, ratio, c.partSize, partNumber, c.uploadId, c.videoId,
@@ -379,14 +383,14 @@ void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
         vodLogDebug(kLogSource, "resumableUpload Retry after 2 second...." +
                                     std::to_string(cur_ ? static_cast<long>(cur_->state.load()) : 0L));
     const bool first = !retry_.retrying();
-    if (retry_.decide() == VODUploadRetryPolicy::Decision::GiveUp) {
+    if (retry_.decide(option(&VODUploadOptions::maxRetryCount)) == VODUploadRetryPolicy::Decision::GiveUp) {
         failCurrentFile(error);
         retry_.reset();
         return;
     }
     if (first && callback_ && callback_->retry) callback_->retry();
     if (callback_ && callback_->retrying)
-        callback_->retrying({cur_, retry_.count(), retry_.maxCount(), oss::retryCause(error), retry_.wait(), false});
+        callback_->retrying({cur_, retry_.count(), option(&VODUploadOptions::maxRetryCount), oss::retryCause(error), retry_.wait(), false});
     // A timer on the queue, not a blocked thread: pause, stop and the caller's calls go on meanwhile,
     // and the state is read again when it fires.
     auto retry = [step](VODUploadEngine& c) {

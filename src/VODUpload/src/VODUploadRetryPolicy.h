@@ -1,7 +1,7 @@
 #pragma once
-// How the engine retries a failed upload step: a bound on the retries, a fixed wait before each, and
-// the counter that both steps of a file share. The wait runs on a scheduler the engine hands in (a
-// timer on its queue), so the policy can be driven by a test without sleeping.
+// How the engine retries a failed upload step: a fixed wait before each retry, and the counter that
+// both steps of a file share, held against the bound the host set. The wait runs on a scheduler the
+// engine hands in (a timer on its queue), so the policy can be driven by a test without sleeping.
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -13,16 +13,15 @@ class VODUploadRetryPolicy {
 public:
     using Scheduler = std::function<void(std::chrono::milliseconds, std::function<void()>)>;
     static constexpr std::chrono::milliseconds kDefaultWait{2000};
-    static constexpr std::int32_t kUnbounded = 2147483647;
 
     explicit VODUploadRetryPolicy(Scheduler scheduler) : scheduler_(std::move(scheduler)) {}
 
     enum class Decision { Retry, GiveUp };
-    // For an error of the retry class: give up once the counter reached the bound (both read as
-    // unsigned, so a negative bound never gives up; the caller clears the counter once the file
+    // For an error of the retry class: give up once the counter reached the host's bound (both read
+    // as unsigned, so a negative bound never gives up; the caller clears the counter once the file
     // failed), else count one more.
-    Decision decide() {
-        if (static_cast<std::uint32_t>(count_) >= static_cast<std::uint32_t>(maxCount_)) return Decision::GiveUp;
+    Decision decide(std::int32_t maxCount) {
+        if (static_cast<std::uint32_t>(count_) >= static_cast<std::uint32_t>(maxCount)) return Decision::GiveUp;
         ++count_;
         return Decision::Retry;
     }
@@ -36,15 +35,12 @@ public:
     // The step moved again (a success, or bytes sent after a retry).
     void reset() { count_ = 0; }
 
-    std::int32_t maxCount() const { return maxCount_; }
-    void setMaxCount(std::int32_t max) { maxCount_ = max; }
     std::chrono::milliseconds wait() const { return wait_; }
     void setWait(std::chrono::milliseconds wait) { wait_ = std::max(wait, std::chrono::milliseconds(0)); }
 
 private:
     Scheduler scheduler_;
     std::int32_t count_ = 0;
-    std::int32_t maxCount_ = kUnbounded;
     std::chrono::milliseconds wait_ = kDefaultWait;
 };
 
