@@ -1,4 +1,5 @@
-// The public client: each operation is the engine's own (VODUploadEngine*.cpp).
+// The upload client: its construction and the host's options. The queue and run control are in
+// VODUploadClientQueue.cpp, the credentials in VODUploadClientAuth.cpp.
 #include "VODUpload/src/VODUploadClient.h"
 
 #include "VODUpload/src/VODUploadEngine.h"
@@ -9,57 +10,6 @@ VODUploadClient::VODUploadClient() : engine_(VODUploadEngine::create()) {}
 VODUploadClient::VODUploadClient(VODServiceConfig config) : engine_(VODUploadEngine::create(std::move(config))) {}
 VODUploadClient::~VODUploadClient() = default;
 
-bool VODUploadClient::init(std::shared_ptr<VODUploadListener> listener) { return engine_->init(std::move(listener)); }
-bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
-                           std::shared_ptr<VODUploadListener> listener) {
-    return engine_->init(accessKeyId, accessKeySecret, std::move(listener));
-}
-bool VODUploadClient::init(const std::string& accessKeyId, const std::string& accessKeySecret,
-                           const std::string& secretToken, const std::string& expireTime,
-                           std::shared_ptr<VODUploadListener> listener) {
-    return engine_->init(accessKeyId, accessKeySecret, secretToken, expireTime, std::move(listener));
-}
-bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
-                               std::shared_ptr<VODUploadListener> listener) {
-    return engine_->setKeyId(accessKeyId, accessKeySecret, std::move(listener));
-}
-bool VODUploadClient::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
-                               const std::string& secretToken, const std::string& expireTime,
-                               std::shared_ptr<VODUploadListener> listener) {
-    return engine_->setKeyId(accessKeyId, accessKeySecret, secretToken, expireTime, std::move(listener));
-}
-bool VODUploadClient::setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo,
-                                              const std::string& uploadAuth, const std::string& uploadAddress) {
-    return engine_->setUploadAuthAndAddress(uploadInfo, uploadAuth, uploadAddress);
-}
-bool VODUploadClient::resumeWithAuth(const std::string& uploadAuth) { return engine_->resumeWithAuth(uploadAuth); }
-bool VODUploadClient::resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
-                                      const std::string& secretToken, const std::string& expireTime) {
-    return engine_->resumeWithToken(accessKeyId, accessKeySecret, secretToken, expireTime);
-}
-bool VODUploadClient::addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo) {
-    return engine_->addFile(filePath, std::move(vodInfo));
-}
-bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket,
-                              std::string object) {
-    return engine_->addFile(filePath, std::move(endpoint), std::move(bucket), std::move(object));
-}
-bool VODUploadClient::addFile(const std::string& filePath, std::string endpoint, std::string bucket, std::string object,
-                              std::shared_ptr<VodInfo> vodInfo) {
-    return engine_->addFile(filePath, std::move(endpoint), std::move(bucket), std::move(object), std::move(vodInfo));
-}
-bool VODUploadClient::deleteFile(int index) { return engine_->deleteFile(index); }
-bool VODUploadClient::clearFiles() { return engine_->clearFiles(); }
-bool VODUploadClient::cancelFile(int index) { return engine_->cancelFile(index); }
-bool VODUploadClient::resumeFile(int index) { return engine_->resumeFile(index); }
-bool VODUploadClient::start() { return engine_->start(); }
-bool VODUploadClient::stop() { return engine_->stop(); }
-bool VODUploadClient::pause() { return engine_->pause(); }
-bool VODUploadClient::resume() { return engine_->resume(); }
-std::vector<std::shared_ptr<UploadFileInfo>> VODUploadClient::listFiles() const { return engine_->listFiles(); }
-bool VODUploadClient::waitUntilSettled(std::chrono::milliseconds timeout) const {
-    return engine_->waitUntilSettled(timeout);
-}
 VODClientState VODUploadClient::state() const { return engine_->state(); }
 VODUploadOptions VODUploadClient::options() const { return engine_->options(); }
 void VODUploadClient::setOptions(VODUploadOptions options) {
@@ -121,16 +71,15 @@ bool VODUploadClient::reportEnabled() const { return engine_->option(&VODUploadO
 void VODUploadClient::setReportEnabled(bool on) { setOption(*engine_, &VODUploadOptions::reportEnabled, on); }
 bool VODUploadClient::transcode() const { return engine_->option(&VODUploadOptions::transcode); }
 void VODUploadClient::setTranscode(bool on) { setOption(*engine_, &VODUploadOptions::transcode, on); }
-std::int32_t VODUploadClient::retryNotify() const { return engine_->retryNotify(); }
-void VODUploadClient::setRetryNotify(std::int32_t v) { engine_->setRetryNotify(v); }
+std::int32_t VODUploadClient::retryNotify() const {
+    return engine_->serially([&e = *engine_] { return e.retry_.count(); });
+}
+void VODUploadClient::setRetryNotify(std::int32_t v) {
+    engine_->serially([&e = *engine_, v] { e.retry_.setCount(v); });
+}
 std::optional<std::string> VODUploadClient::requestId() const { return engine_->option(&VODUploadOptions::requestId); }
 void VODUploadClient::setRequestId(std::optional<std::string> v) {
     setOption(*engine_, &VODUploadOptions::requestId, std::move(v));
-}
-void VODUploadClient::setLogStore(const std::string& logStore) { engine_->setLogStore(logStore); }
-void VODUploadClient::setVideoId(std::optional<std::string> videoId) { engine_->setVideoId(std::move(videoId)); }
-void VODUploadClient::setListener(std::shared_ptr<VODUploadListener> listener) {
-    engine_->setListener(std::move(listener));
 }
 const VODServiceConfig& VODUploadClient::serviceConfig() const { return engine_->serviceConfig(); }
 

@@ -89,12 +89,6 @@ void VODUploadEngine::setHalted(bool halted) {
     stateChanged_.notify_all();
 }
 
-bool VODUploadEngine::waitUntilSettled(std::chrono::milliseconds timeout) const {
-    std::unique_lock lock(stateMutex_);
-    return stateChanged_.wait_for(lock, timeout,
-                                  [this] { return state_.load() != VODClientState::Started || halted_; });
-}
-
 void VODUploadEngine::setRetryWait(std::chrono::milliseconds wait) {
     serially([&] { retry_.setWait(wait); });
 }
@@ -124,25 +118,6 @@ oss::OSSClientConfiguration VODUploadEngine::storageConfiguration() const {
 
 double VODUploadOptions::requestTimeoutOrDefault(double seconds) {
     return seconds > 0 && std::isfinite(seconds) ? seconds : VODUploadOptions{}.timeoutIntervalForRequest;
-}
-
-std::int32_t VODUploadEngine::retryNotify() const { return serially([&] { return retry_.count(); }); }
-void VODUploadEngine::setRetryNotify(std::int32_t v) { serially([&] { retry_.setCount(v); }); }
-
-void VODUploadEngine::setLogStore(const std::string& logStore) {
-    if (eventManager_) eventManager_->setLogstore(logStore);
-}
-
-void VODUploadEngine::setVideoId(std::optional<std::string> videoId) {
-    serially([&] { attempt_.curVideoId = std::move(videoId); });
-}
-
-void VODUploadEngine::setListener(std::shared_ptr<VODUploadListener> listener) {
-    serially([&] { callback_ = std::move(listener); });
-}
-
-std::vector<std::shared_ptr<UploadFileInfo>> VODUploadEngine::listFiles() const {
-    return serially([&] { return uploadList_; });
 }
 
 std::shared_ptr<OSSConfig> VODUploadEngine::ossConfig() const { return serially([&] { return ossConfig_; }); }

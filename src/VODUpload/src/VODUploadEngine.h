@@ -1,18 +1,18 @@
 #pragma once
-// The upload engine behind `VODUploadClient` (the public class, VODUploadClient.h, forwards to it): a queue
-// of local files uploaded one at a time into object storage as resumable multipart uploads, with
-// credentials from the caller or from the video service. Not installed: its steps, fields and the types
-// of the layers under it are the library's own business.
+// The state and the steps of an upload client: what `VODUploadClient` (the public class, whose operations
+// are defined in VODUploadClient*.cpp) holds, shared with the callbacks of its requests, which may
+// outlive the host's client. Not installed: its steps, fields and the types of the layers under it
+// are the library's own business.
 //
 // Member definitions are split by concern:
-//   VODUploadEngine.cpp          construction and properties
-//   VODUploadEngineAuth.cpp      set-up, upload auth and address, credential provider, recovery
+//   VODUploadEngine.cpp          construction and options
+//   VODUploadEngineAuth.cpp      credential records, upload auth and address, credential provider
 //   VODUploadEngineContinue.cpp  continuing an upload once new credentials arrived
-//   VODUploadEngineQueue.cpp     the file queue and run control
+//   VODUploadEngineQueue.cpp     upload events, picking the next file, asking for its auth
 //   VODUploadEngineUpload.cpp    the resumable multipart upload, progress and retries
 //   VODUploadEngineCreate.cpp    create-upload requests to the video service, start event
 //
-// Every step of the engine runs on the client's own serial queue: the public operations (which wait
+// Every step of the engine runs on the client's own serial queue: the host's operations (which wait
 // for it when called from another thread, and run in place from a listener callback), the
 // object-storage and video-service completions, progress, and the timer of the retry wait. So no
 // field is touched from two threads and the engine needs no lock of its own. Listener callbacks run
@@ -67,53 +67,18 @@ public:
     VODUploadEngine(const VODUploadEngine&) = delete;
     VODUploadEngine& operator=(const VODUploadEngine&) = delete;
 
-    // --- Set-up (configures this already constructed client) ---
-    bool init(std::shared_ptr<VODUploadListener> listener);
-    // A plain key pair; refused unless both are non-empty.
-    bool init(const std::string& accessKeyId, const std::string& accessKeySecret,
-              std::shared_ptr<VODUploadListener> listener);
-    // Temporary STS credentials; refused unless all four are non-empty.
-    bool init(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& secretToken,
-              const std::string& expireTime, std::shared_ptr<VODUploadListener> listener);
-    bool setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
-                  std::shared_ptr<VODUploadListener> listener);
-    bool setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret, const std::string& secretToken,
-                  const std::string& expireTime, std::shared_ptr<VODUploadListener> listener);
-
     // --- Upload auth and address issued by the video service ---
-    // Parses the auth into ossConfig and, if that worked, the address into the file.
-    bool setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo, const std::string& uploadAuth,
-                                 const std::string& uploadAddress);
     // Stores the auth's credentials into `config` and a non-empty "Region" into region.
     bool parseUploadAuth(const std::string& uploadAuth, OSSConfig& config);
     // Fills the file's endpoint, bucket and object; the object key of an interrupted earlier
     // attempt (from the resume cache of the current file) wins over the one the service gave.
     bool parseUploadAddress(const std::string& uploadAddress, const std::shared_ptr<UploadFileInfo>& uploadInfo);
 
-    // --- Recovery after the credentials expired (only while Paused) ---
-    bool resumeWithAuth(const std::string& uploadAuth);
-    bool resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
-                         const std::string& secretToken, const std::string& expireTime);
-
     // The provider for a new object-storage client: openApiConfig before ossConfig; STS credentials
     // are read from the record at every token fetch; nullptr without a usable key pair.
     std::shared_ptr<oss::OSSCredentialProvider> getCredentialProvider();
 
-    // --- File queue and run control ---
-    // Queues a file that the video service registers first (create-upload); refused for an empty path.
-    bool addFile(const std::string& filePath, std::shared_ptr<VodInfo> vodInfo);
-    // Queues a file uploaded directly into endpoint/bucket/object with the client's credentials.
-    bool addFile(const std::string& filePath, std::string endpoint, std::string bucket, std::string object);
-    bool addFile(const std::string& filePath, std::string endpoint, std::string bucket, std::string object,
-                 std::shared_ptr<VodInfo> vodInfo);
-    bool deleteFile(int index);
-    bool clearFiles();
-    bool cancelFile(int index);
-    bool resumeFile(int index);
-    bool start();
-    bool stop();
-    bool pause();
-    bool resume();
+    // --- The queue's steps ---
     // Takes the first Ready file as the current one and begins its upload; Finished when none is left.
     void next();
     // Registers the current file with the video service (image or video), or fails a file of another type.
@@ -144,13 +109,6 @@ public:
     void setRetryWait(std::chrono::milliseconds wait);
     static constexpr std::chrono::milliseconds kRetryWait = VODUploadRetryPolicy::kDefaultWait;
 
-    // Blocks until nothing can move by itself: the client state is anything but Started, or the queue
-    // has halted on a failed file (it stays Started with the later files Ready until start, stop or
-    // next), or the timeout passed (false then). A finished file is reported before the queue moves on;
-    // once this returns true the engine is done with the queue until it is told to go on. Never call it
-    // from a listener callback: the engine would wait for itself.
-    bool waitUntilSettled(std::chrono::milliseconds timeout) const;
-
     // --- Properties ---
     VODClientState state() const { return state_; }
     // The host's options as they are now, read and changed under their own lock: no caller waits for
@@ -175,14 +133,6 @@ public:
     // The configuration of the next object-storage client: the options' storage settings.
     oss::OSSClientConfiguration storageConfiguration() const;
     std::int64_t partSizeFor(std::int64_t fileSize) const;
-    std::int32_t retryNotify() const;
-    void setRetryNotify(std::int32_t v);
-
-    void setLogStore(const std::string& logStore);
-    void setVideoId(std::optional<std::string> videoId);
-    void setListener(std::shared_ptr<VODUploadListener> listener);
-    // The queue's entries (the live records; the list itself is a snapshot).
-    std::vector<std::shared_ptr<UploadFileInfo>> listFiles() const;
 
     // Read access for callers that show or log the engine's state.
     std::shared_ptr<OSSConfig> ossConfig() const;
@@ -198,6 +148,7 @@ public:
     static constexpr const char* kLogSource = "VODUpload/src/VODUploadClient";
 
 private:
+    friend class VODUploadClient;  // the host's operations are steps on these fields
     friend struct VODUploadClientTestAccess;
     friend struct VODUploadEngineTestAccess;
 

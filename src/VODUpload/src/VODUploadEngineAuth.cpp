@@ -1,5 +1,5 @@
-// Credentials: set-up, the upload auth and address texts, the credential provider and the
-// recovery after an expiry.
+// Credentials as the engine's steps use them: the records, the upload auth and address texts, and the
+// credential provider of each object-storage client.
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadAuthParser.h"
@@ -7,12 +7,6 @@
 
 namespace quorvane {
 namespace {
-
-bool allNonEmpty(std::initializer_list<const std::string*> values) {
-    for (const auto* v : values)
-        if (v->empty()) return false;
-    return true;
-}
 
 bool nonEmpty(const std::optional<std::string>& v) { return v && !v->empty(); }
 
@@ -25,54 +19,6 @@ void VODUploadEngine::setCredentials(std::optional<std::string> keyId, std::opti
     ossConfig_->accessKeySecret = std::move(secret);
     ossConfig_->secretToken = std::move(token);
     ossConfig_->expireTime = std::move(expire);
-}
-
-bool VODUploadEngine::init(std::shared_ptr<VODUploadListener> listener) {
-    return serially([&] {
-        callback_ = std::move(listener);
-        return true;
-    });
-}
-
-bool VODUploadEngine::init(const std::string& accessKeyId, const std::string& accessKeySecret,
-                           std::shared_ptr<VODUploadListener> listener) {
-    return serially([&] {
-        if (!allNonEmpty({&accessKeyId, &accessKeySecret})) return false;
-        setCredentials(accessKeyId, accessKeySecret, std::nullopt, std::nullopt);
-        callback_ = std::move(listener);
-        return true;
-    });
-}
-
-bool VODUploadEngine::init(const std::string& accessKeyId, const std::string& accessKeySecret,
-                           const std::string& secretToken, const std::string& expireTime,
-                           std::shared_ptr<VODUploadListener> listener) {
-    return serially([&] {
-        if (!allNonEmpty({&accessKeyId, &accessKeySecret, &secretToken, &expireTime})) return false;
-        setCredentials(accessKeyId, accessKeySecret, secretToken, expireTime);
-        callback_ = std::move(listener);
-        return true;
-    });
-}
-
-bool VODUploadEngine::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
-                               std::shared_ptr<VODUploadListener> listener) {
-    return init(accessKeyId, accessKeySecret, std::move(listener));
-}
-
-bool VODUploadEngine::setKeyId(const std::string& accessKeyId, const std::string& accessKeySecret,
-                               const std::string& secretToken, const std::string& expireTime,
-                               std::shared_ptr<VODUploadListener> listener) {
-    return init(accessKeyId, accessKeySecret, secretToken, expireTime, std::move(listener));
-}
-
-bool VODUploadEngine::setUploadAuthAndAddress(const std::shared_ptr<UploadFileInfo>& uploadInfo,
-                                              const std::string& uploadAuth, const std::string& uploadAddress) {
-    return serially([&] {
-        if (!uploadInfo || uploadAuth.empty()) return false;
-        if (!parseUploadAuth(uploadAuth, *ossConfig_)) return false;
-        return parseUploadAddress(uploadAddress, uploadInfo);
-    });
 }
 
 bool VODUploadEngine::parseUploadAuth(const std::string& uploadAuth, OSSConfig& config) {
@@ -152,32 +98,6 @@ std::shared_ptr<oss::OSSCredentialProvider> VODUploadEngine::getCredentialProvid
             });
     }
     return std::make_shared<oss::OSSPlainTextAKSKPairCredentialProvider>(*now.accessKeyId, *now.accessKeySecret);
-}
-
-bool VODUploadEngine::resumeWithToken(const std::string& accessKeyId, const std::string& accessKeySecret,
-                                      const std::string& secretToken, const std::string& expireTime) {
-    return serially([&] {
-        vodLogDebug(kLogSource, "resume upload with new token.");
-        if (state_ != VODClientState::Paused) return false;
-        if (!allNonEmpty({&accessKeyId, &accessKeySecret, &secretToken, &expireTime})) return false;
-        setCredentials(accessKeyId, accessKeySecret, secretToken, expireTime);
-        transitionTo(VODClientState::Started);
-        continueAfterNewCredentials();
-        return true;
-    });
-}
-
-bool VODUploadEngine::resumeWithAuth(const std::string& uploadAuth) {
-    if (uploadAuth.empty()) return false;
-    auto parsed = parseUploadAuthText(uploadAuth);
-    if (!parsed) {
-        // Text that is not base64 reaches the JSON reader as no data: the same format error.
-        vodLogDebug(kLogSource, kUploadAuthNotJson);
-        return false;
-    }
-    const UploadAuth& auth = *parsed.value;
-    return resumeWithToken(auth.accessKeyId.value_or(""), auth.accessKeySecret.value_or(""),
-                           auth.securityToken.value_or(""), auth.expireTime().value_or(""));
 }
 
 }  // namespace quorvane
