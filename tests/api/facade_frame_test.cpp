@@ -6,8 +6,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <set>
-#include <thread>
 
 #include "api/QuorvaneApiManager.h"
 #include "foundation/temp_files.h"
@@ -132,21 +130,6 @@ TEST_F(TempFiles, PathsJoinUnderTheTemporaryDirectory) {
     std::string joined = QuorvaneApiManager::getfilePathFromSandboxTmpWithMiddleDir("deep/dir", "a.jpg");
     EXPECT_EQ(joined, root() + "/deep/dir/a.jpg");
     EXPECT_FALSE(fs::exists(root() + "/deep"));
-}
-
-TEST_F(TempFiles, UniqueNamesAcrossThreads) {
-    constexpr int kThreads = 4, kEach = 50;
-    std::vector<std::vector<std::string>> paths(kThreads);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kEach; ++i)
-                paths[t].push_back(QuorvaneApiManager::getPathFromSandboxTempWithMiddleDir("media", "", "jpg"));
-        });
-    for (auto& thread : threads) thread.join();
-    std::set<std::string> all;
-    for (const auto& list : paths) all.insert(list.begin(), list.end());
-    EXPECT_EQ(all.size(), size_t(kThreads * kEach));
 }
 
 TEST_F(TempFiles, SaveThenDeleteMediaFiles) {
