@@ -23,8 +23,6 @@ TEST(FacadeErrors, NativeCodesAreTwoKeyDictionariesWithTheirTexts) {
     EXPECT_EQ(kNativeErrorFileTooLarge.toValue().dump(), R"({"code":"nativeErrorCode.012","message":"上传文件过大"})");
     EXPECT_EQ(kNativeErrorTokenExpired.toValue().dump(), R"({"code":"nativeErrorCode.013","message":"token expired"})");
     EXPECT_EQ(kNativeErrorUploadFailed.toValue().dump(), R"({"code":"nativeErrorCode.014","message":"上传失败"})");
-    EXPECT_STREQ(kErrorWordSystemInfoFailed, "获取手机系统信息失败");
-    EXPECT_STREQ(kErrorWordNoLocationPermission, "no location permission");
 }
 
 class ScopedTimeZone {
