@@ -6,8 +6,6 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <set>
-#include <thread>
 
 #include "api/QuorvaneApiManager.h"
 #include "foundation/temp_files.h"
@@ -25,8 +23,6 @@ TEST(FacadeErrors, NativeCodesAreTwoKeyDictionariesWithTheirTexts) {
     EXPECT_EQ(kNativeErrorFileTooLarge.toValue().dump(), R"({"code":"nativeErrorCode.012","message":"上传文件过大"})");
     EXPECT_EQ(kNativeErrorTokenExpired.toValue().dump(), R"({"code":"nativeErrorCode.013","message":"token expired"})");
     EXPECT_EQ(kNativeErrorUploadFailed.toValue().dump(), R"({"code":"nativeErrorCode.014","message":"上传失败"})");
-    EXPECT_STREQ(kErrorWordSystemInfoFailed, "获取手机系统信息失败");
-    EXPECT_STREQ(kErrorWordNoLocationPermission, "no location permission");
 }
 
 class ScopedTimeZone {
@@ -132,21 +128,6 @@ TEST_F(TempFiles, PathsJoinUnderTheTemporaryDirectory) {
     std::string joined = QuorvaneApiManager::getfilePathFromSandboxTmpWithMiddleDir("deep/dir", "a.jpg");
     EXPECT_EQ(joined, root() + "/deep/dir/a.jpg");
     EXPECT_FALSE(fs::exists(root() + "/deep"));
-}
-
-TEST_F(TempFiles, UniqueNamesAcrossThreads) {
-    constexpr int kThreads = 4, kEach = 50;
-    std::vector<std::vector<std::string>> paths(kThreads);
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t)
-        threads.emplace_back([&, t] {
-            for (int i = 0; i < kEach; ++i)
-                paths[t].push_back(QuorvaneApiManager::getPathFromSandboxTempWithMiddleDir("media", "", "jpg"));
-        });
-    for (auto& thread : threads) thread.join();
-    std::set<std::string> all;
-    for (const auto& list : paths) all.insert(list.begin(), list.end());
-    EXPECT_EQ(all.size(), size_t(kThreads * kEach));
 }
 
 TEST_F(TempFiles, SaveThenDeleteMediaFiles) {

@@ -1,5 +1,4 @@
-// The façade's multipart upload: which answers count as a success, which host paths name a file,
-// and the video kind of the file part.
+// The façade's multipart upload: which answers count as a success and which host paths name a file.
 #include <filesystem>
 #include <fstream>
 
@@ -76,18 +75,6 @@ TEST_F(FacadeUploadAnswers, OnlyAPlainNameAfterTheMediaSeparatorIsAFile) {
     EXPECT_EQ(answers.successes().size(), 1u);
     EXPECT_EQ(host.seen().size(), 1u);
     EXPECT_FALSE(fs::exists(localPath("inside.jpg")));  // the file that went, deleted after the answer
-}
-
-TEST_F(FacadeUploadAnswers, VideoKindNamesThePartMp4) {
-    Answers answers;
-    QuorvaneApiManager::uploadFile({{"url", cloud.endpoint() + "/host/video"}, {"name", "movie"},
-                                    {"filePath", mediaFile("clip.mp4", "ftyp")}, {"fileType", "Video"}},
-                                   presenter, answers.success(), answers.fail());
-    ASSERT_TRUE(answers.waitForOne());
-    ASSERT_EQ(cloud.hostUploads().size(), 1u);
-    EXPECT_EQ(cloud.hostUploads()[0].fileName, ".mp4");
-    EXPECT_EQ(cloud.hostUploads()[0].fileContentType, "video/mp4");
-    EXPECT_EQ(cloud.hostUploads()[0].fileField, "movie");
 }
 
 }  // namespace

@@ -50,15 +50,21 @@ TEST_F(FacadeUpload, FileGoesToTheHostUrlWithItsFieldsAndIsThenDeleted) {
     EXPECT_FALSE(std::filesystem::exists(localPath("ABC.jpg")));
 }
 
-TEST_F(FacadeUpload, AudioKindNamesThePartBySuffix) {
-    Value params{{"url", cloud.endpoint() + "/host/voice"}, {"name", "f"}, {"filePath", mediaFile("v.mp3", "ID3")},
-                 {"fileType", "Audio"}};
-    Answers answers;
-    QuorvaneApiManager::uploadFile(params, presenter, answers.success(), answers.fail());
-    ASSERT_TRUE(answers.waitForOne());
-    ASSERT_EQ(cloud.hostUploads().size(), 1u);
-    EXPECT_EQ(cloud.hostUploads()[0].fileName, ".mp3");
-    EXPECT_EQ(cloud.hostUploads()[0].fileContentType, "audio/mp3");
+// The kind names the file part and its type; the field takes the given name.
+TEST_F(FacadeUpload, AudioAndVideoKindsNameThePartBySuffix) {
+    const char* kinds[][4] = {{"Audio", "v.mp3", ".mp3", "audio/mp3"}, {"Video", "clip.mp4", ".mp4", "video/mp4"}};
+    for (const auto& [kind, file, suffix, type] : kinds) {
+        Answers answers;
+        QuorvaneApiManager::uploadFile({{"url", cloud.endpoint() + "/host/upload"}, {"name", kind},
+                                        {"filePath", mediaFile(file, "bytes")}, {"fileType", kind}},
+                                       presenter, answers.success(), answers.fail());
+        ASSERT_TRUE(answers.waitForOne()) << kind;
+        const auto upload = cloud.hostUploads().back();
+        EXPECT_EQ(upload.fileName, suffix);
+        EXPECT_EQ(upload.fileContentType, type);
+        EXPECT_EQ(upload.fileField, kind);
+    }
+    EXPECT_EQ(cloud.hostUploads().size(), 2u);
 }
 
 TEST_F(FacadeUpload, MissingFileAndFailedRequestAreReportedByWord) {

@@ -14,7 +14,7 @@ protected:
     platform::headless::HeadlessDevice device;
 };
 
-TEST_F(OverlayLayout, UploadOverlayOutletsComeFromItsFile) {
+TEST_F(OverlayLayout, OutletsComeFromTheFileAndAMissingFileLeavesABareOverlay) {
     auto view = UploadingView::initWithCancelCallback([] {});
     ASSERT_TRUE(view->uploadValue() && view->uploadBarBgView() && view->cancelButton());
     EXPECT_EQ(view->uploadValue()->text(), "0%");
@@ -24,9 +24,7 @@ TEST_F(OverlayLayout, UploadOverlayOutletsComeFromItsFile) {
     ASSERT_TRUE(panel);
     EXPECT_EQ(panel->frame().x, (390 - panel->frame().width) / 2);
     EXPECT_EQ(panel->frame().y, (844 - panel->frame().height) / 2);
-}
 
-TEST_F(OverlayLayout, MissingFileIsReportedAndLeavesABareOverlay) {
     foundation::ScopedTempDir empty;
     setScanResourceDirectory(empty.path());
     foundation::LogCapture log;
@@ -40,7 +38,6 @@ TEST_F(OverlayLayout, MissingFileIsReportedAndLeavesABareOverlay) {
     upload->uploadingViewUpdate(50);  // harmless without a label or a track
     upload->uploadingViewRemove();
     EXPECT_EQ(cancels, 0);
-
 }
 
 }  // namespace

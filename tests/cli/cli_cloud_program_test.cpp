@@ -1,4 +1,5 @@
-// quorvane-cloud run as a program: a port held by another socket is an error, never "ready"; a fault
+// quorvane-cloud run as a program: `quorvane-cloud` and `quorvane cloud` take the same options and print
+// the same facts under the same names; a port held by another socket is an error, never "ready"; a fault
 // script given with --faults fires the stated number of times; the request log on standard error names
 // every request (statuses and resets) and --quiet silences it.
 #include <gtest/gtest.h>
@@ -9,6 +10,7 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <set>
 
 #include "cli/cli_process.h"
 #include "support/port_holder.h"
@@ -28,9 +30,18 @@ std::map<std::string, std::string> readFacts(CliProcess& process) {
     while (auto line = process.readLine(kGenerous)) {
         if (*line == "ready") return facts;
         auto space = line->find(' ');
-        if (space != std::string::npos) facts[line->substr(0, space)] = line->substr(space + 1);
+        if (space != std::string::npos && line->rfind("try:", 0) != 0) facts[line->substr(0, space)] = line->substr(space + 1);
     }
     return {};
+}
+
+// The facts of a cloud program run with `args`, which is then stopped as a user would.
+std::map<std::string, std::string> factsUntilStopped(std::vector<std::string> args) {
+    CliProcess process(std::move(args), {});
+    auto facts = readFacts(process);
+    process.signal(SIGINT);
+    EXPECT_EQ(process.wait(kGenerous), 0);
+    return facts;
 }
 
 std::vector<std::string> linesWith(const std::string& text, const std::string& needle) {
@@ -59,6 +70,32 @@ protected:
     }
     fs::path dir_;
 };
+
+TEST(CloudPrograms, BothTakeTheSameOptionsAndPrintTheSameFacts) {
+    CliProcess help({QUORVANE_CLOUD_PATH, "--help"}, {});
+    EXPECT_EQ(help.wait(kGenerous), 0);
+    CliProcess bad({QUORVANE_CLOUD_PATH, "--no-such-option"}, {});
+    EXPECT_EQ(bad.wait(kGenerous), 2);
+
+    auto storage = fs::temp_directory_path() / ("quorvane-cloud-facts-" + std::to_string(::getpid()));
+    const std::vector<std::string> options{"--port", "0", "--bucket", "facts-bucket", "--region", "cn-beijing",
+                                           "--storage", storage.string()};
+    std::vector<std::string> program{QUORVANE_CLOUD_PATH}, subcommand{QUORVANE_CLI_PATH, "cloud"};
+    program.insert(program.end(), options.begin(), options.end());
+    subcommand.insert(subcommand.end(), options.begin(), options.end());
+    auto fromProgram = factsUntilStopped(program);
+    auto fromSubcommand = factsUntilStopped(subcommand);
+    fs::remove_all(storage);
+    std::set<std::string> programKeys, subcommandKeys;
+    for (const auto& [key, value] : fromProgram) programKeys.insert(key);
+    for (const auto& [key, value] : fromSubcommand) subcommandKeys.insert(key);
+    EXPECT_EQ(programKeys, subcommandKeys);
+    for (const char* key : {"endpoint", "port", "bucket", "region", "access-key-id", "access-key-secret",
+                            "sts-security-token"})
+        EXPECT_TRUE(programKeys.count(key)) << key;
+    EXPECT_EQ(fromProgram["bucket"], "facts-bucket");
+    EXPECT_EQ(fromSubcommand["region"], "cn-beijing");
+}
 
 TEST_F(CloudProgram, APortHeldByAnotherSocketIsAnErrorNeverReady) {
     test::PortHolder holder;  // it offers to share the port: the cloud must not take it

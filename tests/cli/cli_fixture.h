@@ -5,12 +5,15 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "cli/cli_process.h"
@@ -74,6 +77,27 @@ protected:
     std::map<std::string, std::string> contents_;
 };
 
+// An emulator started with options of the test's own; its root keys go in the environment.
+class CliUploadToEmulator : public CliUpload {
+protected:
+    void startCloud(const emulator::EmulatorOptions& options) {
+        cloud_ = std::make_unique<emulator::CloudEmulator>(options);
+        ASSERT_TRUE(cloud_->start());
+    }
+    // `upload --json` to the emulator's endpoint and bucket, then `extra`.
+    std::vector<std::string> uploadArgs(const std::vector<std::string>& extra) const {
+        std::vector<std::string> all{"upload", "--json", "--endpoint", cloud_->endpoint(), "--bucket",
+                                     cloud_->options().bucket};
+        all.insert(all.end(), extra.begin(), extra.end());
+        return all;
+    }
+    std::vector<std::pair<std::string, std::string>> keys() const {
+        return {{"OSS_ACCESS_KEY_ID", cloud_->options().accessKeyId},
+                {"OSS_ACCESS_KEY_SECRET", cloud_->options().accessKeySecret}};
+    }
+    std::unique_ptr<emulator::CloudEmulator> cloud_;
+};
+
 class CliUploadToService : public CliUpload {
 protected:
     void SetUp() override {
@@ -86,6 +110,31 @@ protected:
                 "--bucket", cloud_.options().bucket,
                 "--key-id", keyId, "--secret", sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken,
                 "--expire", sts_.Expiration, "--part-size", std::to_string(kPart), "--retries", "2", file};
+    }
+    // Starts an upload of `file` whose later parts stall, interrupts it once more than three parts' bytes
+    // went (so at least one part is stored: three are in flight at most), and waits until the stalled
+    // requests have ended on their own, so the byte count holds still.
+    void interruptMidway(const std::string& file, int quickParts) {
+        for (int i = 0; i < quickParts; ++i) cloud_.addFault(emulator::Fault::delay("UploadPart", 0));
+        for (int i = 0; i < 12; ++i) cloud_.addFault(emulator::Fault::delay("UploadPart", 4000));
+        auto first = run(serviceArgs(file, sts_.AccessKeyId));
+        auto midway = first->readUntil(
+            [](const std::string& line) {
+                auto event = foundation::parseJson(line);
+                return event && event->value("event", "") == "progress" && event->value("uploaded", 0ULL) > 3 * kPart;
+            },
+            kGenerous);
+        ASSERT_TRUE(midway) << first->errors();
+        first->signal(SIGINT);
+        ASSERT_EQ(first->wait(kGenerous), 130) << first->errors();
+        ASSERT_EQ(events(*first, "interrupted").size(), 1u);
+        EXPECT_TRUE(events(*first, "success").empty());
+        auto settled = [this] { return cloud_.requests("UploadPart").size() >= cloud_.firedCount("UploadPart"); };
+        for (auto deadline = std::chrono::steady_clock::now() + kGenerous;
+             !settled() && std::chrono::steady_clock::now() < deadline;)
+            std::this_thread::sleep_for(50ms);
+        ASSERT_TRUE(settled());
+        cloud_.clearFaults();
     }
     static constexpr std::size_t kPart = 256 * 1024;
     emulator::CloudEmulator cloud_;

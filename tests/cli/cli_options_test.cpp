@@ -81,9 +81,13 @@ TEST_F(CliOptions, CredentialsComeFromTheEnvironmentOrAProfileAndAreNeverPrinted
     auto fromProfile = run(target({"--profile", "ci", "--key", "dir/named.bin", profileFile}));
     ASSERT_EQ(fromProfile->wait(kGenerous), 0) << fromProfile->errors();
     EXPECT_TRUE(stored("dir/named.bin", profileFile));
-    // Without --profile the default one is used: its key is refused by the service.
-    auto fromDefault = run(target({profileFile}));
+    // Without --profile the default one is used: its key is refused by the service, the file fails.
+    auto fromDefault = run(target({"--key", "refused.bin", profileFile}));
     EXPECT_EQ(fromDefault->wait(kGenerous), 1) << fromDefault->errors();
+    auto failures = events(*fromDefault, "failure");
+    ASSERT_EQ(failures.size(), 1u);
+    EXPECT_EQ(failures[0]["file"], profileFile);
+    EXPECT_FALSE(cloud_.object(o.bucket, "refused.bin"));
 
     for (const auto* process : {fromEnv.get(), fromStsEnv.get(), fromProfile.get(), fromDefault.get()})
         expectNoSecretIn(*process, {o.accessKeySecret, sts.AccessKeySecret, sts.SecurityToken});
@@ -469,44 +473,31 @@ TEST_F(CliOptions, AnInternalErrorIsShownAsRequestRetriesThenFailsWithoutAnUploa
     EXPECT_EQ(failures[0]["code"], "InternalError");
 }
 
-// TLS with the emulator's own CA: trusted with --ca-file; without it the certificate error ends the
-// upload at once instead of being retried.
-class CliTls : public CliUpload {
+class CliTls : public CliUploadToEmulator {
 protected:
     void SetUp() override {
         CliUpload::SetUp();
         emulator::EmulatorOptions options;
         options.https = true;
-        cloud_ = std::make_unique<emulator::CloudEmulator>(options);
-        ASSERT_TRUE(cloud_->start());
+        startCloud(options);
     }
-    std::vector<std::string> args(std::vector<std::string> extra) {
-        std::vector<std::string> all{"upload", "--json", "--endpoint", cloud_->endpoint(), "--region",
-                                     cloud_->options().region, "--bucket", cloud_->options().bucket, "--retries", "3"};
-        all.insert(all.end(), extra.begin(), extra.end());
-        return all;
+    std::vector<std::string> args(std::vector<std::string> extra) const {
+        extra.insert(extra.begin(), {"--region", cloud_->options().region, "--retries", "3"});
+        return uploadArgs(extra);
     }
-    std::vector<std::pair<std::string, std::string>> env() const {
-        return {{"OSS_ACCESS_KEY_ID", cloud_->options().accessKeyId},
-                {"OSS_ACCESS_KEY_SECRET", cloud_->options().accessKeySecret}};
-    }
-    std::unique_ptr<emulator::CloudEmulator> cloud_;
 };
 
-TEST_F(CliTls, TheCaFileIsTrusted) {
+// The emulator's CA is trusted with --ca-file; without it the refused certificate is final: no retry,
+// one failure.
+TEST_F(CliTls, TheCaFileIsTrustedAndAnUntrustedCertificateFailsAtOnce) {
     auto file = makeFile("tls.bin", 150000, 33);
-    auto process = run(args({"--ca-file", cloud_->caFile(), file}), env());
-    ASSERT_EQ(process->wait(kGenerous), 0) << process->errors();
+    auto untrusted = run(args({file}), keys());
+    EXPECT_EQ(untrusted->wait(kGenerous), 1) << untrusted->errors();
+    EXPECT_TRUE(events(*untrusted, "retry").empty());
+    EXPECT_EQ(events(*untrusted, "failure").size(), 1u);
+    auto trusted = run(args({"--ca-file", cloud_->caFile(), file}), keys());
+    ASSERT_EQ(trusted->wait(kGenerous), 0) << trusted->errors();
     EXPECT_TRUE(cloud_->objectBytes(cloud_->options().bucket, "tls.bin"));
-}
-
-// A refused certificate is final: no retry, one failure.
-TEST_F(CliTls, AnUntrustedCertificateFailsAtOnce) {
-    auto file = makeFile("tls.bin", 150000, 34);
-    auto process = run(args({file}), env());
-    EXPECT_EQ(process->wait(kGenerous), 1) << process->errors();
-    EXPECT_TRUE(events(*process, "retry").empty());
-    EXPECT_EQ(events(*process, "failure").size(), 1u);
 }
 
 }  // namespace

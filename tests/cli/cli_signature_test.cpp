@@ -10,7 +10,7 @@
 namespace quorvane {
 namespace {
 
-class CliSignature : public CliUpload {
+class CliSignature : public CliUploadToEmulator {
 protected:
     void SetUp() override {
         CliUpload::SetUp();
@@ -18,20 +18,12 @@ protected:
         options.acceptV1Signatures = false;
         options.region = "cn-hangzhou";
         options.clockSkew = std::chrono::minutes(20);
-        cloud_ = std::make_unique<emulator::CloudEmulator>(options);
-        ASSERT_TRUE(cloud_->start());
+        startCloud(options);
     }
     std::vector<std::string> args(std::vector<std::string> extra) const {
-        std::vector<std::string> all{"upload", "--json", "--oss", "--endpoint", cloud_->endpoint(), "--bucket",
-                                     cloud_->options().bucket, "--retries", "1", "--part-size", "262144"};
-        all.insert(all.end(), extra.begin(), extra.end());
-        return all;
+        extra.insert(extra.begin(), {"--oss", "--retries", "1", "--part-size", "262144"});
+        return uploadArgs(extra);
     }
-    std::vector<std::pair<std::string, std::string>> keys() const {
-        return {{"OSS_ACCESS_KEY_ID", cloud_->options().accessKeyId},
-                {"OSS_ACCESS_KEY_SECRET", cloud_->options().accessKeySecret}};
-    }
-    std::unique_ptr<emulator::CloudEmulator> cloud_;
 };
 
 TEST_F(CliSignature, UploadsSignV4ForTheRegionOfTheFlagOrTheProfile) {

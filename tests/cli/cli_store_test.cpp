@@ -311,12 +311,6 @@ TEST_F(CliStore, ConfigWritesAPrivateProfileThatAnExplicitProfileUsesOverTheEnvi
     EXPECT_EQ(events(*dry, "planned").size(), 1u);
 }
 
-}  // namespace
-}  // namespace quorvane
-
-namespace quorvane {
-namespace {
-
 // Standard input of unknown length: parts of --part-size as they come, or one PutObject when it fits one.
 TEST_F(CliStore, StandardInputIsStreamedInPartsAndStoredByteForByte) {
     auto big = makeFile("piped.bin", 3 * kPart + 1000, 31);

@@ -3,6 +3,7 @@
 
 #include "emulator_test_support.h"
 #include "foundation/crc64.h"
+#include "foundation/temp_files.h"
 
 namespace quorvane::emulator {
 namespace {
@@ -203,10 +204,9 @@ TEST_F(MultipartTest, ListPartsPagesWithExclusiveMarker) {
 }
 
 TEST(MultipartPersistence, RestartedEmulatorKeepsObjectsUploadsAndParts) {
-    auto dir = std::filesystem::temp_directory_path() / ("emulator-persist-" + std::to_string(::getpid()));
-    std::filesystem::remove_all(dir);
+    foundation::ScopedTempDir dir;
     EmulatorOptions options;
-    options.storageDir = dir.string();
+    options.storageDir = dir.path();
     std::string uploadId;
     {
         CloudEmulator cloud(options);
@@ -229,7 +229,6 @@ TEST(MultipartPersistence, RestartedEmulatorKeepsObjectsUploadsAndParts) {
     auto first = cloud.upload(uploadId)->parts.at(0).etag;
     ASSERT_EQ(m.complete({{1, first}, {2, second->get_header_value("ETag")}})->status, 200);
     EXPECT_EQ(cloud.objectBytes(options.bucket, "p.bin"), bytes(kPart, 1) + "end");
-    std::filesystem::remove_all(dir);
 }
 
 // Files under `dir` whose names end with `suffix`.
@@ -241,10 +240,10 @@ std::size_t filesEndingWith(const std::filesystem::path& dir, const std::string&
 }
 
 TEST(MultipartPersistence, CompletedObjectSurvivesRestartsAndOverwritesLeaveNoFiles) {
-    auto dir = std::filesystem::temp_directory_path() / ("emulator-joined-" + std::to_string(::getpid()));
-    std::filesystem::remove_all(dir);
+    foundation::ScopedTempDir scratch;
+    const std::filesystem::path dir = scratch.path();
     EmulatorOptions options;
-    options.storageDir = dir.string();
+    options.storageDir = scratch.path();
     const Key key{options.accessKeyId, options.accessKeySecret, ""};
     std::vector<std::string> bodies = {bytes(kPart, 7), bytes(kPart + 1, 8), bytes(kPart + 3, 9)};
     const auto whole = bodies[0] + bodies[1] + bodies[2];
@@ -280,7 +279,6 @@ TEST(MultipartPersistence, CompletedObjectSurvivesRestartsAndOverwritesLeaveNoFi
     CloudEmulator cloud(options);
     ASSERT_TRUE(cloud.start());
     EXPECT_EQ(cloud.objectBytes(options.bucket, "movie.mp4"), bodies[2] + bodies[1] + bodies[0]);
-    std::filesystem::remove_all(dir);
 }
 
 }  // namespace

@@ -1,12 +1,10 @@
 // Requests other than plain uploads and reads, over loopback: whatever the emulator does not serve
 // answers 501 and leaves stored data alone; copies, ACLs, tags and bucket facts where it does.
-#include <unistd.h>
-
-#include <filesystem>
 #include <thread>
 
 #include "emulator_test_support.h"
 #include "foundation/crc64.h"
+#include "foundation/temp_files.h"
 
 namespace quorvane::emulator {
 namespace {
@@ -178,10 +176,9 @@ TEST_F(ObjectAdminTest, CopyKeepsBytesAndCrcAndReplacesMetadataOnRequest) {
 }
 
 TEST(ObjectAdminStorage, CopiesOwnTheirBytesAndBucketsTheirCreationTimeAcrossRestarts) {
-    auto dir = std::filesystem::temp_directory_path() / ("qc-copy-" + std::to_string(::getpid()));
-    std::filesystem::remove_all(dir);
+    foundation::ScopedTempDir dir;
     EmulatorOptions options;
-    options.storageDir = dir.string();
+    options.storageDir = dir.path();
     options.verifySignatures = false;
     auto created = [&](const CloudEmulator& cloud) {
         httplib::Client client("127.0.0.1", cloud.port());
@@ -209,8 +206,6 @@ TEST(ObjectAdminStorage, CopiesOwnTheirBytesAndBucketsTheirCreationTimeAcrossRes
     EXPECT_EQ(created(restarted), createdFirst);
     EXPECT_EQ(restarted.objectBytes(options.bucket, "copy"), kBody);
     EXPECT_EQ(restarted.object(options.bucket, "copy")->tags, (std::vector<std::pair<std::string, std::string>>{{"a", "1"}}));
-    restarted.stop();
-    std::filesystem::remove_all(dir);
 }
 
 TEST_F(ObjectAdminTest, AclAndTagsAreStoredBesideTheObjectAndCheckedAgainstTheLimits) {

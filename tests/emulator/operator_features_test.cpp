@@ -1,6 +1,6 @@
 // What the local cloud offers whoever runs it: a request log that keeps secrets out, fault scripts
 // written as JSON, a console fed from its state, and a storage directory that keeps its CA and its STS
-// credentials good across a restart.
+// credentials good across a restart, its HTTPS trusted through that CA alone.
 #include <arpa/inet.h>
 #include <ifaddrs.h>
 #include <netinet/in.h>
@@ -13,6 +13,7 @@
 #include "emulator/request_log.h"
 #include "emulator_test_support.h"
 #include "foundation/log.h"
+#include "foundation/temp_files.h"
 
 namespace quorvane::emulator {
 namespace {
@@ -211,16 +212,6 @@ TEST(Console, IsRefusedToOtherMachinesUnlessAsked) {
     }
 }
 
-class KeptStorage : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir = fs::temp_directory_path() / ("quorvane-kept-" + std::to_string(::getpid()));
-        fs::remove_all(dir);
-    }
-    void TearDown() override { fs::remove_all(dir); }
-    fs::path dir;
-};
-
 std::string fileText(const fs::path& path) {
     std::ifstream in(path);
     return std::string(std::istreambuf_iterator<char>(in), {});
@@ -232,9 +223,11 @@ unsigned modeOf(const fs::path& path) {
     return st.st_mode & 0777;
 }
 
-TEST_F(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
+TEST(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
+    foundation::ScopedTempDir scratch;
+    const fs::path dir = scratch.path();
     EmulatorOptions options;
-    options.storageDir = dir.string();
+    options.storageDir = scratch.path();
     options.https = true;
     StsCredentials sts;
     std::string caPem;
@@ -249,7 +242,11 @@ TEST_F(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
 
     CloudEmulator second(options);
     ASSERT_TRUE(second.start());
+    EXPECT_EQ(second.endpoint().substr(0, 8), "https://");
     EXPECT_EQ(fileText(second.caFile()), caPem);
+    httplib::SSLClient untrusting("127.0.0.1", second.port());  // without the CA file: not trusted
+    untrusting.enable_server_certificate_verification(true);
+    EXPECT_FALSE(untrusting.Get("/logstores/s/track?APIVersion=0.6.0"));
     // A client holding the old CA file and the old credentials is served by the new run.
     httplib::SSLClient client("127.0.0.1", second.port());
     client.set_ca_cert_path(second.caFile().c_str());

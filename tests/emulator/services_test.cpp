@@ -1,4 +1,4 @@
-// Enterprise API, log-service tracking and host upload URLs over loopback; HTTPS with the generated CA.
+// Enterprise API, log-service tracking and host upload URLs over loopback.
 #include "emulator_test_support.h"
 
 namespace quorvane::emulator {
@@ -64,24 +64,6 @@ TEST_F(ServicesTest, HostUploadStoresFileAndFields) {
     EXPECT_EQ(uploads[0].fileBytes, "JPEGDATA");
     EXPECT_EQ(uploads[0].fileContentType, "image/jpg");
     EXPECT_EQ(uploads[0].fields["userId"], "42");
-}
-
-TEST(CloudTls, ServesHttpsVerifiedByTheGeneratedCa) {
-    EmulatorOptions options;
-    options.https = true;
-    CloudEmulator cloud(options);
-    ASSERT_TRUE(cloud.start());
-    EXPECT_EQ(cloud.endpoint().substr(0, 8), "https://");
-    httplib::SSLClient client("127.0.0.1", cloud.port());
-    client.set_ca_cert_path(cloud.caFile().c_str());
-    client.enable_server_certificate_verification(true);
-    auto res = client.Get("/logstores/s/track?APIVersion=0.6.0&a=1");
-    ASSERT_TRUE(res) << httplib::to_string(res.error());
-    EXPECT_EQ(res->status, 200);
-
-    httplib::SSLClient untrusting("127.0.0.1", cloud.port());
-    untrusting.enable_server_certificate_verification(true);
-    EXPECT_FALSE(untrusting.Get("/logstores/s/track?APIVersion=0.6.0"));
 }
 
 }  // namespace

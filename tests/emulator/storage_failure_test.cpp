@@ -11,7 +11,6 @@
 namespace quorvane::emulator {
 namespace {
 
-using testing::Key;
 using testing::signedHeaders;
 using testing::xmlField;
 namespace fs = std::filesystem;
@@ -44,46 +43,40 @@ std::vector<std::string> filesUnder(const fs::path& dir) {
     return out;
 }
 
-class FullDiskTest : public ::testing::Test {
+// A fresh storage directory for the emulator of each test.
+EmulatorOptions freshStorage() {
+    EmulatorOptions options;
+    options.storageDir = (fs::temp_directory_path() / ("emulator-full-" + std::to_string(::getpid()))).string();
+    fs::remove_all(options.storageDir);
+    return options;
+}
+
+class FullDiskTest : public testing::CloudTest {
 protected:
-    void SetUp() override {
-        dir = fs::temp_directory_path() / ("emulator-full-" + std::to_string(::getpid()));
-        fs::remove_all(dir);
-        options.storageDir = dir.string();
-        cloud = std::make_unique<CloudEmulator>(options);
-        ASSERT_TRUE(cloud->start());
-        client = std::make_unique<httplib::Client>("127.0.0.1", cloud->port());
-        client->set_read_timeout(60);
-    }
+    FullDiskTest() : CloudTest(freshStorage()) {}
     void TearDown() override {
         client.reset();
-        cloud.reset();
+        cloud.stop();
         fs::remove_all(dir);
     }
 
-    std::string path(const std::string& key) const { return "/" + options.bucket + "/" + key; }
     httplib::Result put(const std::string& key, const std::string& body,
                         std::map<std::string, std::string> ossHeaders = {}) {
-        const std::string type = "application/octet-stream";
-        return client->Put(path(key), signedHeaders(key_, "PUT", path(key), type, "", ossHeaders), body, type);
+        return CloudTest::put(key, body, root, std::move(ossHeaders));
     }
     httplib::Result post(const std::string& key, const std::string& query, const std::string& body,
                          std::map<std::string, std::string> ossHeaders = {}) {
         const std::string type = "application/xml";
         return client->Post(path(key) + "?" + query,
-                            signedHeaders(key_, "POST", path(key) + "?" + query, type, "", ossHeaders), body, type);
+                            signedHeaders(root, "POST", path(key) + "?" + query, type, "", ossHeaders), body, type);
     }
     httplib::Result putPart(const std::string& key, const std::string& uploadId, int number, const std::string& body) {
         auto resource = path(key) + "?partNumber=" + std::to_string(number) + "&uploadId=" + uploadId;
         const std::string type = "application/octet-stream";
-        return client->Put(resource, signedHeaders(key_, "PUT", resource, type), body, type);
+        return client->Put(resource, signedHeaders(root, "PUT", resource, type), body, type);
     }
 
-    EmulatorOptions options;
-    Key key_{options.accessKeyId, options.accessKeySecret, ""};
-    fs::path dir;
-    std::unique_ptr<CloudEmulator> cloud;
-    std::unique_ptr<httplib::Client> client;
+    const fs::path dir = cloud.options().storageDir;
 };
 
 TEST_F(FullDiskTest, RefusedWritesAnswerAnErrorAndKeepWhatWasStored) {
@@ -108,17 +101,17 @@ TEST_F(FullDiskTest, RefusedWritesAnswerAnErrorAndKeepWhatWasStored) {
         EXPECT_EQ(putPart("movie.mp4", uploadId, 2, std::string(3000, 'q'))->status, 500);
     }
     EXPECT_EQ(filesUnder(dir), before);
-    EXPECT_EQ(cloud->objectBytes(options.bucket, "kept.bin"), "old bytes");
-    EXPECT_FALSE(cloud->object(options.bucket, "new.bin"));
-    ASSERT_EQ(cloud->upload(uploadId)->parts.size(), 1u);
+    EXPECT_EQ(cloud.objectBytes(bucket(), "kept.bin"), "old bytes");
+    EXPECT_FALSE(cloud.object(bucket(), "new.bin"));
+    ASSERT_EQ(cloud.upload(uploadId)->parts.size(), 1u);
 
-    cloud.reset();  // what is on disk says the same
-    cloud = std::make_unique<CloudEmulator>(options);
-    ASSERT_TRUE(cloud->start());
-    EXPECT_EQ(cloud->objectBytes(options.bucket, "kept.bin"), "old bytes");
-    EXPECT_FALSE(cloud->object(options.bucket, "new.bin"));
-    EXPECT_FALSE(cloud->object(options.bucket, "noted.bin"));
-    EXPECT_EQ(cloud->upload(uploadId)->parts.size(), 1u);
+    cloud.stop();  // what is on disk says the same
+    CloudEmulator again(cloud.options());
+    ASSERT_TRUE(again.start());
+    EXPECT_EQ(again.objectBytes(bucket(), "kept.bin"), "old bytes");
+    EXPECT_FALSE(again.object(bucket(), "new.bin"));
+    EXPECT_FALSE(again.object(bucket(), "noted.bin"));
+    EXPECT_EQ(again.upload(uploadId)->parts.size(), 1u);
 }
 
 TEST_F(FullDiskTest, NamesAndMetadataThatAreNotUtf8AreRefusedWithoutFiles) {

@@ -17,9 +17,6 @@ namespace quorvane::test {
 class TestServer {
 public:
     TestServer() : server_(std::make_unique<httplib::Server>()) {}
-    // An HTTPS server with this certificate and key (PEM files).
-    TestServer(const std::string& certFile, const std::string& keyFile)
-        : server_(std::make_unique<httplib::SSLServer>(certFile.c_str(), keyFile.c_str())), scheme_("https") {}
     ~TestServer() { stop(); }
     TestServer(const TestServer&) = delete;
     TestServer& operator=(const TestServer&) = delete;
@@ -37,12 +34,11 @@ public:
     }
     std::uint16_t port() const { return static_cast<std::uint16_t>(port_); }
     std::string url(const std::string& path) const {
-        return scheme_ + "://127.0.0.1:" + std::to_string(port_) + path;
+        return "http://127.0.0.1:" + std::to_string(port_) + path;
     }
 
 private:
     std::unique_ptr<httplib::Server> server_;
-    std::string scheme_ = "http";
     std::thread thread_;
     int port_ = 0;
 };

@@ -33,15 +33,10 @@ TEST(DatumConversion, MatchesPublishedPairsWithTheLatitudeCorrection) {
         EXPECT_NEAR(gcj.latitude, r.gcjLat - kCorrection, 1e-6) << r.source;
         EXPECT_NEAR(gcj.longitude, r.gcjLon, 1e-6) << r.source;
     }
-}
-
-TEST(DatumConversion, OffsetsAreNotZeroAtThePolynomialOrigin) {
-    auto gcj = WGS84ConvertToGCJ02ForAMapView::transformFromWGSToGCJ({35.0, 105.0});
-    EXPECT_NEAR(gcj.latitude, 34.998699632, 1e-6);
-    EXPECT_NEAR(gcj.longitude, 105.003286241, 1e-6);
-    EXPECT_DOUBLE_EQ(a, 6378245.0);
-    EXPECT_DOUBLE_EQ(ee, 0.006693421622965943);
-    EXPECT_DOUBLE_EQ(pi, 3.141592653589793);
+    // At the polynomial's origin its terms vanish, yet the offsets must not.
+    auto origin = WGS84ConvertToGCJ02ForAMapView::transformFromWGSToGCJ({35.0, 105.0});
+    EXPECT_NEAR(origin.latitude, 34.998699632, 1e-6);
+    EXPECT_NEAR(origin.longitude, 105.003286241, 1e-6);
 }
 
 bool sameBits(double x, double y) { return std::memcmp(&x, &y, sizeof x) == 0; }
@@ -55,22 +50,18 @@ TEST(DatumConversion, PointsOutsideChinaComeBackBitForBit) {
 
 TEST(DatumConversion, BoundsCountAsInside) {
     using W = WGS84ConvertToGCJ02ForAMapView;
-    // Each bound itself is inside; a step past it is outside.
-    EXPECT_FALSE(W::isLocationOutOfChina({35.0, 72.004}));
-    EXPECT_TRUE(W::isLocationOutOfChina({35.0, 72.0039}));
-    EXPECT_FALSE(W::isLocationOutOfChina({35.0, 137.8347}));
-    EXPECT_TRUE(W::isLocationOutOfChina({35.0, 137.8348}));
-    EXPECT_FALSE(W::isLocationOutOfChina({0.8293, 105.0}));
-    EXPECT_TRUE(W::isLocationOutOfChina({0.8292, 105.0}));
-    EXPECT_FALSE(W::isLocationOutOfChina({55.8271, 105.0}));
-    EXPECT_TRUE(W::isLocationOutOfChina({55.8272, 105.0}));
-
-    auto onBound = W::transformFromWGSToGCJ({55.8271, 105.0});
-    EXPECT_NE(onBound.latitude, 55.8271);  // converted
-    auto pastBound = W::transformFromWGSToGCJ({55.8272, 105.0});
-    EXPECT_EQ(pastBound.latitude, 55.8272);
-    EXPECT_NE(W::transformFromWGSToGCJ({35.0, 72.004}).longitude, 72.004);
-    EXPECT_EQ(W::transformFromWGSToGCJ({35.0, 72.0039}).longitude, 72.0039);
+    // Each bound itself is inside and converted; a step past it is outside and left alone.
+    const std::pair<LocationCoordinate2D, LocationCoordinate2D> bounds[] = {
+        {{35.0, 72.004}, {35.0, 72.0039}}, {{35.0, 137.8347}, {35.0, 137.8348}},
+        {{0.8293, 105.0}, {0.8292, 105.0}}, {{55.8271, 105.0}, {55.8272, 105.0}}};
+    for (const auto& [inside, outside] : bounds) {
+        EXPECT_FALSE(W::isLocationOutOfChina(inside)) << inside.latitude << "," << inside.longitude;
+        EXPECT_TRUE(W::isLocationOutOfChina(outside)) << outside.latitude << "," << outside.longitude;
+        auto converted = W::transformFromWGSToGCJ(inside);
+        EXPECT_TRUE(converted.latitude != inside.latitude && converted.longitude != inside.longitude);
+        auto kept = W::transformFromWGSToGCJ(outside);
+        EXPECT_TRUE(sameBits(kept.latitude, outside.latitude) && sameBits(kept.longitude, outside.longitude));
+    }
 }
 
 }  // namespace

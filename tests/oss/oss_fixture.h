@@ -32,6 +32,7 @@ inline std::string randomBytes(std::size_t size, unsigned seed) {
 
 class OssEmulatorTest : public ::testing::Test {
 protected:
+    explicit OssEmulatorTest(emulator::EmulatorOptions options = {}) : cloud(std::move(options)) {}
     void SetUp() override { ASSERT_TRUE(cloud.start()); }
 
     const std::string& bucket() const { return cloud.options().bucket; }

@@ -32,18 +32,14 @@ std::shared_ptr<OSSCredentialProvider> stsProvider(const emulator::StsCredential
 
 std::string codeOf(const Error& error) { return foundation::stringAt(error.userInfo, "Code").value_or(""); }
 
-class V4Cloud : public ::testing::Test {
+class V4Cloud : public OssEmulatorTest {
 protected:
-    void SetUp() override { ASSERT_TRUE(cloud.start()); }
-    const std::string& bucket() const { return cloud.options().bucket; }
+    V4Cloud() : OssEmulatorTest(v4Only()) {}
 
+    // Retries go at once.
     std::unique_ptr<OSSClient> client(OSSClientConfiguration conf, std::shared_ptr<OSSCredentialProvider> provider = {}) {
-        conf.httpClient = http;
         conf.retryScheduler = [](auto, auto resume) { resume(); };
-        if (!provider)
-            provider = std::make_shared<OSSPlainTextAKSKPairCredentialProvider>(cloud.options().accessKeyId,
-                                                                                cloud.options().accessKeySecret);
-        return std::make_unique<OSSClient>(cloud.endpoint(), provider, std::move(conf));
+        return makeClient(std::move(conf), std::move(provider));
     }
     static OSSClientConfiguration inRegion(std::string region) {
         OSSClientConfiguration conf;
@@ -60,10 +56,6 @@ protected:
         EXPECT_TRUE(task->waitFor(kWait));
         return task;
     }
-
-    emulator::CloudEmulator cloud{v4Only()};
-    foundation::ScopedTempDir dir;
-    std::shared_ptr<foundation::HttpClient> http = std::make_shared<foundation::HttpClient>();
 };
 
 // Keys whose encoding differs between the URL, the V1 resource and the V4 canonical URI.

@@ -54,8 +54,13 @@ TEST_F(PermissionGate, MicrophoneRepeatRefusalGivesItsWord) {
     EXPECT_EQ(failures[0], "NoMicrophonePermission");
 }
 
-TEST_F(PermissionGate, ScannerRepeatRefusalShowsTheSettingsAlert) {
-    privacy.authority->setStatus(PrivacyKind::Camera, platform::StatusDenied);
+TEST_F(PermissionGate, ScannerFirstRefusalShowsNothingARepeatShowsTheSettingsAlert) {
+    privacy.authority->scriptAnswer(PrivacyKind::Camera, false);
+    passScanPermissionGate([this] { ++proceeded; });
+    ASSERT_TRUE(waitFor([&] { return privacy.authority->prompts(PrivacyKind::Camera) == 1; }));
+    testing::settle();
+    EXPECT_FALSE(root->presentedViewController());
+
     passScanPermissionGate([this] { ++proceeded; });
     auto alert = presentedAlert();
     ASSERT_TRUE(alert);
@@ -70,15 +75,7 @@ TEST_F(PermissionGate, ScannerRepeatRefusalShowsTheSettingsAlert) {
     ASSERT_EQ(device.urlOpener->opened().size(), 1u);
     EXPECT_EQ(device.urlOpener->opened()[0].url, platform::kOpenSettingsURLString);
     EXPECT_EQ(proceeded, 0);
-}
-
-TEST_F(PermissionGate, ScannerFirstRefusalShowsNothing) {
-    privacy.authority->scriptAnswer(PrivacyKind::Camera, false);
-    passScanPermissionGate([this] { ++proceeded; });
-    ASSERT_TRUE(waitFor([&] { return privacy.authority->prompts(PrivacyKind::Camera) == 1; }));
-    testing::settle();
-    EXPECT_FALSE(root->presentedViewController());
-    EXPECT_EQ(proceeded, 0);
+    EXPECT_EQ(privacy.authority->prompts(PrivacyKind::Camera), 1);
 }
 
 }  // namespace
