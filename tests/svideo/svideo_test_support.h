@@ -33,32 +33,37 @@ inline bool waitUntil(const std::function<bool()>& done, std::chrono::millisecon
     return foundation::MainLoop::instance().runUntil(done, timeout);
 }
 
+// Waits without running the main loop, so that what the engine would do there stays undone meanwhile.
+inline bool waitHoldingMainLoop(const std::function<bool()>& done, std::chrono::milliseconds timeout = 90s) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
+    while (!done()) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        std::this_thread::sleep_for(5ms);
+    }
+    return true;
+}
+
 // Every delegate call in order: "vid", "result", "failed", "progress", "expired", "retry", "retryResume".
 class RecordingDelegate : public VODUploadSVideoClientDelegate {
 public:
+    // Called with each event's name once it is recorded, from inside the callback. Set before the job.
+    std::function<void(const std::string&)> onEvent;
+
     struct Success {
         std::optional<std::string> vid, imageUrl;
     };
 
     void uploadSuccessWithVid(const std::optional<std::string>& vid, const std::optional<std::string>& url) override {
-        std::lock_guard lock(mutex_);
-        successes_.push_back({vid, url});
-        events_.push_back("vid");
+        add("vid", [&] { successes_.push_back({vid, url}); });
     }
     void uploadSuccessWithResult(const VodSVideoUploadResult& result) override {
-        std::lock_guard lock(mutex_);
-        results_.push_back(result);
-        events_.push_back("result");
+        add("result", [&] { results_.push_back(result); });
     }
     void uploadFailedWithCode(const std::string& code, const std::string& message) override {
-        std::lock_guard lock(mutex_);
-        failures_.push_back({code, message});
-        events_.push_back("failed");
+        add("failed", [&] { failures_.push_back({code, message}); });
     }
     void uploadProgressWithUploadedSize(std::int64_t uploaded, std::int64_t total) override {
-        std::lock_guard lock(mutex_);
-        progress_.push_back({uploaded, total});
-        events_.push_back("progress");
+        add("progress", [&] { progress_.push_back({uploaded, total}); });
     }
     void uploadTokenExpired() override { add("expired"); }
     void uploadRetry() override { add("retry"); }
@@ -67,6 +72,10 @@ public:
     int count(const std::string& name) const {
         std::lock_guard lock(mutex_);
         return static_cast<int>(std::count(events_.begin(), events_.end(), name));
+    }
+    std::vector<std::string> events() const {
+        std::lock_guard lock(mutex_);
+        return events_;
     }
     bool waitFor(const std::string& name, int times = 1) const {
         return waitUntil([&] { return count(name) >= times; });
@@ -89,9 +98,13 @@ public:
     }
 
 private:
-    void add(const char* name) {
-        std::lock_guard lock(mutex_);
-        events_.push_back(name);
+    void add(const char* name, const std::function<void()>& keep = [] {}) {
+        {
+            std::lock_guard lock(mutex_);
+            keep();
+            events_.push_back(name);
+        }
+        if (onEvent) onEvent(name);
     }
     mutable std::mutex mutex_;
     std::vector<std::string> events_;

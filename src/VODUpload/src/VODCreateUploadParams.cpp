@@ -1,5 +1,10 @@
 #include "VODUpload/src/VODCreateUploadParams.h"
 
+#include <algorithm>
+#include <cctype>
+
+#include "VODUpload/src/VODInnerFileInfo.h"
+
 namespace quorvane {
 namespace {
 
@@ -8,6 +13,11 @@ void putIfPresent(Value& params, const char* key, const std::optional<std::strin
 }
 
 bool nonEmpty(const std::optional<std::string>& text) { return text && !text->empty(); }
+
+std::string lowerCase(std::string text) {
+    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
+    return text;
+}
 
 }  // namespace
 
@@ -24,6 +34,19 @@ Value createUploadVideoParams(const VODCreateUploadFields& f) {
     if (!f.transcode && !hasTemplateGroup) params["TranscodeMode"] = "NoTranscode";
     if (nonEmpty(f.appId)) params["AppId"] = *f.appId;
     if (nonEmpty(f.workflowId)) params["WorkflowId"] = *f.workflowId;
+    putIfPresent(params, "UserData", f.userData);
+    return params;
+}
+
+Value createUploadImageParams(const VODCreateImageFields& f) {
+    Value params = Value::object();
+    params["ImageExt"] = lowerCase(vodPathExtension(f.imagePath));
+    putIfPresent(params, "Title", f.title);
+    putIfPresent(params, "Description", f.description);
+    if (f.cateId) params["CateId"] = std::to_string(*f.cateId);
+    putIfPresent(params, "Tags", f.tags);
+    putIfPresent(params, "StorageLocation", f.storageLocation);
+    if (nonEmpty(f.appId)) params["AppId"] = *f.appId;
     putIfPresent(params, "UserData", f.userData);
     return params;
 }

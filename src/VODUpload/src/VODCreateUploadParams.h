@@ -1,6 +1,6 @@
 #pragma once
-// The optional parameters of a CreateUploadVideo request, built in one place for the upload client
-// and the short-video client.
+// The optional parameters of the CreateUploadVideo and CreateUploadImage requests, built in one place
+// for the upload client and the short-video client.
 #include <optional>
 #include <string>
 
@@ -28,5 +28,19 @@ struct VODCreateUploadFields {
 // In the order the service documents them; a value that is absent is left out, "AppId" and
 // "WorkflowId" also when empty.
 Value createUploadVideoParams(const VODCreateUploadFields& fields);
+
+struct VODCreateImageFields {
+    std::string imagePath;  // its extension, in lower case, is the "ImageExt"
+    std::optional<std::string> title;
+    std::optional<std::string> description;
+    std::optional<long long> cateId;
+    std::optional<std::string> tags;
+    std::optional<std::string> storageLocation;
+    std::optional<std::string> appId;
+    std::optional<std::string> userData;
+};
+
+// "ImageExt" always (empty without an extension); the others when present, "AppId" when not empty.
+Value createUploadImageParams(const VODCreateImageFields& fields);
 
 }  // namespace quorvane

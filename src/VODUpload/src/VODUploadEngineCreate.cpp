@@ -1,8 +1,6 @@
 // Create-upload requests: registering the current file with the video service (a video, refreshed
 // when the resume cache remembers its id, or an image), the media facts added to the user data, and
 // the start event sent before each multipart upload.
-#include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <cstdio>
 
@@ -15,8 +13,6 @@
 namespace quorvane {
 namespace {
 
-bool nonEmpty(const std::optional<std::string>& text) { return text && !text->empty(); }
-
 std::string fixed2(double value) {
     char text[64];
     std::snprintf(text, sizeof text, "%.2f", value);
@@ -28,15 +24,6 @@ std::string numberText(double value) {
     char text[64];
     auto end = std::to_chars(text, text + sizeof text, value).ptr;
     return std::string(text, end);
-}
-
-std::string lowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char c) { return std::tolower(c); });
-    return text;
-}
-
-void putIfPresent(Value& params, const char* key, const std::optional<std::string>& value) {
-    if (value) params[key] = *value;
 }
 
 }  // namespace
@@ -95,18 +82,19 @@ void VODUploadEngine::createUploadImage() {
         const auto cur = cur_;
         if (!cur) return;
         const auto info = cur->vodInfo;
-        Value params = Value::object();
-        params["ImageExt"] = lowerCase(vodPathExtension(cur->filePath));
+        VODCreateImageFields fields;
+        fields.imagePath = cur->filePath;
         if (info) {
-            putIfPresent(params, "Title", info->title);
-            putIfPresent(params, "Description", info->desc);
-            if (info->cateId) params["CateId"] = std::to_string(*info->cateId);
-            putIfPresent(params, "Tags", info->tags);
-            putIfPresent(params, "StorageLocation", info->storageLocation);
+            fields.title = info->title;
+            fields.description = info->desc;
+            fields.cateId = info->cateId;
+            fields.tags = info->tags;
+            fields.storageLocation = info->storageLocation;
+            fields.userData = info->userData;
         }
         const auto options = this->options();
-        if (nonEmpty(options.appId)) params["AppId"] = *options.appId;
-        if (info) putIfPresent(params, "UserData", info->userData);
+        fields.appId = options.appId;
+        const Value params = createUploadImageParams(fields);
         const std::string imageType = info ? info->imageType.value_or("") : std::string("cover");
 
         std::weak_ptr<VODUploadEngine> weak = weak_from_this();

@@ -1,14 +1,18 @@
-// Set-up, settings and the engine listener of the short-video client.
+// Set-up, settings, the engine listener and the hand-over of each file to the engine.
 #include "VODUpload/src/VODUploadSVideoClient.h"
 
+#include <utility>
+
 #include "VODUpload/src/VODLog.h"
+#include "foundation/dispatch.h"
 
 namespace quorvane {
 
 VODUploadSVideoClient::VODUploadSVideoClient() : VODUploadSVideoClient(VODServiceConfig::current()) {}
 
 VODUploadSVideoClient::VODUploadSVideoClient(VODServiceConfig config)
-    : client_(VODUploadClient::create(std::move(config))) {}
+    : client_(VODUploadClient::create(std::move(config))),
+      queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.svideoupload")) {}
 
 std::shared_ptr<VODUploadSVideoClient> VODUploadSVideoClient::create() { return create(VODServiceConfig::current()); }
 
@@ -24,9 +28,11 @@ bool VODUploadSVideoClient::init() {
 }
 
 void VODUploadSVideoClient::setup() {
-    client_->init(makeListener());
-    client_->setLogStore("svideo");
-    setStepAndStatus(0, kStatusIdle);
+    serially([&] {
+        client_->init(makeListener(nullptr));  // no run yet: every file the engine names is an earlier one
+        client_->setLogStore("svideo");
+        setStepAndStatus(Step::Idle, kStatusIdle);
+    });
     setTranscode(true);
     setRecordUploadProgress(true);
     setReportEnabled(true);
@@ -35,226 +41,246 @@ void VODUploadSVideoClient::setup() {
     setRegion("cn-shanghai");
 }
 
-std::shared_ptr<VODUploadListener> VODUploadSVideoClient::makeListener() {
+void VODUploadSVideoClient::onQueue(const std::function<void()>& f) { queue_->sync(f); }
+
+void VODUploadSVideoClient::later(std::function<void(VODUploadSVideoClient&)> f) {
+    queue_->async([weak = weak_from_this(), f = std::move(f)] {
+        if (auto self = weak.lock()) f(*self);
+    });
+}
+
+void VODUploadSVideoClient::setStepAndStatus(Step step, std::int32_t status) {
+    step_ = step;
+    status_ = status;
+}
+
+// A listener for one run of the engine. Its events hop onto the queue; only `started` is answered
+// where it is raised, because the engine goes on with the file as soon as it returns: the slot it
+// needs is the one this run was handed over with.
+std::shared_ptr<VODUploadListener> VODUploadSVideoClient::makeListener(const std::shared_ptr<VodInfo>& runFile) {
     std::weak_ptr<VODUploadSVideoClient> weak = weak_from_this();
     auto listener = std::make_shared<VODUploadListener>();
+    listener->started = [weak, engine = std::weak_ptr<VODUploadClient>(client_), runFile, videoId = job_.curVideoId,
+                         auth = job_.curAuth.value_or(""),
+                         address = job_.curAddress.value_or("")](const std::shared_ptr<UploadFileInfo>& file) {
+        auto client = engine.lock();
+        if (!client || !runFile || !file || file->vodInfo != runFile) {
+            dropStale("engine start");
+            return;
+        }
+        client->setVideoId(videoId);
+        client->setUploadAuthAndAddress(file, auth, address);
+        if (auto self = weak.lock()) self->later([file](VODUploadSVideoClient& c) { c.onEngineStarted(file); });
+    };
     listener->finish = [weak](const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result) {
-        if (auto self = weak.lock()) self->onEngineFinish(file, result);
+        if (auto self = weak.lock())
+            self->later([file, result](VODUploadSVideoClient& c) { c.onEngineFinish(file, result); });
     };
     listener->failure = [weak](const std::shared_ptr<UploadFileInfo>& file, const std::string& code,
                                const std::string& message) {
-        if (auto self = weak.lock()) self->onEngineFailure(file, code, message);
+        if (auto self = weak.lock())
+            self->later([file, code, message](VODUploadSVideoClient& c) { c.onEngineFailure(file, code, message); });
     };
     listener->progress = [weak](const std::shared_ptr<UploadFileInfo>& file, long uploaded, long /*total*/) {
-        if (auto self = weak.lock()) self->onEngineProgress(file, uploaded);
+        if (auto self = weak.lock())
+            self->later([file, uploaded](VODUploadSVideoClient& c) { c.onEngineProgress(file, uploaded); });
     };
     listener->expire = [weak] {
-        auto self = weak.lock();
-        if (!self || !self->engineRunIsCurrent("expire")) return;
-        if (auto delegate = self->delegate()) delegate->uploadTokenExpired();
+        if (auto self = weak.lock()) self->later([](VODUploadSVideoClient& c) { c.onEngineExpire(); });
     };
     listener->retry = [weak] {
-        auto self = weak.lock();
-        if (!self || !self->engineRunIsCurrent("retry")) return;
-        vodLogDebug(kLogSource, "svideo client OnUploadRertyListener");
-        if (auto delegate = self->delegate()) delegate->uploadRetry();
+        if (auto self = weak.lock())
+            self->later([](VODUploadSVideoClient& c) {
+                if (!c.runHasEngine("retry")) return;
+                vodLogDebug(kLogSource, "svideo client OnUploadRertyListener");
+                c.tellDelegate([](auto& d) { d.uploadRetry(); });
+            });
     };
     listener->retryResume = [weak] {
-        auto self = weak.lock();
-        if (!self || !self->engineRunIsCurrent("retry resume")) return;
-        vodLogDebug(kLogSource, "svideo client OnUploadRertyResumeListener");
-        if (auto delegate = self->delegate()) delegate->uploadRetryResume();
-    };
-    listener->started = [weak](const std::shared_ptr<UploadFileInfo>& file) {
-        if (auto self = weak.lock()) self->onEngineStarted(file);
+        if (auto self = weak.lock())
+            self->later([](VODUploadSVideoClient& c) {
+                if (!c.runHasEngine("retry resume")) return;
+                vodLogDebug(kLogSource, "svideo client OnUploadRertyResumeListener");
+                c.tellDelegate([](auto& d) { d.uploadRetryResume(); });
+            });
     };
     return listener;
 }
 
-bool VODUploadSVideoClient::isEngineFileLocked(const std::shared_ptr<UploadFileInfo>& file) const {
-    return file && job_.engineFile && file->vodInfo == job_.engineFile;
+// Hands one file to the engine as its only queue entry and starts it.
+void VODUploadSVideoClient::runEngine(const std::string& path, std::shared_ptr<VodInfo> info) {
+    runFile_ = info;
+    engineTookRun_ = false;
+    client_->setListener(makeListener(info));
+    client_->clearFiles();
+    client_->addFile(path, std::move(info));
+    if (std::exchange(engineHalted_, false)) client_->stop();
+    // Refused while the engine is still ending a run of an earlier job (a cancelled upload that has not
+    // reported yet): the engine's own next step takes the first Ready file, which is this one.
+    client_->start();
 }
 
-bool VODUploadSVideoClient::engineRunIsCurrent(const char* what) const {
-    {
-        std::lock_guard guard(lock_);
-        if (job_.engineFile) return true;
-    }
+// The engine goes on with the file it has after new credentials or a pause; the listener carries
+// the slot the job holds now, in case the engine asks for it again.
+void VODUploadSVideoClient::resumeEngine() {
+    if (runFile_) client_->setListener(makeListener(runFile_));
+    client_->resumeWithAuth(job_.curAuth.value_or(""));
+}
+
+bool VODUploadSVideoClient::isRunFile(const std::shared_ptr<UploadFileInfo>& file) const {
+    return file && runFile_ && file->vodInfo == runFile_;
+}
+
+bool VODUploadSVideoClient::runHasEngine(const char* what) const {
+    if (runFile_ && engineTookRun_) return true;
     dropStale(what);
     return false;
-}
-
-void VODUploadSVideoClient::onEngineFinish(const std::shared_ptr<UploadFileInfo>& file,
-                                           const VodUploadResult& result) {
-    std::unique_lock guard(lock_);
-    if (!isEngineFileLocked(file)) {
-        guard.unlock();
-        dropStale("engine finish");
-        return;
-    }
-    if (step_ == 3) {
-        step_ = 4;  // the cover is up
-        job_.engineFile.reset();
-        const bool paused = status_ == kStatusPaused;
-        const std::uint64_t job = job_.generation;
-        guard.unlock();
-        if (!paused) createUploadVideo(job);
-        return;
-    }
-    if (step_ != 7) return;
-    step_ = 0;
-    status_ = kStatusIdle;
-    job_.engineFile.reset();
-    VodSVideoUploadResult done;
-    done.videoId = job_.curVideoId;
-    done.imageUrl = job_.curImageURL;
-    done.bucket = result.bucket;
-    done.endpoint = result.endpoint;
-    guard.unlock();
-    auto delegate = this->delegate();
-    if (!delegate) return;
-    delegate->uploadSuccessWithVid(done.videoId, done.imageUrl);
-    delegate->uploadSuccessWithResult(done);
-}
-
-void VODUploadSVideoClient::onEngineFailure(const std::shared_ptr<UploadFileInfo>& file, const std::string& code,
-                                            const std::string& message) {
-    {
-        std::unique_lock guard(lock_);
-        engineHalted_ = true;  // whichever run the file was in, the engine now waits on it
-        if (!isEngineFileLocked(file)) {
-            guard.unlock();
-            dropStale("engine failure");
-            return;
-        }
-        step_ = 0;
-        status_ = kStatusIdle;
-        job_.engineFile.reset();
-    }
-    if (auto delegate = this->delegate()) delegate->uploadFailedWithCode(code, message);
-}
-
-void VODUploadSVideoClient::onEngineProgress(const std::shared_ptr<UploadFileInfo>& file, long uploaded) {
-    std::int64_t done = 0, all = 0;
-    {
-        // The engine's total is one file's; the bar spans both. Progress is too frequent to log drops.
-        std::lock_guard guard(lock_);
-        if (!isEngineFileLocked(file) || (step_ != 3 && step_ != 7)) return;
-        all = job_.imageFileSize + job_.videoFileSize;
-        done = step_ == 3 ? uploaded : job_.imageFileSize + uploaded;
-    }
-    if (auto delegate = this->delegate()) delegate->uploadProgressWithUploadedSize(done, all);
-}
-
-// The engine asks for the current slot: the file goes where the service said, with its credentials.
-void VODUploadSVideoClient::onEngineStarted(const std::shared_ptr<UploadFileInfo>& file) {
-    std::unique_lock guard(lock_);
-    if (!isEngineFileLocked(file)) {
-        guard.unlock();
-        dropStale("engine start");
-        return;
-    }
-    const auto videoId = job_.curVideoId;
-    const auto auth = job_.curAuth;
-    const auto address = job_.curAddress;
-    guard.unlock();
-    client_->setVideoId(videoId);
-    client_->setUploadAuthAndAddress(file, auth.value_or(""), address.value_or(""));
-}
-
-std::int32_t VODUploadSVideoClient::status() const {
-    std::lock_guard guard(lock_);
-    return status_;
-}
-
-std::int32_t VODUploadSVideoClient::step() const {
-    std::lock_guard guard(lock_);
-    return step_;
-}
-
-std::optional<VODUploadSVideoClient::Job> VODUploadSVideoClient::advance(std::uint64_t job, std::int32_t step) {
-    {
-        std::lock_guard guard(lock_);
-        if (job == job_.generation) {
-            step_ = step;
-            return job_;
-        }
-    }
-    dropStale("next step");
-    return std::nullopt;
-}
-
-bool VODUploadSVideoClient::isCurrent(std::uint64_t job) const {
-    std::lock_guard guard(lock_);
-    return job == job_.generation;
 }
 
 void VODUploadSVideoClient::dropStale(const char* what) {
     vodLogDebug(kLogSource, std::string("svideo client ignores ") + what + " of an earlier job");
 }
 
-void VODUploadSVideoClient::setStatus(std::int32_t status) {
-    std::lock_guard guard(lock_);
-    status_ = status;
+void VODUploadSVideoClient::onEngineStarted(const std::shared_ptr<UploadFileInfo>& file) {
+    if (!isRunFile(file)) return;
+    engineTookRun_ = true;
+    // Paused while the engine was still ending an earlier run: this one waits for resume.
+    if (status_ == kStatusPaused) client_->pause();
 }
 
-void VODUploadSVideoClient::setStepAndStatus(std::int32_t step, std::int32_t status) {
-    std::lock_guard guard(lock_);
-    step_ = step;
-    status_ = status;
-}
-
-void VODUploadSVideoClient::setCurTask(std::shared_ptr<foundation::HttpTask> task, std::uint64_t job) {
-    {
-        std::lock_guard guard(lock_);
-        if (job == job_.generation) {
-            curTask_ = std::move(task);
-            return;
-        }
+void VODUploadSVideoClient::onEngineFinish(const std::shared_ptr<UploadFileInfo>& file,
+                                           const VodUploadResult& result) {
+    if (!isRunFile(file)) return dropStale("engine finish");
+    // The engine has moved its queue on in the same step that reported this: it is free for the video.
+    const Step step = step_;
+    if (step == Step::CoverUploading) {
+        runFile_.reset();
+        setStep(Step::CoverUploaded);
+        if (status_ != kStatusPaused) createUploadVideo();
+        return;
     }
-    if (task) task->cancel();
+    if (step != Step::VideoUploading) return;
+    runFile_.reset();
+    setStepAndStatus(Step::Idle, kStatusIdle);
+    VodSVideoUploadResult done;
+    done.videoId = job_.curVideoId;
+    done.imageUrl = job_.curImageURL;
+    done.bucket = result.bucket;
+    done.endpoint = result.endpoint;
+    tellDelegate([&](auto& d) {
+        d.uploadSuccessWithVid(done.videoId, done.imageUrl);
+        d.uploadSuccessWithResult(done);
+    });
+}
+
+void VODUploadSVideoClient::onEngineFailure(const std::shared_ptr<UploadFileInfo>& file, const std::string& code,
+                                            const std::string& message) {
+    if (!isRunFile(file)) {
+        dropStale("engine failure");
+        if (runFile_ && !engineTookRun_) {
+            // The engine halted on an earlier job's file with this run's file queued behind it.
+            client_->stop();
+            client_->start();
+        } else {
+            engineHalted_ = true;
+        }
+        return;
+    }
+    engineHalted_ = true;
+    runFile_.reset();
+    setStepAndStatus(Step::Idle, kStatusIdle);
+    tellDelegate([&](auto& d) { d.uploadFailedWithCode(code, message); });
+}
+
+void VODUploadSVideoClient::onEngineProgress(const std::shared_ptr<UploadFileInfo>& file, long uploaded) {
+    // The engine's total is one file's; the bar spans both. Progress is too frequent to log drops.
+    const Step step = step_;
+    if (!isRunFile(file) || (step != Step::CoverUploading && step != Step::VideoUploading)) return;
+    const std::int64_t all = job_.imageFileSize + job_.videoFileSize;
+    const std::int64_t done = step == Step::CoverUploading ? uploaded : job_.imageFileSize + uploaded;
+    tellDelegate([&](auto& d) { d.uploadProgressWithUploadedSize(done, all); });
+}
+
+void VODUploadSVideoClient::onEngineExpire() {
+    if (runFile_ && !engineTookRun_) {
+        // An earlier job's run paused the engine on its expired credentials; this run's file waits
+        // behind it until the engine starts again.
+        dropStale("expire");
+        client_->start();
+        return;
+    }
+    if (!runHasEngine("expire")) return;
+    tellDelegate([](auto& d) { d.uploadTokenExpired(); });
 }
 
 void VODUploadSVideoClient::setRequestId(const std::string& requestId) { client_->setRequestId(requestId); }
 
 void VODUploadSVideoClient::setTranscode(bool on) {
-    transcode_ = on;
-    client_->setTranscode(on);
+    serially([&] {
+        transcode_ = on;
+        client_->setTranscode(on);
+    });
 }
 
 void VODUploadSVideoClient::setRecordUploadProgress(bool on) {
-    recordUploadProgress_ = on;
-    client_->setRecordUploadProgress(on);
+    serially([&] {
+        recordUploadProgress_ = on;
+        client_->setRecordUploadProgress(on);
+    });
 }
 
 void VODUploadSVideoClient::setReportEnabled(bool on) {
-    reportEnabled_ = on;
-    client_->setReportEnabled(on);
+    serially([&] {
+        reportEnabled_ = on;
+        client_->setReportEnabled(on);
+    });
 }
 
 void VODUploadSVideoClient::setMaxRetryCount(std::uint32_t count) {
-    maxRetryCount_ = count;
-    client_->setMaxRetryCount(static_cast<std::int32_t>(count));
+    serially([&] {
+        maxRetryCount_ = count;
+        client_->setMaxRetryCount(static_cast<std::int32_t>(count));
+    });
 }
 
 void VODUploadSVideoClient::setTimeoutIntervalForRequest(double seconds) {
-    timeoutIntervalForRequest_ = seconds;
-    client_->setTimeoutIntervalForRequest(seconds);
+    serially([&] {
+        timeoutIntervalForRequest_ = seconds;
+        client_->setTimeoutIntervalForRequest(seconds);
+    });
 }
 
 void VODUploadSVideoClient::setUploadPartSize(std::int32_t bytes) {
-    uploadPartSize_ = bytes;
-    client_->setUploadPartSize(bytes);
+    serially([&] {
+        uploadPartSize_ = bytes;
+        client_->setUploadPartSize(bytes);
+    });
 }
 
 void VODUploadSVideoClient::setRecordDirectoryPath(std::optional<std::string> path) {
-    recordDirectoryPath_ = std::move(path);
-    if (recordDirectoryPath_) client_->setRecordDirectoryPath(*recordDirectoryPath_);
+    serially([&] {
+        recordDirectoryPath_ = std::move(path);
+        if (recordDirectoryPath_) client_->setRecordDirectoryPath(*recordDirectoryPath_);
+    });
 }
 
 void VODUploadSVideoClient::setRegion(std::string region) {
-    region_ = std::move(region);
-    client_->setRegion(region_);
+    serially([&] {
+        region_ = std::move(region);
+        client_->setRegion(region_);
+    });
+}
+
+void VODUploadSVideoClient::setAppId(std::optional<std::string> appId) {
+    serially([&] { appId_ = std::move(appId); });
+}
+
+void VODUploadSVideoClient::setWorkflowId(std::optional<std::string> workflowId) {
+    serially([&] { workflowId_ = std::move(workflowId); });
+}
+
+void VODUploadSVideoClient::setDelegate(std::weak_ptr<VODUploadSVideoClientDelegate> delegate) {
+    serially([&] { delegate_ = std::move(delegate); });
 }
 
 }  // namespace quorvane

@@ -4,26 +4,37 @@
 // video upload. Drives its own VODUploadClient and reports to a delegate.
 //
 // Member definitions are split by concern:
-//   VODUploadSVideoClient.cpp          set-up, settings, the engine listener
+//   VODUploadSVideoClient.cpp          set-up, settings, the engine listener and the hand-over
 //   VODUploadSVideoClientControl.cpp   start, pause, resume, cancel, credential refresh
 //   VODUploadSVideoClientSlots.cpp     the service requests and the two engine runs
 //
-// One mutex guards step, status and the job's fields. Every piece of work (a service request, an engine
-// run) carries the generation of the job it was issued for and checks it under that mutex before it
-// touches anything, so what a cancelled job leaves in flight never reaches the next one. The delegate
-// and the engine are never called with the mutex held: the engine's listener callbacks take it.
+// Every step of the job runs on the client's own serial queue: the public operations (which wait for
+// it when called from another thread, and run in place from a delegate callback), the service replies
+// and the engine's events, which hop onto it. So no field is touched from two threads and nothing
+// waits for the engine to settle: the job reacts to what the engine reports. The queue's steps call
+// the engine's operations, which are short; the engine's listener only posts to this queue, so the
+// two never wait for each other. Step and status are also kept in atomics, read without the queue.
+// The delegate is called on the queue.
+#include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include "VODUpload/src/VODUploadClient.h"
 #include "VODUpload/src/VODUploadSVideoClientDelegate.h"
 #include "VODUpload/src/VodSVideoInfo.h"
+#include "foundation/error.h"
 #include "foundation/http_client.h"
+#include "foundation/value.h"
 
 namespace quorvane {
+
+namespace foundation {
+class SerialQueue;
+}
 
 class VODUploadSVideoClient : public std::enable_shared_from_this<VODUploadSVideoClient> {
 public:
@@ -42,7 +53,7 @@ public:
     VODUploadSVideoClient(const VODUploadSVideoClient&) = delete;
     VODUploadSVideoClient& operator=(const VODUploadSVideoClient&) = delete;
 
-    // Runs setup: the listener, the engine with the "svideo" log store, the defaults.
+    // Runs setup: the engine with its listener and the "svideo" log store, the defaults.
     bool init();
 
     // True when the job was started; refused while a job runs or without a title.
@@ -77,15 +88,15 @@ public:
     const std::string& region() const { return region_; }
     void setRegion(std::string region);
     const std::optional<std::string>& appId() const { return appId_; }
-    void setAppId(std::optional<std::string> appId) { appId_ = std::move(appId); }
+    void setAppId(std::optional<std::string> appId);
     const std::optional<std::string>& workflowId() const { return workflowId_; }
-    void setWorkflowId(std::optional<std::string> workflowId) { workflowId_ = std::move(workflowId); }
+    void setWorkflowId(std::optional<std::string> workflowId);
     std::shared_ptr<VODUploadSVideoClientDelegate> delegate() const { return delegate_.lock(); }
-    void setDelegate(std::weak_ptr<VODUploadSVideoClientDelegate> delegate) { delegate_ = std::move(delegate); }
+    void setDelegate(std::weak_ptr<VODUploadSVideoClientDelegate> delegate);
 
     // --- Run state, for callers that show it ---
-    std::int32_t status() const;
-    std::int32_t step() const;
+    std::int32_t status() const { return status_.load(); }
+    std::int32_t step() const { return static_cast<std::int32_t>(step_.load()); }
     std::shared_ptr<VODUploadClient> client() const { return client_; }
     const VODServiceConfig& serviceConfig() const { return client_->serviceConfig(); }
 
@@ -94,11 +105,19 @@ public:
 private:
     friend struct VODUploadSVideoClientTestAccess;
 
-    // What one job works with. Copied under the lock by the work of that job, so a later job's
-    // values never mix into it.
+    enum class Step : std::int32_t {
+        Idle = 0,
+        ImageSlotRequested = 1,
+        ImageSlotReceived = 2,
+        CoverUploading = 3,
+        CoverUploaded = 4,  // also: the video slot was refused for an expired token
+        VideoSlotRequested = 5,
+        VideoSlotReceived = 6,
+        VideoUploading = 7,  // also while the video slot is refreshed
+    };
+
+    // What one job works with; its slot fields are the service's latest replies.
     struct Job {
-        std::uint64_t generation = 0;  // moved on by every start and cancel
-        std::uint64_t cancelled = 0;   // the generation the last cancel ended
         std::string accessKeyId, accessKeySecret, accessToken, expiredTime;
         std::string videoPath;
         std::optional<std::string> imagePath;
@@ -106,49 +125,69 @@ private:
         std::optional<std::string> curAddress, curAuth, curRequestId, curImageURL, curVideoId;
         std::int64_t videoFileSize = 0;
         std::int64_t imageFileSize = 0;
-        // The metadata of the file this job handed the engine: the engine's callbacks about any other
-        // file come from an earlier run.
-        std::shared_ptr<VodInfo> engineFile;
     };
+    using Reply = std::optional<Value>;
+    using ReplyError = std::optional<Error>;
+    using SlotHandler = void (VODUploadSVideoClient::*)(const Reply&, const ReplyError&, std::uint64_t);
+    using ReplyCallback = std::function<void(std::optional<foundation::HttpResponse>, Reply, ReplyError)>;
+
+    // Runs `f` on the queue and returns its result; in place when already there (a delegate callback).
+    template <class F>
+    auto serially(F&& f) -> std::invoke_result_t<F> {
+        using R = std::invoke_result_t<F>;
+        if constexpr (std::is_void_v<R>) {
+            onQueue([&] { f(); });
+        } else {
+            std::optional<R> result;
+            onQueue([&] { result.emplace(f()); });
+            return result ? std::move(*result) : R{};
+        }
+    }
+    void onQueue(const std::function<void()>& f);
+    // Posts `f` to the queue, to run while the client still exists.
+    void later(std::function<void(VODUploadSVideoClient&)> f);
 
     void setup();
-    std::shared_ptr<VODUploadListener> makeListener();
+    void setStep(Step step) { step_ = step; }
+    void setStepAndStatus(Step step, std::int32_t status);
+    template <class F>
+    void tellDelegate(F&& f) {
+        if (auto d = delegate_.lock()) f(*d);
+    }
+
+    // --- The engine: one run per file, a listener per run ---
+    std::shared_ptr<VODUploadListener> makeListener(const std::shared_ptr<VodInfo>& file);
+    void runEngine(const std::string& path, std::shared_ptr<VodInfo> info);
+    void resumeEngine();
+    bool isRunFile(const std::shared_ptr<UploadFileInfo>& file) const;
+    // Expiry and retries name no file: they are this job's once the engine took its file.
+    bool runHasEngine(const char* what) const;
+    void onEngineStarted(const std::shared_ptr<UploadFileInfo>& file);
     void onEngineFinish(const std::shared_ptr<UploadFileInfo>& file, const VodUploadResult& result);
     void onEngineFailure(const std::shared_ptr<UploadFileInfo>& file, const std::string& code,
                          const std::string& message);
     void onEngineProgress(const std::shared_ptr<UploadFileInfo>& file, long uploaded);
-    void onEngineStarted(const std::shared_ptr<UploadFileInfo>& file);
-    // Expiry and retries name no file: they belong to the current job while it has an engine run.
-    bool engineRunIsCurrent(const char* what) const;
-    // With lock_ held: whether the engine's callback is about this job's file.
-    bool isEngineFileLocked(const std::shared_ptr<UploadFileInfo>& file) const;
+    void onEngineExpire();
 
-    void createUploadImage(std::uint64_t job);
-    void createUploadVideo(std::uint64_t job);
-    void refreshUploadVideo(std::uint64_t job);
-    void uploadImage(std::uint64_t job);
-    void uploadVideo(std::uint64_t job);
-    void onImageSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t job);
-    void onVideoSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t job);
-    void onRefreshedSlot(const std::optional<Value>& reply, const std::optional<Error>& error, std::uint64_t job);
-    void storeSlotLocked(const Value& reply);
-    // Hands one file to the engine as its only queue entry and starts it.
-    void runEngine(std::uint64_t job, const std::string& path, std::shared_ptr<VodInfo> info);
+    // --- The service requests ---
+    void createUploadImage();
+    void createUploadVideo();
+    void refreshUploadVideo();
+    void uploadImage();
+    void uploadVideo();
+    // The completion of a request of the current job: it hops onto the queue with the job's id.
+    ReplyCallback replyHandler(SlotHandler handler);
+    void onImageSlot(const Reply& reply, const ReplyError& error, std::uint64_t job);
+    void onVideoSlot(const Reply& reply, const ReplyError& error, std::uint64_t job);
+    void onRefreshedSlot(const Reply& reply, const ReplyError& error, std::uint64_t job);
+    // A reply for a job that is no longer current: dropped (logged), or, for the job the last cancel
+    // ended with no other begun since, its error reported.
+    bool handledAsStale(std::uint64_t job, const ReplyError& error, const char* what);
+    static void dropStale(const char* what);
+    void storeSlot(const Value& reply);
     std::optional<std::string> userDataFor(const std::string& videoPath, const std::optional<std::string>& userData);
 
-    // A copy of the job with `step` set, or nothing when `job` is no longer the current one.
-    std::optional<Job> advance(std::uint64_t job, std::int32_t step);
-    bool isCurrent(std::uint64_t job) const;
-    // A reply for a job that is no longer current: dropped (logged), or, for the job the last cancel
-    // ended with no other begun since, its error reported. Unlocks `guard` when it returns true.
-    bool handledAsStale(std::unique_lock<std::mutex>& guard, std::uint64_t job, const std::optional<Error>& error,
-                        const char* what);
-    static void dropStale(const char* what);
-    void setStatus(std::int32_t status);
-    void setStepAndStatus(std::int32_t step, std::int32_t status);
-    // Keeps the request in flight; one issued for a job that is no longer current is cancelled at once.
-    void setCurTask(std::shared_ptr<foundation::HttpTask> task, std::uint64_t job);
-
+    // Settings: written on the queue, read anywhere.
     bool transcode_ = true;
     bool recordUploadProgress_ = true;
     bool reportEnabled_ = true;
@@ -162,13 +201,21 @@ private:
     std::weak_ptr<VODUploadSVideoClientDelegate> delegate_;
 
     std::shared_ptr<VODUploadClient> client_;
-    mutable std::mutex lock_;
-    // Guarded by lock_.
-    std::int32_t status_ = kStatusIdle;
-    std::int32_t step_ = 0;
+    std::shared_ptr<foundation::SerialQueue> queue_;
+    // Written on the queue only.
+    std::atomic<std::int32_t> status_{kStatusIdle};
+    std::atomic<Step> step_{Step::Idle};
+    // The rest is touched on the queue only.
+    std::uint64_t jobId_ = 0;         // moved on by every start and cancel
+    std::uint64_t cancelledJob_ = 0;  // the id the last cancel ended
     Job job_;
     std::shared_ptr<foundation::HttpTask> curTask_;
-    // The engine waits on a failed file until it is stopped; the next run stops it first.
+    // The metadata of the file this job handed the engine: the engine's events about any other file
+    // come from an earlier run. Cleared when the run ends.
+    std::shared_ptr<VodInfo> runFile_;
+    // Whether the engine has taken runFile_ yet; until then it is ending a run of an earlier job.
+    bool engineTookRun_ = false;
+    // The engine waits on a failed file until it is stopped.
     bool engineHalted_ = false;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
-// What the short-video client reports. Calls arrive on the engine's and the HTTP client's worker
-// threads, never on the main thread by design.
+// What the short-video client reports. Calls arrive on the client's own serial queue, one at a time and
+// in order, never on the main thread by design; calling the client back from one runs in place.
 #include <cstdint>
 #include <string>
 

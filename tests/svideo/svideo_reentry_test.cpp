@@ -1,0 +1,87 @@
+// Nothing in the client waits: a delegate calls back into it from inside its callbacks, and a job's
+// file goes to an engine that is still ending a cancelled run without waiting for it or stopping it.
+#include "foundation/log.h"
+#include "oss/oss_log.h"
+#include "svideo_test_support.h"
+
+using namespace quorvane;
+using namespace quorvane::test;
+using emulator::Fault;
+
+using SVideoReentry = SVideoCloudTest;
+
+TEST_F(SVideoReentry, DelegateRefreshesAndStartsTheNextJobFromInsideItsCallbacks) {
+    // The first job's video slot meets an expired token, then its clip fails on its second part.
+    cloud.addFault(Fault::error("CreateUploadVideo", 403, "InvalidSecurityToken.Expired"));
+    std::vector<Fault> script(coverParts() + 1, Fault::delay("UploadPart", 0));
+    script.push_back(Fault::error("UploadPart", 400, "InvalidArgument", "The clip part was refused."));
+    cloud.addFaults(script);
+    const auto fresh = cloud.issueSts();
+    // What the delegate saw of the client right after each call; written on the client's queue.
+    std::vector<std::string> inside;
+    delegate->onEvent = [&](const std::string& event) {
+        if (event == "expired") {
+            inside.push_back("expired at step " + std::to_string(client->step()) + " status " +
+                             std::to_string(client->status()));
+            client->refreshWithAccessKeyId(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken,
+                                           fresh.Expiration);
+            inside.push_back("refreshed at step " + std::to_string(client->step()));
+        } else if (event == "failed") {
+            const bool started = start();
+            inside.push_back(std::string(started ? "started" : "refused") + " at step " +
+                             std::to_string(client->step()));
+        }
+    };
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(delegate->waitFor("result"));
+    // Parked at step 4 by the expired video slot; the refresh asks for the slot again at once.
+    EXPECT_EQ(inside, (std::vector<std::string>{"expired at step 4 status 0", "refreshed at step 5",
+                                                "started at step 1"}));
+    const auto events = delegate->events();
+    const auto expired = std::find(events.begin(), events.end(), "expired");
+    const auto failed = std::find(events.begin(), events.end(), "failed");
+    EXPECT_LT(expired, failed);
+    EXPECT_EQ(delegate->failures().at(0).first, "InvalidArgument");
+    EXPECT_EQ(events.back(), "result");
+    EXPECT_TRUE(idle());
+    EXPECT_EQ(cloud.requests("CreateUploadImage").size(), 2u);  // one cover per job, none again on refresh
+    const auto heard = delegate->results().at(0);
+    const auto videos = cloud.videos();
+    const auto video =
+        std::find_if(videos.begin(), videos.end(), [&](const auto& v) { return v.videoId == heard.videoId; });
+    ASSERT_NE(video, videos.end());
+    EXPECT_EQ(cloud.objectBytes(video->bucket, video->objectKey), bytesOf(clip));
+}
+
+TEST_F(SVideoReentry, NextJobsCoverWaitsInTheEngineBehindACancelledRunWithoutStoppingIt) {
+    oss::OSSLog::enableLog();
+    foundation::LogCapture log;
+    for (int i = 0; i < 4; ++i) cloud.addFault(Fault::delay("UploadPart", 1000));
+    ASSERT_TRUE(start());
+    ASSERT_TRUE(waitUntil([&] { return storedParts("image/") >= 1; }));
+    client->cancel();
+    ASSERT_TRUE(start());
+
+    // The engine ends a cancelled run on the main loop, held here: the new job still gets its slot
+    // and queues its cover behind that run.
+    ASSERT_TRUE(waitHoldingMainLoop([&] {
+        const auto files = client->client()->listFiles();
+        return client->step() == 3 && files.size() == 1;
+    }));
+    EXPECT_EQ(client->client()->listFiles().at(0)->state, UploadFileState::Ready);
+    EXPECT_EQ(client->client()->state(), VODClientState::Started);
+    EXPECT_EQ(client->status(), VODUploadSVideoClient::kStatusUploading);
+
+    // Once the engine ends the cancelled run, its own next step takes the cover.
+    cloud.clearFaults();
+    ASSERT_TRUE(delegate->waitFor("result"));
+    oss::OSSLog::disableLog();
+    EXPECT_FALSE(log.contains("stop called."));
+    EXPECT_EQ(delegate->count("failed"), 0);
+    const auto heard = delegate->results().at(0);
+    const auto images = cloud.images();
+    ASSERT_EQ(images.size(), 2u);
+    EXPECT_EQ(heard.imageUrl, images[1].imageURL);
+    EXPECT_EQ(cloud.objectBytes(images[1].bucket, images[1].objectKey), bytesOf(cover));
+    EXPECT_FALSE(cloud.object(images[0].bucket, images[0].objectKey));
+}
