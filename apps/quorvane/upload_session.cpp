@@ -177,16 +177,19 @@ bool UploadSession::prepare(std::size_t index) {
     config.signatureVersion = plan_.vodSignature;
     config.idleTimeoutSeconds = plan_.idleTimeout;
     slot.client = VODUploadClient::create(std::move(config));
-    slot.client->setTimeoutIntervalForRequest(plan_.idleTimeout);
-    slot.client->setRecordDirectoryPath(plan_.recordDir);
-    slot.client->setUploadPartSize(plan_.partSize);
-    slot.client->setSingleRequestUpload(true);  // a file no larger than a part: one request, not three
-    slot.client->setMaxRetryCount(plan_.maxRetries);
-    if (!plan_.region.empty()) slot.client->setRegion(plan_.region);
-    slot.client->setStorageSignature(
-        plan_.signatureVersion == 1 ? oss::OSSSignatureVersion::V1 : oss::OSSSignatureVersion::V4,
-        plan_.storageRegion);
-    if (!plan_.caFile.empty()) slot.client->setCaFile(plan_.caFile);
+    // One options value: the client's own defaults, with what the plan says.
+    VODUploadOptions options = slot.client->options();
+    options.timeoutIntervalForRequest = plan_.idleTimeout;
+    options.recordDirectoryPath = plan_.recordDir;
+    options.uploadPartSize = plan_.partSize;
+    options.singleRequestUpload = true;  // a file no larger than a part: one request, not three
+    options.maxRetryCount = plan_.maxRetries;
+    if (!plan_.region.empty()) options.region = plan_.region;
+    options.storageSignatureVersion =
+        plan_.signatureVersion == 1 ? oss::OSSSignatureVersion::V1 : oss::OSSSignatureVersion::V4;
+    options.storageRegion = plan_.storageRegion;
+    options.caFile = plan_.caFile;
+    slot.client->setOptions(std::move(options));
     auto listener = makeListener(index);
     bool ready = plan_.token.empty()
                      ? slot.client->init(plan_.keyId, plan_.secret, listener)

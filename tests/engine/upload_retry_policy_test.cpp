@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "VODUpload/src/VODUploadErrorClass.h"
+#include "VODUpload/src/VODUploadProgress.h"
 #include "VODUpload/src/VODUploadRetryPolicy.h"
 #include "foundation/value.h"
 #include "oss/oss_error.h"
@@ -81,4 +82,38 @@ TEST(UploadErrorClasses, FollowTheCodeAndTheClientState) {
               UploadErrorClass::CredentialsExpired);
     Error noDetails(oss::kOSSServerErrorDomain, -403, "refused");
     EXPECT_EQ(classify(noDetails, VODClientState::Started), UploadErrorClass::Fail);
+}
+
+// A file of 250 bytes in parts of 100: the events each progress call owes, as the service counts them.
+TEST(UploadProgressSteps, PartEventsFollowThePartReachedAndTheRetry) {
+    struct Call {
+        std::int64_t bytes, total;
+        bool retrying;
+        int part;
+        bool done, begun;
+        float ratio;
+    };
+    const Call calls[] = {
+        {0, 0, false, 0, false, true, 0.0f},       // the upload began: nothing sent, a part begun
+        {50, 50, false, 0, false, false, 0.2f},    // within the first part
+        {60, 110, false, 1, true, true, 0.24f},    // into the second part: one done, one begun
+        {40, 150, true, 1, false, false, 0.16f},   // a retry is owed: no part counts as done
+        {100, 250, true, 2, false, true, 0.4f},    // moved on while retrying: begun only
+        {0, 250, false, 2, false, false, 0.0f},    // no bytes: nothing done
+    };
+    VODUploadProgress progress(100);
+    for (const auto& call : calls) {
+        const auto step = progress.advance(call.bytes, call.total, 250, call.retrying);
+        EXPECT_EQ(step.partNumber, call.part) << call.total;
+        EXPECT_EQ(step.partDone, call.done) << call.total;
+        EXPECT_EQ(step.partBegun, call.begun) << call.total;
+        EXPECT_FLOAT_EQ(step.ratio, call.ratio) << call.total;
+    }
+    // Without a part size everything is part 0, and the end of the file is the one part done.
+    VODUploadProgress whole(0);
+    EXPECT_FALSE(whole.advance(10, 10, 20, false).partDone);
+    const auto last = whole.advance(10, 20, 20, false);
+    EXPECT_TRUE(last.partDone);
+    EXPECT_FALSE(last.partBegun);
+    EXPECT_FLOAT_EQ(whole.advance(5, 5, 0, false).ratio, 0.0f);  // an empty file divides by nothing
 }

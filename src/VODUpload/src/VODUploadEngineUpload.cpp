@@ -8,6 +8,7 @@
 #include "VODUpload/src/VODLog.h"
 #include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadEngine.h"
+#include "VODUpload/src/VODUploadProgress.h"
 #include "foundation/dispatch.h"
 #include "oss/oss_local_file.h"
 #include "oss/oss_error.h"
@@ -22,10 +23,9 @@ struct VODUploadProgressContext {
     std::weak_ptr<VODInnerFileInfo> fileInfo;
     std::shared_ptr<UploadFileInfo> file;
     std::string uploadId, videoId, uploadAddress, region;
-    std::int32_t partSize = 0;
+    VODUploadProgress parts{0};
     std::function<void()> retryResume;
     std::function<void(const std::shared_ptr<UploadFileInfo>&, long, long)> progress;
-    int lastPartNumber = 0;
 };
 
 // At most about 5,000 parts whatever the file's size.
@@ -162,7 +162,7 @@ std::shared_ptr<VODUploadProgressContext> VODUploadEngine::progressContext() con
     context->uploadAddress = curUploadAddress_.value_or("");
     const auto options = this->options();
     context->region = options.region;
-    context->partSize = options.uploadPartSize;
+    context->parts = VODUploadProgress(options.uploadPartSize);
     if (callback_) {
         context->retryResume = callback_->retryResume;
         context->progress = callback_->progress;
@@ -248,21 +248,15 @@ void VODUploadEngine::onProgress(const std::shared_ptr<VODUploadProgressContext>
     if (vodLogEnabled())  // called for every step of every part: no text built for nobody
         vodLogDebug(kLogSource, std::to_string(bytesSent) + ", " + std::to_string(totalSent) + ", " +
                                     std::to_string(totalExpected));
-    const int partNumber = c.partSize != 0 ? static_cast<int>(totalSent / c.partSize) : 0;
     const bool retrying = retry_.retrying();
-    if ((totalSent >= totalExpected || partNumber != c.lastPartNumber) && bytesSent != 0 && !retrying)
-        sendUploadEvent(20007, Value::object());
-    if (totalSent == 0 || partNumber != c.lastPartNumber)
-        sendUploadEvent(20005, {{"ui", c.uploadId}, {"pn", partNumber}, {"pr", retrying ? 1 : 0}});
+    const auto step = c.parts.advance(bytesSent, totalSent, totalExpected, retrying);
+    if (step.partDone) sendUploadEvent(20007, Value::object());
+    if (step.partBegun) sendUploadEvent(20005, {{"ui", c.uploadId}, {"pn", step.partNumber}, {"pr", retrying ? 1 : 0}});
     auto fileInfo = c.fileInfo.lock();
     // Read at each call: a host may switch reporting off while a file is under way.
-    if (fileInfo && fileInfo->fileType == "video" && option(&VODUploadOptions::reportEnabled)) {
-        // The ratio of this call's bytes, not of the total: that is what the service expects.
-        const float ratio = totalExpected > 0 ? static_cast<float>(bytesSent * 100 / totalExpected) / 100.0f : 0.0f;
-        VODInnerApi::reportUploadProgress(*fileInfo, ratio, c.partSize, partNumber, c.uploadId, c.videoId,
-                                          c.uploadAddress, c.region, nullptr, serviceConfig_);
-    }
-    c.lastPartNumber = partNumber;
+    if (fileInfo && fileInfo->fileType == "video" && option(&VODUploadOptions::reportEnabled))
+        VODInnerApi::reportUploadProgress(*fileInfo, step.ratio, c.parts.partSize(), step.partNumber, c.uploadId,
+                                          c.videoId, c.uploadAddress, c.region, nullptr, serviceConfig_);
     if (c.retryResume && retry_.retrying()) {
         c.retryResume();
         retry_.reset();
