@@ -189,3 +189,38 @@ TEST_F(RunningQueue, CancelledCurrentFileStillCompletes) {
     ASSERT_EQ(added.size(), 2u);
     for (const auto& e : added) EXPECT_EQ(e.value("args", ""), "ql=1");
 }
+
+// A request cancelled by deleteFile, stop or pause reports its end later; by then another file or
+// another request of the same file may be under way, and the late report must not touch it.
+TEST_F(RunningQueue, ALateCancellationLeavesTheFileNowUnderWayAlone) {
+    auto first = makeFile("first.bin", randomBytes(3 << 20, 4));
+    auto second = makeFile("second.bin", randomBytes(200 << 10, 5));
+    ASSERT_TRUE(client->addFile(first, cloud.endpoint(), bucket(), "queue/first.bin"));
+    ASSERT_TRUE(client->addFile(second, cloud.endpoint(), bucket(), "queue/second.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("progress"));
+    ASSERT_TRUE(client->deleteFile(0));  // the second file starts before the first's request has ended
+    ASSERT_TRUE(waitForCancelledRun());
+    ASSERT_TRUE(listener.waitFor("finish"));
+    ASSERT_TRUE(waitUntil([&] { return client->state() == VODClientState::Finished; }));
+    ASSERT_EQ(client->listFiles().size(), 1u);
+    EXPECT_EQ(client->listFiles()[0]->state, UploadFileState::Success);
+    EXPECT_EQ(listener.files().back(), second);
+    EXPECT_EQ(cloud.objectBytes(bucket(), "queue/second.bin"), randomBytes(200 << 10, 5));
+    EXPECT_EQ(listener.count("failure"), 0);
+
+    // Pause and resume at once: the paused request ends after the resumed one began.
+    auto third = makeFile("third.bin", randomBytes(2 << 20, 6));
+    for (int i = 0; i < 6; ++i) cloud.addFault(emulator::Fault::delay("UploadPart", 400));
+    ASSERT_TRUE(client->addFile(third, cloud.endpoint(), bucket(), "queue/third.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("progress", listener.count("progress") + 1));
+    ASSERT_TRUE(client->pause());
+    ASSERT_TRUE(client->resume());
+    ASSERT_TRUE(listener.waitFor("finish", 2));
+    ASSERT_TRUE(waitUntil([&] { return client->state() == VODClientState::Finished; }));
+    EXPECT_EQ(client->listFiles()[1]->state, UploadFileState::Success);
+    EXPECT_EQ(listener.files().back(), third);
+    EXPECT_EQ(cloud.objectBytes(bucket(), "queue/third.bin"), randomBytes(2 << 20, 6));
+    EXPECT_EQ(listener.count("failure"), 0);
+}

@@ -19,7 +19,7 @@ struct VODUploadClientTestAccess {
         c.serially([&] { c.transitionTo(s); });
     }
     static void setCur(VODUploadEngine& c, std::shared_ptr<UploadFileInfo> f) {
-        c.serially([&] { c.cur_ = std::move(f); });
+        c.serially([&] { c.upload_ = std::make_shared<VODFileUpload>(std::move(f)); });
     }
     static void setOpenApiConfig(VODUploadEngine& c, std::shared_ptr<OSSConfig> conf) {
         c.serially([&] { c.openApiConfig_ = std::move(conf); });

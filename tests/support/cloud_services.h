@@ -19,7 +19,7 @@ struct VODUploadEngineTestAccess {
         c.updateOptions([&](VODUploadOptions& o) { o.maxConcurrentParts = n; });
     }
     static std::string uploadId(const VODUploadEngine& c) {
-        return c.serially([&] { return c.attempt_.uploadId.value_or(""); });
+        return c.serially([&] { return c.upload_->uploadId.value_or(""); });
     }
     // The same, through a public client (the bridge's and the short-video client's).
     static void setMaxConcurrentParts(VODUploadClient& c, int n) {

@@ -74,7 +74,7 @@ bool VODUploadClient::clearFiles() {
         for (const auto& entry : e.uploadList_) e.resumeCache().clearObjectWithPath(entry->filePath);
         e.uploadList_.clear();
         // The state and the current file stay as they are; the cancelled request reports on its own.
-        if (e.cur_ && e.cur_->state == UploadFileState::Uploading) e.cancelUploadRequest(false);
+        if (e.cur() && e.cur()->state == UploadFileState::Uploading) e.cancelUploadRequest(false);
         return true;
     });
 }
@@ -178,7 +178,7 @@ void VODUploadClient::setLogStore(const std::string& logStore) {
 
 void VODUploadClient::setVideoId(std::optional<std::string> videoId) {
     auto& e = *engine_;
-    e.serially([&] { e.attempt_.curVideoId = std::move(videoId); });
+    e.serially([&] { e.upload_->curVideoId = std::move(videoId); });
 }
 
 void VODUploadClient::setListener(std::shared_ptr<VODUploadListener> listener) {

@@ -59,12 +59,18 @@ void VODUploadEngine::later(std::function<void(VODUploadEngine&)> f) {
     });
 }
 
+void VODUploadEngine::onAnswer(const RequestTicket& ticket, std::function<void(VODUploadEngine&)> f) {
+    later([ticket, f = std::move(f)](VODUploadEngine& c) {
+        if (c.answers(ticket)) f(c);
+    });
+}
+
 // Runs on the queue. The engine is never a const object (it is made by make_shared): the const of
 // serially, which getters share, is shed to fail the file.
 void VODUploadEngine::stepThrew(const std::string& what) const {
     auto& self = const_cast<VODUploadEngine&>(*this);
     vodLogError(kLogSource, "An upload step failed: " + what);
-    const auto cur = self.cur_;
+    const auto cur = self.cur();
     if (!cur || cur->state == UploadFileState::Success || cur->state == UploadFileState::Failure ||
         cur->state == UploadFileState::Canceled)
         return;
@@ -127,8 +133,8 @@ std::shared_ptr<OSSConfig> VODUploadEngine::openApiConfig() const {
 std::optional<std::string> VODUploadEngine::curUploadAddress() const {
     return serially([&] { return curUploadAddress_; });
 }
-std::optional<std::string> VODUploadEngine::curVideoId() const { return serially([&] { return attempt_.curVideoId; }); }
-std::optional<std::string> VODUploadEngine::curImageURL() const { return serially([&] { return attempt_.curImageURL; }); }
+std::optional<std::string> VODUploadEngine::curVideoId() const { return serially([&] { return upload_->curVideoId; }); }
+std::optional<std::string> VODUploadEngine::curImageURL() const { return serially([&] { return upload_->curImageURL; }); }
 std::shared_ptr<VODUploadListener> VODUploadEngine::listener() const { return serially([&] { return callback_; }); }
 
 }  // namespace quorvane

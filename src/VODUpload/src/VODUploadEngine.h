@@ -34,7 +34,7 @@
 #include "VODUpload/src/VODOpenApi.h"
 #include "VODUpload/src/VODServiceConfig.h"
 #include "VODUpload/src/VODUploadClient.h"
-#include "VODUpload/src/VODUploadAttempt.h"
+#include "VODUpload/src/VODFileUpload.h"
 #include "VODUpload/src/VODUploadErrorClass.h"
 #include "VODUpload/src/VODUploadListener.h"
 #include "VODUpload/src/VODUploadModel.h"
@@ -152,8 +152,6 @@ private:
     friend struct VODUploadClientTestAccess;
     friend struct VODUploadEngineTestAccess;
 
-    enum class UploadStep { Init, Upload };
-
     // Runs `f` on the client's queue and returns its result (in place when already there). A step
     // that throws fails the current file (the queue would swallow the exception, and the host would
     // wait for the file for ever).
@@ -181,6 +179,20 @@ private:
     void stepThrew(const std::string& what) const;
     // Posts `f` to the client's queue, to run while the client still exists.
     void later(std::function<void(VODUploadEngine&)> f);
+    // The ticket of a request the current file is about to send, and whether an answer holding it still
+    // counts: the file is still the one under way and has sent no newer request since.
+    struct RequestTicket {
+        std::weak_ptr<VODFileUpload> upload;
+        std::uint64_t number = 0;
+    };
+    RequestTicket newRequest() { return {upload_, upload_->newRequest()}; }
+    bool answers(const RequestTicket& ticket) const {
+        return ticket.upload.lock() == upload_ && upload_->answers(ticket.number);
+    }
+    // Posts `f` to the queue, to run only if the answer holding `ticket` still counts then.
+    void onAnswer(const RequestTicket& ticket, std::function<void(VODUploadEngine&)> f);
+    // The file that `next` picked (null when none was left).
+    const std::shared_ptr<UploadFileInfo>& cur() const { return upload_->entry; }
 
     // What follows a change of the options outside the engine's own fields (the resume cache, events).
     void optionsChanged(const VODUploadOptions& before, const VODUploadOptions& now);
@@ -206,15 +218,17 @@ private:
     std::optional<oss::OSSFileState> fileState() const;
     void lookAtFile();
     // The progress block of the current file's upload request, reporting on the queue.
-    std::function<void(std::int64_t, std::int64_t, std::int64_t)> progressHandler();
+    std::function<void(std::int64_t, std::int64_t, std::int64_t)> progressHandler(const RequestTicket& ticket);
+    void onLateEnd(const std::optional<Error>& error);
     // The end of the file's upload (multipart or single put): nullptr on success.
     void onUploadEnded(const Error* error);
     // Whether the current file's upload has begun (an upload id, or its single put), so that a resume
     // continues it rather than take the next Ready file.
     bool uploadUnderWay() const;
     bool restartGoneRecordedUpload(const Error& error);
-    void handleUploadError(const Error& error, UploadStep step);
-    void retryUploadStep(const Error& error, UploadStep step);
+    // Goes on after an object-storage error by its class; a retry repeats the step the file is at.
+    void handleUploadError(const Error& error);
+    void retryUploadStep(const Error& error);
     void failCurrentFile(const std::string& code, const std::string& message);
     void failCurrentFile(const Error& error);
     // After the initiation (or the adoption of a recorded upload id): the file is Uploading.
@@ -234,10 +248,10 @@ private:
     std::atomic<VODClientState> state_{VODClientState::Idle};
     std::shared_ptr<oss::OSSClient> client_;
     std::shared_ptr<OSSConfig> ossConfig_;
-    VODUploadAttempt attempt_;
+    // The current file's upload; `next` replaces it. Never null.
+    std::shared_ptr<VODFileUpload> upload_ = std::make_shared<VODFileUpload>(nullptr);
     std::optional<std::string> curUploadAddress_;
     std::vector<std::shared_ptr<UploadFileInfo>> uploadList_;
-    std::shared_ptr<UploadFileInfo> cur_;
     std::shared_ptr<oss::OSSRequest> uploadRequest_;  // the running multipart upload or single put
     std::shared_ptr<VODUploadListener> callback_;
     std::shared_ptr<AVCVEventManager> eventManager_;

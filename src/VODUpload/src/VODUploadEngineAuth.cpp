@@ -51,7 +51,7 @@ bool VODUploadEngine::parseUploadAddress(const std::string& uploadAddress,
         // The resume cache speaks for the current file: an interrupted attempt that already got a video
         // id continues into the object it began.
         auto& cache = resumeCache();
-        std::string curPath = cur_ ? cur_->filePath : std::string();
+        std::string curPath = cur() ? cur()->filePath : std::string();
         auto entry = cache.getObjectWithPath(curPath);
         if (entry) {
             if (entry->object.empty() || entry->videoId.empty()) entry->object = address.fileName.value_or("");

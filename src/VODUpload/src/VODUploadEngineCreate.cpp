@@ -30,11 +30,12 @@ std::string numberText(double value) {
 
 void VODUploadEngine::createUploadVideo() {
     serially([&] {
-        const auto cur = cur_;
+        const auto cur = this->cur();
         if (!cur) return;
+        upload_->moveTo(VODFileUpload::Step::Registering);
         const auto info = cur->vodInfo;
         VODCreateUploadFields fields;
-        if (attempt_.curInnerFileInfo) fields.fileSize = attempt_.curInnerFileInfo->fileSize;
+        if (upload_->innerFileInfo) fields.fileSize = upload_->innerFileInfo->fileSize;
         if (info) {
             fields.coverUrl = info->coverUrl;
             fields.description = info->desc;
@@ -55,9 +56,10 @@ void VODUploadEngine::createUploadVideo() {
         createOrRefreshUploadVideoWithKeyId(
             credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
             credentials.secretToken.value_or(""), info ? info->title.value_or("") : std::string(), cur->filePath, params,
-            [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
+            [weak, ticket = newRequest()](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
+                                          std::optional<Error> error) {
                 if (auto self = weak.lock())
-                    self->later([reply, error](VODUploadEngine& c) { c.onCreateAnswer(reply, error, false); });
+                    self->onAnswer(ticket, [reply, error](VODUploadEngine& c) { c.onCreateAnswer(reply, error, false); });
             });
     });
 }
@@ -68,7 +70,7 @@ std::shared_ptr<foundation::HttpTask> VODUploadEngine::createOrRefreshUploadVide
     return serially([&] {
         auto entry = resumeCache().getObjectWithPath(fileName);
         if (entry && !entry->videoId.empty()) {
-            attempt_.curVideoId = entry->videoId;
+            upload_->curVideoId = entry->videoId;
             return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, option(&VODUploadOptions::region),
                                                   std::move(completionHandler), serviceConfig_);
         }
@@ -79,8 +81,9 @@ std::shared_ptr<foundation::HttpTask> VODUploadEngine::createOrRefreshUploadVide
 
 void VODUploadEngine::createUploadImage() {
     serially([&] {
-        const auto cur = cur_;
+        const auto cur = this->cur();
         if (!cur) return;
+        upload_->moveTo(VODFileUpload::Step::Registering);
         const auto info = cur->vodInfo;
         VODCreateImageFields fields;
         fields.imagePath = cur->filePath;
@@ -102,9 +105,10 @@ void VODUploadEngine::createUploadImage() {
         VODOpenApi::createUploadImage(
             credentials.accessKeyId.value_or(""), credentials.accessKeySecret.value_or(""),
             credentials.secretToken.value_or(""), imageType, options.region, params,
-            [weak](std::optional<foundation::HttpResponse>, std::optional<Value> reply, std::optional<Error> error) {
+            [weak, ticket = newRequest()](std::optional<foundation::HttpResponse>, std::optional<Value> reply,
+                                          std::optional<Error> error) {
                 if (auto self = weak.lock())
-                    self->later([reply, error](VODUploadEngine& c) { c.onCreateAnswer(reply, error, true); });
+                    self->onAnswer(ticket, [reply, error](VODUploadEngine& c) { c.onCreateAnswer(reply, error, true); });
             },
             serviceConfig_);
     });
@@ -112,7 +116,7 @@ void VODUploadEngine::createUploadImage() {
 
 void VODUploadEngine::onCreateAnswer(const std::optional<Value>& reply, const std::optional<Error>& error,
                                      bool image) {
-    const auto cur = cur_;
+    const auto cur = this->cur();
     if (!cur) return;
     if (error) {
         auto serviceCode = foundation::stringAt(error->userInfo, "Code");
@@ -136,13 +140,13 @@ void VODUploadEngine::onCreateAnswer(const std::optional<Value>& reply, const st
     const std::string address = foundation::stringAt(answer, "UploadAddress").value_or("");
     const std::string auth = foundation::stringAt(answer, "UploadAuth").value_or("");
     if (image) {
-        attempt_.curImageURL = foundation::stringAt(answer, "ImageURL");
+        upload_->curImageURL = foundation::stringAt(answer, "ImageURL");
     } else {
-        if (auto videoId = foundation::stringAt(answer, "VideoId")) attempt_.curVideoId = videoId;
+        if (auto videoId = foundation::stringAt(answer, "VideoId")) upload_->curVideoId = videoId;
         auto& cache = resumeCache();
         auto entry = cache.getObjectWithPath(cur->filePath);
         if (entry && entry->videoId.empty()) {
-            entry->videoId = attempt_.curVideoId.value_or("");
+            entry->videoId = upload_->curVideoId.value_or("");
             cache.saveObject(entry, cur->filePath);
         }
     }
@@ -151,7 +155,7 @@ void VODUploadEngine::onCreateAnswer(const std::optional<Value>& reply, const st
 
 // The service's answer carries the file's address and the credentials to upload it with.
 void VODUploadEngine::continueWithIssuedAuth(const std::string& uploadAddress, const std::string& uploadAuth) {
-    const auto cur = cur_;
+    const auto cur = this->cur();
     auto issued = std::make_shared<OSSConfig>();
     bool refreshing;
     {
@@ -190,16 +194,16 @@ std::optional<std::string> VODUploadEngine::userDataWithVideoPath(const std::str
 
 void VODUploadEngine::sendStartEvent() {
     serially([&] {
-        const auto cur = cur_;
+        const auto cur = this->cur();
         if (!cur) return;
         const AVCVSize size = AVCVAssetInfo::AVCVNaturalSize(cur->filePath);
         std::int64_t fileSize = 0;
         std::string type, hash;
-        if (attempt_.curInnerFileInfo) {
-            std::from_chars(attempt_.curInnerFileInfo->fileSize.data(),
-                            attempt_.curInnerFileInfo->fileSize.data() + attempt_.curInnerFileInfo->fileSize.size(), fileSize);
-            type = attempt_.curInnerFileInfo->fileType;
-            hash = attempt_.curInnerFileInfo->fileHash;
+        if (upload_->innerFileInfo) {
+            std::from_chars(upload_->innerFileInfo->fileSize.data(),
+                            upload_->innerFileInfo->fileSize.data() + upload_->innerFileInfo->fileSize.size(), fileSize);
+            type = upload_->innerFileInfo->fileType;
+            hash = upload_->innerFileInfo->fileHash;
         }
         sendUploadEvent(20002, {{"ft", type},
                                 {"fs", fileSize},

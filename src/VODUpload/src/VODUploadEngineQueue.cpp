@@ -37,8 +37,6 @@ void VODUploadEngine::cancelUploadRequest(bool logWhenNone) {
 void VODUploadEngine::next() {
     serially([&] {
         setHalted(false);
-        attempt_ = {};
-        cur_.reset();
         {
             std::lock_guard lock(*credentialsMutex_);
             openApiConfig_.reset();
@@ -50,13 +48,13 @@ void VODUploadEngine::next() {
                 break;
             }
         }
-        cur_ = file;
+        upload_ = std::make_shared<VODFileUpload>(file);
         if (!file) {
             transitionTo(VODClientState::Finished);
             return;
         }
         if (callback_ && callback_->started) callback_->started(file);
-        attempt_.curInnerFileInfo = std::make_shared<VODInnerFileInfo>(file->filePath);
+        upload_->innerFileInfo = std::make_shared<VODInnerFileInfo>(file->filePath);
         sendUploadEvent(20001, {{"ql", uploadList_.size()}});
         if (file->bucket && file->endpoint)
             startOSSClientUpload();
@@ -67,8 +65,8 @@ void VODUploadEngine::next() {
 
 void VODUploadEngine::requestUploadAuthAddress() {
     serially([&] {
-        const auto cur = cur_;
-        const std::string type = attempt_.curInnerFileInfo ? attempt_.curInnerFileInfo->fileType : "other";
+        const auto cur = this->cur();
+        const std::string type = upload_->innerFileInfo ? upload_->innerFileInfo->fileType : "other";
         if (type == "other") {
             sendUploadEvent(20004, {{"code", "400"}, {"message", kNoExtensionMessage}});
             failCurrentFile("400", kNoExtensionMessage);

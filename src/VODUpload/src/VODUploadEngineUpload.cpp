@@ -35,22 +35,22 @@ std::int64_t VODUploadEngine::partSizeFor(std::int64_t fileSize) const {
 
 // The size is the one found when the upload began: a file changed since fails its upload anyway.
 std::int64_t VODUploadEngine::currentPartSize() const {
-    return partSizeFor(attempt_.file ? static_cast<std::int64_t>(attempt_.file->size) : 0);
+    return partSizeFor(upload_->file ? static_cast<std::int64_t>(upload_->file->size) : 0);
 }
 
 std::optional<oss::OSSFileState> VODUploadEngine::fileState() const {
-    if (!attempt_.file || !attempt_.fileStateHeld) return std::nullopt;
-    return attempt_.file->state();
+    if (!upload_->file || !upload_->fileStateHeld) return std::nullopt;
+    return upload_->file->state();
 }
 
 void VODUploadEngine::lookAtFile() {
-    if (attempt_.file || !cur_) return;
+    if (upload_->file || !cur()) return;
     Error unreadable;  // reported by the upload itself
-    attempt_.file = oss::inspectLocalFile(cur_->filePath, &unreadable);
+    upload_->file = oss::inspectLocalFile(cur()->filePath, &unreadable);
 }
 
 bool VODUploadEngine::makeOSSClient() {
-    const std::string endpoint = cur_ && cur_->endpoint ? *cur_->endpoint : std::string();
+    const std::string endpoint = cur() && cur()->endpoint ? *cur()->endpoint : std::string();
     auto conf = storageConfiguration();
     const std::string region = option(&VODUploadOptions::region);
     // The bucket's region for V4 signatures: configured, else named by the endpoint, else the one the
@@ -63,7 +63,7 @@ bool VODUploadEngine::makeOSSClient() {
         if (auto self = weak.lock())
             self->later([n](VODUploadEngine& c) {
                 if (c.callback_ && c.callback_->retrying)
-                    c.callback_->retrying({c.cur_, static_cast<int>(n.retry), static_cast<int>(n.limit),
+                    c.callback_->retrying({c.cur(), static_cast<int>(n.retry), static_cast<int>(n.limit),
                                            oss::retryCause(n.error), n.delay, true});
             });
     };
@@ -83,7 +83,7 @@ void VODUploadEngine::startOSSClientUpload() {
         // What the file is now is what gets stored, or nothing: a later change fails the upload. A file
         // that cannot be looked at is reported by the upload itself.
         lookAtFile();
-        attempt_.fileStateHeld = true;
+        upload_->fileStateHeld = true;
         initMultiUpload();  // a client without a usable endpoint fails there, like any other error
     });
 }
@@ -91,30 +91,31 @@ void VODUploadEngine::startOSSClientUpload() {
 void VODUploadEngine::initMultiUpload() {
     serially([&] {
         const auto options = this->options();
-        const bool whole = options.singleRequestUpload && cur_ && !cur_->vodInfo && attempt_.file &&
-                           attempt_.file->size > 0 &&
-                           attempt_.file->size <= static_cast<std::uint64_t>(std::max(0, options.uploadPartSize));
+        const bool whole = options.singleRequestUpload && cur() && !cur()->vodInfo && upload_->file &&
+                           upload_->file->size > 0 &&
+                           upload_->file->size <= static_cast<std::uint64_t>(std::max(0, options.uploadPartSize));
         if (!whole) vodLogDebug(kLogSource, "send initMultiUpload request.....");
-        if (!cur_ || !client_) return;
+        if (!cur() || !client_) return;
+        upload_->moveTo(VODFileUpload::Step::Initiating);
         lookAtFile();
-        const std::string bucket = cur_->bucket.value_or(""), object = cur_->object.value_or("");
+        const std::string bucket = cur()->bucket.value_or(""), object = cur()->object.value_or("");
         // An upload an earlier run (a crash, a restart) began for this very file holds its stored
         // parts: continue it rather than begin another that would stay open on the service.
-        auto recorded = attempt_.file ? oss::recordedUpload(options.recordDirectoryPath, cur_->endpoint.value_or(""), bucket,
-                                                            object, *attempt_.file, currentPartSize())
+        auto recorded = upload_->file ? oss::recordedUpload(options.recordDirectoryPath, cur()->endpoint.value_or(""), bucket,
+                                                            object, *upload_->file, currentPartSize())
                                       : std::nullopt;
         if (recorded) {
             sendStartEvent();
-            attempt_.uploadIdFromRecord = true;
+            upload_->uploadIdFromRecord = true;
             onUploadIdReady(recorded->uploadId, false);
             return;
         }
         if (whole) {
             sendStartEvent();
             retry_.reset();  // as an initiation's success: the upload has not moved
-            attempt_.wholeFilePut = true;
-            cur_->state = UploadFileState::Uploading;
-            putWholeFile();
+            upload_->wholeFilePut = true;
+            cur()->state = UploadFileState::Uploading;
+            putWholeFile();  // the file's step is Uploading from here
             return;
         }
         auto request = std::make_shared<oss::OSSInitMultipartUploadRequest>();
@@ -122,8 +123,8 @@ void VODUploadEngine::initMultiUpload() {
         request->objectKey = object;
         auto task = client_->multipartUploadInit(request);
         sendStartEvent();
-        task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
-            if (auto self = weak.lock()) self->later([task](VODUploadEngine& c) { c.onInitMultiUpload(*task); });
+        task->continueWithBlock([weak = weak_from_this(), task, ticket = newRequest()](const auto&) {
+            if (auto self = weak.lock()) self->onAnswer(ticket, [task](VODUploadEngine& c) { c.onInitMultiUpload(*task); });
         });
     });
 }
@@ -132,7 +133,7 @@ void VODUploadEngine::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipart
     if (auto error = task.error()) {
         vodLogDebug(kLogSource, "init uploadid failed, error: " + error->toString());
         sendUploadEvent(20004, {{"code", error->code}, {"message", error->description}});
-        handleUploadError(*error, UploadStep::Init);
+        handleUploadError(*error);
         return;
     }
     onUploadIdReady(task.result()->uploadId, true);
@@ -141,24 +142,24 @@ void VODUploadEngine::onInitMultiUpload(const oss::OSSTask<oss::OSSInitMultipart
 void VODUploadEngine::onUploadIdReady(const std::string& uploadId, bool fresh) {
     // The counter is reset without retryResume here: the upload has not moved yet.
     retry_.reset();
-    attempt_.uploadId = uploadId;
-    attempt_.uploadIdIsNew = fresh;
+    upload_->uploadId = uploadId;
+    upload_->uploadIdIsNew = fresh;
     vodLogDebug(kLogSource, "init uploadid success. uploadId:" + uploadId);
-    if (!cur_) return;
-    cur_->state = UploadFileState::Uploading;
-    resumableUpload();
+    if (!cur()) return;
+    cur()->state = UploadFileState::Uploading;
+    resumableUpload();  // the file's step is Uploading from here
 }
 
 bool VODUploadEngine::uploadUnderWay() const {
-    return attempt_.wholeFilePut || (attempt_.uploadId && !attempt_.uploadId->empty());
+    return upload_->wholeFilePut || (upload_->uploadId && !upload_->uploadId->empty());
 }
 
 std::shared_ptr<VODUploadProgressContext> VODUploadEngine::progressContext() const {
     auto context = std::make_shared<VODUploadProgressContext>();
-    context->fileInfo = attempt_.curInnerFileInfo;
-    context->file = cur_;
-    context->uploadId = attempt_.uploadId.value_or("");
-    context->videoId = attempt_.curVideoId.value_or("");
+    context->fileInfo = upload_->innerFileInfo;
+    context->file = cur();
+    context->uploadId = upload_->uploadId.value_or("");
+    context->videoId = upload_->curVideoId.value_or("");
     context->uploadAddress = curUploadAddress_.value_or("");
     const auto options = this->options();
     context->region = options.region;
@@ -170,32 +171,43 @@ std::shared_ptr<VODUploadProgressContext> VODUploadEngine::progressContext() con
     return context;
 }
 
-std::function<void(std::int64_t, std::int64_t, std::int64_t)> VODUploadEngine::progressHandler() {
-    return [weak = weak_from_this(), context = progressContext()](std::int64_t bytesSent, std::int64_t totalSent,
-                                                                  std::int64_t totalExpected) {
+std::function<void(std::int64_t, std::int64_t, std::int64_t)> VODUploadEngine::progressHandler(
+    const RequestTicket& ticket) {
+    return [weak = weak_from_this(), ticket, context = progressContext()](
+               std::int64_t bytesSent, std::int64_t totalSent, std::int64_t totalExpected) {
         if (auto self = weak.lock())
-            self->later([context, bytesSent, totalSent, totalExpected](VODUploadEngine& c) {
+            self->onAnswer(ticket, [context, bytesSent, totalSent, totalExpected](VODUploadEngine& c) {
                 c.onProgress(context, bytesSent, totalSent, totalExpected);
             });
     };
 }
 
+// The end of a request no longer counted on (cancelled by pause, stop or deleteFile, and overtaken by
+// a newer one): its cancellation is still reported, and nothing else of the client is touched.
+void VODUploadEngine::onLateEnd(const std::optional<Error>& error) {
+    vodLogDebug(kLogSource, "An earlier upload request ended: " + (error ? error->toString() : std::string("done")));
+    if (error && error->code == 5) sendUploadEvent(20008, Value::object());
+}
+
 void VODUploadEngine::putWholeFile() {
     serially([&] {
         vodLogDebug(kLogSource, "send putObject request.....");
-        if (!cur_ || !client_) return;
+        if (!cur() || !client_) return;
+        upload_->moveTo(VODFileUpload::Step::Uploading);
+        const auto ticket = newRequest();
         client_->setCredentialProvider(getCredentialProvider());
         auto request = std::make_shared<oss::OSSPutObjectRequest>();
-        request->bucketName = cur_->bucket.value_or("");
-        request->objectKey = cur_->object.value_or("");
-        request->uploadingFileURL = cur_->filePath;
+        request->bucketName = cur()->bucket.value_or("");
+        request->objectKey = cur()->object.value_or("");
+        request->uploadingFileURL = cur()->filePath;
         request->expectedFileState = fileState();
-        request->uploadProgress = progressHandler();
+        request->uploadProgress = progressHandler(ticket);
         uploadRequest_ = request;
         auto task = client_->putObject(request);
-        task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
+        task->continueWithBlock([weak = weak_from_this(), task, ticket](const auto&) {
             if (auto self = weak.lock())
-                self->later([task](VODUploadEngine& c) {
+                self->later([task, ticket](VODUploadEngine& c) {
+                    if (!c.answers(ticket)) return c.onLateEnd(task->error());
                     if (auto error = task->error()) {
                         vodLogDebug(kLogSource, "putObject error: " + error->toString());
                         c.onUploadEnded(&*error);
@@ -209,35 +221,41 @@ void VODUploadEngine::putWholeFile() {
 
 void VODUploadEngine::resumableUpload() {
     serially([&] {
-        if (attempt_.wholeFilePut) return putWholeFile();  // a retry or a resume of the single put
+        if (upload_->wholeFilePut) return putWholeFile();  // a retry or a resume of the single put
         vodLogDebug(kLogSource, "send resumableUpload request.....");
-        if (!cur_ || !client_) return;
+        if (!cur() || !client_) return;
+        upload_->moveTo(VODFileUpload::Step::Uploading);
+        const auto ticket = newRequest();
         client_->setCredentialProvider(getCredentialProvider());
         auto request = std::make_shared<oss::OSSResumableUploadRequest>();
         request->recordDirectoryPath = option(&VODUploadOptions::recordDirectoryPath);
-        request->bucketName = cur_->bucket.value_or("");
-        request->objectKey = cur_->object.value_or("");
-        request->uploadId = attempt_.uploadId.value_or("");
-        request->uploadIdIsNew = std::exchange(attempt_.uploadIdIsNew, false);
+        request->bucketName = cur()->bucket.value_or("");
+        request->objectKey = cur()->object.value_or("");
+        request->uploadId = upload_->uploadId.value_or("");
+        request->uploadIdIsNew = std::exchange(upload_->uploadIdIsNew, false);
         request->partSize = currentPartSize();
         request->deleteUploadIdOnCancelling = !option(&VODUploadOptions::recordUploadProgress);
-        if (cur_->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur_->vodInfo->toJson();
-        request->uploadingFileURL = cur_->filePath;
+        if (cur()->vodInfo) request->completeMetaHeader["x-oss-notification"] = cur()->vodInfo->toJson();
+        request->uploadingFileURL = cur()->filePath;
         request->expectedFileState = fileState();
 
-        request->uploadProgress = progressHandler();
+        request->uploadProgress = progressHandler(ticket);
 
-        request->uploadResumed = [weak = weak_from_this(), file = cur_](std::uint64_t stored, std::uint64_t) {
+        request->uploadResumed = [weak = weak_from_this(), ticket](std::uint64_t stored, std::uint64_t) {
             if (auto self = weak.lock())
-                self->later([file, stored](VODUploadEngine& c) {
-                    if (c.callback_ && c.callback_->resumed) c.callback_->resumed(file, stored);
+                self->onAnswer(ticket, [stored](VODUploadEngine& c) {
+                    if (c.callback_ && c.callback_->resumed) c.callback_->resumed(c.cur(), stored);
                 });
         };
 
         uploadRequest_ = request;
         auto task = client_->resumableUpload(request);
-        task->continueWithBlock([weak = weak_from_this(), task](const auto&) {
-            if (auto self = weak.lock()) self->later([task](VODUploadEngine& c) { c.onResumableUpload(*task); });
+        task->continueWithBlock([weak = weak_from_this(), task, ticket](const auto&) {
+            if (auto self = weak.lock())
+                self->later([task, ticket](VODUploadEngine& c) {
+                    if (!c.answers(ticket)) return c.onLateEnd(task->error());
+                    c.onResumableUpload(*task);
+                });
         });
     });
 }
@@ -282,7 +300,7 @@ void VODUploadEngine::onUploadEnded(const Error* error) {
         } else {
             sendUploadEvent(20008, Value::object());
         }
-        handleUploadError(*error, UploadStep::Upload);
+        handleUploadError(*error);
         return;
     }
     if (retry_.retrying()) {
@@ -290,7 +308,8 @@ void VODUploadEngine::onUploadEnded(const Error* error) {
         retry_.reset();
     }
     vodLogDebug(kLogSource, "Upload file success");
-    auto file = cur_;
+    upload_->moveTo(VODFileUpload::Step::Succeeded);
+    auto file = cur();
     if (file) {
         file->state = UploadFileState::Success;
         resumeCache().clearObjectWithPath(file->filePath);
@@ -298,8 +317,8 @@ void VODUploadEngine::onUploadEnded(const Error* error) {
     if (callback_ && callback_->success) callback_->success(file);
     if (callback_ && callback_->finish) {
         VodUploadResult result;
-        result.videoId = attempt_.curVideoId;
-        result.imageUrl = attempt_.curImageURL;
+        result.videoId = upload_->curVideoId;
+        result.imageUrl = upload_->curImageURL;
         if (file) {
             result.bucket = file->bucket;
             result.endpoint = file->endpoint;
@@ -315,16 +334,16 @@ void VODUploadEngine::onUploadEnded(const Error* error) {
 // is not a failure of the file: the upload dropped its record, and a new one begins at once. Only
 // once per recorded upload: the new one is this run's own.
 bool VODUploadEngine::restartGoneRecordedUpload(const Error& error) {
-    if (!attempt_.uploadIdFromRecord || state_ != VODClientState::Started || error.code != -404 ||
+    if (!upload_->uploadIdFromRecord || state_ != VODClientState::Started || error.code != -404 ||
         foundation::stringAt(error.userInfo, "Code") != std::string("NoSuchUpload"))
         return false;
-    attempt_.uploadIdFromRecord = false;
-    const std::string why = "the service no longer has the upload " + attempt_.uploadId.value_or("") +
+    upload_->uploadIdFromRecord = false;
+    const std::string why = "the service no longer has the upload " + upload_->uploadId.value_or("") +
                             " an earlier run began; starting a new upload";
     vodLogDebug(kLogSource, "Recorded upload gone: " + why);
-    attempt_.uploadId.reset();
+    upload_->uploadId.reset();
     uploadRequest_.reset();
-    if (callback_ && callback_->restarted) callback_->restarted(cur_, why);
+    if (callback_ && callback_->restarted) callback_->restarted(cur(), why);
     initMultiUpload();
     return true;
 }
@@ -332,8 +351,9 @@ bool VODUploadEngine::restartGoneRecordedUpload(const Error& error) {
 // The file's state is settled before the listener hears of it, so a host that looks at the queue
 // from the callback (or polls it) sees the failure.
 void VODUploadEngine::failCurrentFile(const std::string& code, const std::string& message) {
-    const auto cur = cur_;
+    const auto cur = this->cur();
     if (cur) cur->state = UploadFileState::Failure;
+    upload_->moveTo(VODFileUpload::Step::Failed);
     setHalted(true);  // before the listener hears of it: a host may wait for the queue in the callback's wake
     if (callback_ && callback_->failure) callback_->failure(cur, code, message);
 }
@@ -344,38 +364,43 @@ void VODUploadEngine::failCurrentFile(const Error& error) {
     failCurrentFile(code ? *code : std::to_string(error.code), message ? *message : error.description);
 }
 
-void VODUploadEngine::handleUploadError(const Error& error, UploadStep step) {
+void VODUploadEngine::handleUploadError(const Error& error) {
     switch (classify(error, state_.load())) {
-    case UploadErrorClass::Fail:
+    case UploadErrorClass::Fail: {
+        const bool initiating = upload_->step() == VODFileUpload::Step::Initiating;
         failCurrentFile(error);  // the queue waits on the failed file
-        if (step == UploadStep::Init) retry_.reset();
+        if (initiating) retry_.reset();
         return;
+    }
     case UploadErrorClass::CredentialsExpired:
         vodLogDebug(kLogSource, "Token expire.");
         transitionTo(VODClientState::Paused);
         if (callback_ && callback_->expire) callback_->expire();
         return;
     case UploadErrorClass::Cancelled: {
-        if (cur_) cur_->state = UploadFileState::Canceled;
-        foundation::dispatch::main().async([weak = weak_from_this()] {
-            if (auto self = weak.lock()) self->later([](VODUploadEngine& c) { c.next(); });
+        if (cur()) cur()->state = UploadFileState::Canceled;
+        upload_->moveTo(VODFileUpload::Step::Cancelled);
+        // Unless the host moved the queue on meanwhile.
+        foundation::dispatch::main().async([weak = weak_from_this(), ticket = newRequest()] {
+            if (auto self = weak.lock()) self->onAnswer(ticket, [](VODUploadEngine& c) { c.next(); });
         });
         return;
     }
     case UploadErrorClass::StoppedOrPaused:
         return;
     case UploadErrorClass::Retry:
-        retryUploadStep(error, step);
+        retryUploadStep(error);
     }
 }
 
-void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
+void VODUploadEngine::retryUploadStep(const Error& error) {
     if (state_ == VODClientState::Paused) return;
-    if (step == UploadStep::Init)
+    const bool initiating = upload_->step() == VODFileUpload::Step::Initiating;
+    if (initiating)
         vodLogDebug(kLogSource, "initMultiUpload Retry after 2 second....");
     else
         vodLogDebug(kLogSource, "resumableUpload Retry after 2 second...." +
-                                    std::to_string(cur_ ? static_cast<long>(cur_->state.load()) : 0L));
+                                    std::to_string(cur() ? static_cast<long>(cur()->state.load()) : 0L));
     const bool first = !retry_.retrying();
     if (retry_.decide(option(&VODUploadOptions::maxRetryCount)) == VODUploadRetryPolicy::Decision::GiveUp) {
         failCurrentFile(error);
@@ -384,18 +409,20 @@ void VODUploadEngine::retryUploadStep(const Error& error, UploadStep step) {
     }
     if (first && callback_ && callback_->retry) callback_->retry();
     if (callback_ && callback_->retrying)
-        callback_->retrying({cur_, retry_.count(), option(&VODUploadOptions::maxRetryCount), oss::retryCause(error), retry_.wait(), false});
+        callback_->retrying({cur(), retry_.count(), option(&VODUploadOptions::maxRetryCount), oss::retryCause(error), retry_.wait(), false});
     // A timer on the queue, not a blocked thread: pause, stop and the caller's calls go on meanwhile,
-    // and the state is read again when it fires.
-    auto retry = [step](VODUploadEngine& c) {
+    // and the state is read again when it fires. A resume or another file meanwhile has sent its own
+    // request, and the timer then has nothing left to do.
+    auto retry = [initiating](VODUploadEngine& c) {
         if (c.state_ == VODClientState::Paused) return;
-        if (step == UploadStep::Init)
+        if (initiating)
             c.initMultiUpload();
         else
             c.resumableUpload();
     };
-    retry_.schedule([weak = weak_from_this(), retry] {
-        if (auto self = weak.lock()) retry(*self);
+    retry_.schedule([weak = weak_from_this(), retry, ticket = newRequest()] {
+        if (auto self = weak.lock())
+            if (self->answers(ticket)) retry(*self);
     });
 }
 
