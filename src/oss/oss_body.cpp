@@ -89,7 +89,13 @@ std::string pathFromFileURL(const std::string& fileURL) {
     return fileURL;
 }
 
-std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* error) {
+std::optional<OSSFileState> currentFileState(const std::string& path) {
+    struct stat st {};
+    if (::stat(path.c_str(), &st) != 0) return std::nullopt;
+    return stateOf(st);
+}
+
+std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* error, const OSSFileState* known) {
     auto fail = [&](OSSClientErrorCode code, const std::string& message) -> std::optional<OSSLocalFile> {
         if (error) *error = makeClientError(code, message);
         return std::nullopt;
@@ -103,11 +109,12 @@ std::optional<OSSLocalFile> inspectLocalFile(const std::string& fileURL, Error* 
                     "Can't read the file " + file.path + ": " + std::strerror(errno));
     if (S_ISDIR(st.st_mode)) return fail(OSSClientErrorCodeInvalidArgument, file.path + " is a directory, not a file");
     if (!S_ISREG(st.st_mode)) return fail(OSSClientErrorCodeInvalidArgument, file.path + " is not a regular file");
+    static_cast<OSSFileState&>(file) = stateOf(st);
+    if (known && *known == file.state()) return file;
     int fd = ::open(file.path.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0)
         return fail(OSSClientErrorCodeFileCantRead, "Can't read the file " + file.path + ": " + std::strerror(errno));
     ::close(fd);
-    static_cast<OSSFileState&>(file) = stateOf(st);
     return file;
 }
 

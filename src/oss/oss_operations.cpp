@@ -79,7 +79,7 @@ void startPutObject(const OSSOperationContext& context, const OSSPutObjectReques
     std::uint64_t size = r.uploadingData ? r.uploadingData->size() : 0;
     std::optional<OSSLocalFile> file;
     if (!r.uploadingData) {
-        file = inspectLocalFile(r.uploadingFileURL, &error);
+        file = inspectLocalFile(r.uploadingFileURL, &error, r.expectedFileState ? &*r.expectedFileState : nullptr);
         if (!file) return done(Out::failure(error));
         path = file->path;
         size = file->size;

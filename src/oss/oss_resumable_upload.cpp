@@ -65,7 +65,7 @@ private:
                                    "The bucket name \"" + r_.bucketName + "\" is not valid");
         if (r_.objectKey.empty()) return makeClientError(OSSClientErrorCodeInvalidArgument, "The object key is empty");
         Error error;
-        auto file = inspectLocalFile(r_.uploadingFileURL, &error);
+        auto file = inspectLocalFile(r_.uploadingFileURL, &error, r_.expectedFileState ? &*r_.expectedFileState : nullptr);
         if (!file) return error;
         file_ = *file;
         if (r_.expectedFileState && *r_.expectedFileState != file_.state()) {
@@ -265,9 +265,8 @@ private:
 
     // Whether the file is still as it was when this run first looked at it (a stat, no read).
     bool fileUnchanged() const {
-        Error ignored;
-        auto now = inspectLocalFile(file_.path, &ignored);
-        return now && now->state() == file_.state();
+        auto now = currentFileState(file_.path);
+        return now && *now == file_.state();
     }
 
     bool fileIsGone() const {
