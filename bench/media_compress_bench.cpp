@@ -11,11 +11,13 @@
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "api/media/CaptureSupport.h"
 #include "api/media/ImageCodec.h"
+#include "foundation/host_paths.h"
 #include "foundation/temp_files.h"
 
 using namespace quorvane;
@@ -57,6 +59,7 @@ int compress(const char* path) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    quorvane::foundation::useHostPaths(quorvane::foundation::hostPathsFrom(std::getenv));
     if (argc == 3 && std::strcmp(argv[1], "generate") == 0) return generate(argv[2]);
     if (argc == 3 && std::strcmp(argv[1], "compress") == 0) return compress(argv[2]);
     std::fprintf(stderr, "usage: %s generate|compress <file>\n", argv[0]);

@@ -3,13 +3,16 @@
 // ...` runs it with the same arguments; run directly, the word "demo" may be left out
 // (`quorvane-demo record`).
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
 #include "cli_docs.h"
+#include "foundation/host_paths.h"
 #include "commands.h"
 
 int main(int argc, char** argv) {
+    quorvane::foundation::useHostPaths(quorvane::foundation::hostPathsFrom(std::getenv));
     std::vector<char*> args(argv, argv + argc);
     static char demoWord[] = "demo";
     if (argc > 1 && std::strcmp(argv[1], "demo") != 0 && argv[1][0] != '-') args.insert(args.begin() + 1, demoWord);

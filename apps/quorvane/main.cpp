@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "cli_docs.h"
+#include "foundation/host_paths.h"
 #include "cloud_cli.h"
 #include "platform/linux/linux_platform.h"
 #include "store_commands.h"
@@ -68,6 +70,8 @@ void reportUsageError(int argc, char** argv, const std::string& message) {
 
 int main(int argc, char** argv) {
     if (argc > 1 && std::strcmp(argv[1], "demo") == 0) return execDemo(argc, argv);
+    // The library reads no environment; the conventional variables are this program's to honour.
+    quorvane::foundation::useHostPaths(quorvane::foundation::hostPathsFrom(std::getenv));
     CLI::App app{"QuorvaneApiSDK command-line host: resumable uploads to object storage and the video service"};
     app.name("quorvane");
     app.set_version_flag("--version", std::string("quorvane ") + QUORVANE_VERSION);

@@ -31,14 +31,8 @@ std::string withSlash(std::string dir) {
     return dir;
 }
 
-std::string defaultDir() {
-    const char* base = std::getenv("QUORVANE_TMPDIR");
-    if (!base || !*base) base = std::getenv("TMPDIR");
-    if (!base || !*base) base = "/tmp";
-    std::string dir = base;
-    while (dir.size() > 1 && dir.back() == '/') dir.pop_back();
-    return dir + "/quorvane-" + std::to_string(::getuid()) + "/";
-}
+// Unless the host chose one (host_paths.h): the library reads no environment variable.
+std::string defaultDir() { return "/tmp/quorvane-" + std::to_string(::getuid()) + "/"; }
 
 bool writeAll(int fd, std::string_view bytes) {
     while (!bytes.empty()) {

@@ -5,10 +5,10 @@
 
 namespace quorvane::foundation {
 
-// The process's temporary directory, with a trailing '/' (NSTemporaryDirectory). It is
-// $QUORVANE_TMPDIR if set, else $TMPDIR, else /tmp, plus "/quorvane-<uid>/".
+// The process's temporary directory, with a trailing '/' (NSTemporaryDirectory): the one the host set,
+// else "/tmp/quorvane-<uid>/".
 std::string temporaryDirectory();
-// Overrides it (tests give each case its own).
+// Sets it (the host, once; tests give each case its own).
 void setTemporaryDirectory(const std::string& dir);
 // A string unique across processes, threads and calls (globallyUniqueString).
 std::string globallyUniqueString();

@@ -1,5 +1,8 @@
 #include "foundation/user_defaults.h"
 
+#include <pwd.h>
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 
@@ -9,16 +12,12 @@
 namespace quorvane::foundation {
 namespace {
 
+// Unless the host chose one (host_paths.h): the account's home from the user database, since the
+// library reads no environment variable.
 std::string standardPath() {
-    if (const char* file = std::getenv("QUORVANE_DEFAULTS_FILE"); file && *file) return file;
-    std::string base;
-    if (const char* xdg = std::getenv("XDG_CONFIG_HOME"); xdg && *xdg) {
-        base = xdg;
-    } else {
-        const char* home = std::getenv("HOME");
-        base = std::string(home && *home ? home : "/tmp") + "/.config";
-    }
-    return base + "/quorvane/user-defaults.json";
+    const passwd* account = ::getpwuid(::getuid());
+    const std::string home = account && account->pw_dir && *account->pw_dir ? account->pw_dir : "/tmp";
+    return home + "/.config/quorvane/user-defaults.json";
 }
 
 // The stored object, or an empty one when the file is missing or not a JSON object.

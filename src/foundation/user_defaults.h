@@ -14,8 +14,8 @@ class UserDefaults {
 public:
     explicit UserDefaults(std::string filePath);
 
-    // The process-wide store. Its file is $QUORVANE_DEFAULTS_FILE if set, else
-    // $XDG_CONFIG_HOME (or ~/.config)/quorvane/user-defaults.json.
+    // The process-wide store. Its file is the one the host set, else
+    // ~/.config/quorvane/user-defaults.json of the account.
     static UserDefaults& standard();
     // Points the process-wide store at another file (tests, the command-line host).
     static void setStandardPath(const std::string& filePath);

@@ -10,6 +10,7 @@
 
 #include "VODUpload/src/VODUploadClient.h"
 #include "foundation/dispatch.h"
+#include "foundation/host_paths.h"
 
 using namespace quorvane;
 
@@ -27,6 +28,8 @@ int main(int argc, char** argv) {
     };
     listener->expire = [&] { outcome = 3; };
 
+    // As a host does: the parent points the user-defaults file (the resume cache) at the test's own.
+    foundation::useHostPaths(foundation::hostPathsFrom(std::getenv));
     auto client = VODUploadClient::create();
     client->setRecordDirectoryPath(argv[5]);
     if (!client->init(argv[6], argv[7], argv[8], argv[9], listener)) return 64;

@@ -1,11 +1,14 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <fstream>
+#include <map>
 #include <mutex>
 #include <set>
 #include <thread>
 
+#include "foundation/host_paths.h"
 #include "foundation/log.h"
 #include "foundation/notification_center.h"
 #include "foundation/temp_files.h"
@@ -28,6 +31,37 @@ TEST(TempFiles, UniqueNamesAcrossThreads) {
         });
     for (auto& t : threads) t.join();
     EXPECT_EQ(names.size(), 2000u);
+}
+
+// The conventional variables, each over the next, read only through the host's lookup.
+TEST(HostPaths, EachVariableWinsOverTheNextAndEmptyOnesCountAsUnset) {
+    const std::string uid = std::to_string(::getuid());
+    auto resolve = [](std::map<std::string, std::string> vars) {
+        return hostPathsFrom([vars](const char* name) -> const char* {
+            auto it = vars.find(name);
+            return it == vars.end() ? nullptr : it->second.c_str();
+        });
+    };
+    auto all = resolve({{"QUORVANE_TMPDIR", "/q//"}, {"TMPDIR", "/t"}, {"QUORVANE_DEFAULTS_FILE", "/d.json"},
+                        {"XDG_CONFIG_HOME", "/x"}, {"HOME", "/h"}});
+    EXPECT_EQ(all.temporaryDirectory, "/q/quorvane-" + uid + "/");
+    EXPECT_EQ(all.userDefaultsFile, "/d.json");
+    auto fallback = resolve({{"QUORVANE_TMPDIR", ""}, {"TMPDIR", "/t"}, {"QUORVANE_DEFAULTS_FILE", ""},
+                             {"XDG_CONFIG_HOME", "/x"}, {"HOME", "/h"}});
+    EXPECT_EQ(fallback.temporaryDirectory, "/t/quorvane-" + uid + "/");
+    EXPECT_EQ(fallback.userDefaultsFile, "/x/quorvane/user-defaults.json");
+    EXPECT_EQ(resolve({{"HOME", "/h"}}).userDefaultsFile, "/h/.config/quorvane/user-defaults.json");
+    auto none = resolve({});
+    EXPECT_EQ(none.temporaryDirectory, "/tmp/quorvane-" + uid + "/");
+    EXPECT_EQ(none.userDefaultsFile, "/tmp/.config/quorvane/user-defaults.json");
+
+    ScopedTempDir scoped;
+    const std::string before = UserDefaults::standard().path();
+    useHostPaths({scoped.path() + "/", scoped.path() + "/defaults.json"});
+    EXPECT_EQ(temporaryDirectory(), scoped.path() + "/");
+    EXPECT_EQ(UserDefaults::standard().path(), scoped.path() + "/defaults.json");
+    setTemporaryDirectory("");
+    UserDefaults::setStandardPath(before);
 }
 
 TEST(TempFiles, DirectoryFollowsOverrideAndAtomicWriteReplacesWholeFile) {
