@@ -36,6 +36,15 @@ std::vector<std::string>& commandArguments() {
     return arguments;
 }
 
+// With --bwlimit, a client of its own whose cap all this run's bodies share; else the shared one.
+std::shared_ptr<foundation::HttpClient> httpClientFor(const UploadOptions& o) {
+    if (o.bwlimit.empty()) return nullptr;
+    foundation::HttpClientOptions options;
+    options.workerThreads = 8;
+    options.sendRateLimit = *parseRate(o.bwlimit);
+    return std::make_shared<foundation::HttpClient>(options);
+}
+
 bool isMediaFile(const std::string& path) {
     auto type = VODInnerFileInfo::fileTypeForExtension(vodPathExtension(path));
     return type != "other";
@@ -178,7 +187,7 @@ int uploadFromStandardInput(const UploadOptions& options, const KeyRule& rule, b
         view.summary({});
         return kExitUploaded;
     }
-    if (!options.bwlimit.empty()) foundation::setProcessSendRateLimit(*parseRate(options.bwlimit));
+    access.http = httpClientFor(options);
     int status = uploadStandardInput(access, rule.key, options.partSize, STDIN_FILENO, view);
     if (cloud) cloud->stop();
     return status;
@@ -276,7 +285,6 @@ int runUpload(UploadOptions options) {
         oss::OSSLog::enableLog();
     else
         silenceMediaFormatLibrary();  // reading media facts of a file FFmpeg cannot parse is not news
-    if (!options.bwlimit.empty()) foundation::setProcessSendRateLimit(*parseRate(options.bwlimit));
 
     auto paths = uploadCachePaths(embedded);
     if (!prepareUploadCache(paths, problem)) return fail("setup", problem, kExitSomeFailed);
@@ -292,6 +300,7 @@ int runUpload(UploadOptions options) {
     plan.vodSignature =
         options.vodSignature == 3 ? VODSignatureVersion::Acs3HmacSha256 : VODSignatureVersion::HmacSha1;
     plan.recordDir = paths.recordDir;
+    plan.http = httpClientFor(options);
     plan.resumeHint = resumeCommand(commandArguments());
     if (!options.title.empty()) plan.title = options.title;
 

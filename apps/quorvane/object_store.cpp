@@ -32,6 +32,7 @@ std::unique_ptr<oss::OSSClient> makeStoreClient(const StoreAccess& a, std::optio
     if (maxRetryCount) config.maxRetryCount = *maxRetryCount;
     if (a.idleTimeout > 0) config.timeoutIntervalForRequest = a.idleTimeout;
     config.region = a.region;
+    config.httpClient = a.http;
     config.signatureVersion = a.signatureVersion == 1 ? oss::OSSSignatureVersion::V1 : oss::OSSSignatureVersion::V4;
     return std::make_unique<oss::OSSClient>(a.endpoint, provider, config);
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "foundation/error.h"
+#include "foundation/http_client.h"
 
 namespace quorvane::oss {
 class OSSClient;
@@ -23,6 +24,7 @@ struct StoreAccess {
     std::string region;        // the bucket's, for V4 signatures
     int signatureVersion = 4;  // 4 or 1
     int idleTimeout = 0;       // seconds without a byte moving before a request is given up; 0: the client's
+    std::shared_ptr<foundation::HttpClient> http;  // carries the requests (a --bwlimit cap); nullptr: the shared one
 };
 
 struct StoredObject {

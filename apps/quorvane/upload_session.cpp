@@ -174,6 +174,7 @@ bool UploadSession::prepare(std::size_t index) {
     config.vodBaseUrl = plan_.vodBaseUrl;
     config.logServiceEndpoint = plan_.logServiceEndpoint;
     config.resumeCache = plan_.resumeCache;
+    config.httpClient = plan_.http;
     config.signatureVersion = plan_.vodSignature;
     config.idleTimeoutSeconds = plan_.idleTimeout;
     slot.client = VODUploadClient::create(std::move(config));

@@ -37,6 +37,7 @@ struct UploadPlan {
     std::optional<std::string> vodBaseUrl;  // the video service; nullopt: the regional one
     std::string logServiceEndpoint;         // where telemetry goes; empty: nowhere
     std::shared_ptr<VODObjectCache> resumeCache;  // every client's; nullptr: the process-wide one
+    std::shared_ptr<foundation::HttpClient> http;  // every client's requests (a --bwlimit cap); nullptr: shared
     std::optional<std::string> title;
     std::int32_t partSize = 1048576;
     std::int32_t maxRetries = 5;  // retries of one file in all

@@ -181,9 +181,11 @@ private:
 
 struct HttpClient::Impl {
     std::shared_ptr<Core> core;
+    std::shared_ptr<detail::SendRate> sendRate = std::make_shared<detail::SendRate>();
 };
 
 HttpClient::HttpClient(HttpClientOptions options) : impl_(std::make_unique<Impl>()) {
+    impl_->sendRate->limit = options.sendRateLimit;
     impl_->core = std::make_shared<Core>(options);
     impl_->core->start();
 }
@@ -196,9 +198,13 @@ std::shared_ptr<HttpClient> HttpClient::shared() {
     return *client;
 }
 
+void HttpClient::setSendRateLimit(std::uint64_t bytesPerSecond) { impl_->sendRate->limit = bytesPerSecond; }
+std::uint64_t HttpClient::sendRateLimit() const { return impl_->sendRate->limit.load(); }
+
 std::shared_ptr<HttpTask> HttpClient::send(HttpRequest request, HttpCompletion completion) {
     const std::shared_ptr<Core>& core = impl_->core;
-    auto t = std::make_shared<Transfer>(std::move(request), std::move(completion), core->newStrand(), core.get());
+    auto t = std::make_shared<Transfer>(std::move(request), std::move(completion), core->newStrand(), core.get(),
+                                        impl_->sendRate);
     if (auto error = t->prepare()) {
         t->finishWith(std::move(*error));
     } else {

@@ -99,7 +99,18 @@ public:
 struct HttpClientOptions {
     int workerThreads = 4;          // threads that run completions
     long maxConnectionsPerHost = 8; // kept-alive connections are reused across requests
+    // Cap on the upload rate of all this client's request bodies together, in bytes per second; 0 = none.
+    std::uint64_t sendRateLimit = 0;
 };
+
+namespace detail {
+// A client's send-rate cap and the bodies it is sending now, which share it evenly (each one's libcurl
+// send-speed limit); a body that started under another share takes the new one at its next progress tick.
+struct SendRate {
+    std::atomic<std::uint64_t> limit{0};
+    std::atomic<long long> bodies{0};
+};
+}  // namespace detail
 
 class HttpClient {
 public:
@@ -110,6 +121,11 @@ public:
 
     // The process-wide client.
     static std::shared_ptr<HttpClient> shared();
+
+    // Changes the cap on the upload rate (HttpClientOptions::sendRateLimit); bodies started without a
+    // cap keep going without one.
+    void setSendRateLimit(std::uint64_t bytesPerSecond);
+    std::uint64_t sendRateLimit() const;
 
     // Starts the request; `completion` runs exactly once on a worker thread.
     std::shared_ptr<HttpTask> send(HttpRequest request, HttpCompletion completion);
@@ -122,11 +138,6 @@ private:
     std::unique_ptr<Impl> impl_;
 };
 
-// Process-wide cap on the upload rate of all request bodies together, in bytes per second; 0 = none.
-// The bodies being sent at a moment share it evenly (each one's libcurl send-speed limit), and a body
-// that started under another share takes the new one at its next progress tick.
-void setProcessSendRateLimit(std::uint64_t bytesPerSecond);
-std::uint64_t processSendRateLimit();
 
 // Percent-encodes for a URL query (RFC 3986 unreserved kept).
 std::string urlEncode(std::string_view text);

@@ -15,8 +15,6 @@ namespace {
 
 thread_local const void* tlsWorkerOwner = nullptr;
 
-std::atomic<std::uint64_t> sendRateLimit{0};
-std::atomic<long long> bodiesBeingSent{0};
 
 // Bigger send buffers cut read-callback round trips on large parts.
 constexpr long kUploadBufferSize = 512 * 1024;
@@ -112,20 +110,25 @@ bool hasHeader(const Headers& headers, std::string_view name) {
 
 const void* currentWorkerOwner() { return tlsWorkerOwner; }
 
-Transfer::SenderSlot::SenderSlot() { ++bodiesBeingSent; }
-Transfer::SenderSlot::~SenderSlot() { --bodiesBeingSent; }
+Transfer::SenderSlot::SenderSlot(SendRate& rate) : rate(rate) { ++rate.bodies; }
+Transfer::SenderSlot::~SenderSlot() { --rate.bodies; }
 
 void Transfer::applySendRateShare() {
     if (!sender_ || !easy_) return;
-    auto limit = static_cast<long long>(sendRateLimit.load());
-    long long share = limit > 0 ? std::max(1LL, limit / std::max(1LL, bodiesBeingSent.load())) : 0;
+    auto limit = static_cast<long long>(sender_->rate.limit.load());
+    long long share = limit > 0 ? std::max(1LL, limit / std::max(1LL, sender_->rate.bodies.load())) : 0;
     if (share == sendShare_) return;
     sendShare_ = share;
     curl_easy_setopt(easy_.get(), CURLOPT_MAX_SEND_SPEED_LARGE, static_cast<curl_off_t>(share));
 }
 
-Transfer::Transfer(HttpRequest request, HttpCompletion completion, Strand strand, const void* owner)
-    : request_(std::move(request)), completion_(std::move(completion)), strand_(std::move(strand)), owner_(owner) {}
+Transfer::Transfer(HttpRequest request, HttpCompletion completion, Strand strand, const void* owner,
+                   std::shared_ptr<SendRate> sendRate)
+    : request_(std::move(request)),
+      completion_(std::move(completion)),
+      strand_(std::move(strand)),
+      owner_(owner),
+      sendRate_(std::move(sendRate)) {}
 
 std::optional<Error> Transfer::prepare() {
     lastMoved_ = std::chrono::steady_clock::now();
@@ -170,8 +173,8 @@ std::optional<Error> Transfer::prepare() {
     }
     if (o.error) return o.error;
     if (auto e = setMethodAndBody()) return e;
-    if ((request_.body || request_.form) && sendRateLimit.load() > 0) {
-        sender_.emplace();
+    if ((request_.body || request_.form) && sendRate_ && sendRate_->limit.load() > 0) {
+        sender_.emplace(*sendRate_);
         QV_SET(o, CURLOPT_NOPROGRESS, 0L);
         QV_SET(o, CURLOPT_XFERINFOFUNCTION, onProgress);
         QV_SET(o, CURLOPT_XFERINFODATA, static_cast<void*>(this));
@@ -378,7 +381,5 @@ void Transfer::complete(std::optional<Error> error) {
 
 namespace quorvane::foundation {
 
-void setProcessSendRateLimit(std::uint64_t bytesPerSecond) { detail::sendRateLimit = bytesPerSecond; }
-std::uint64_t processSendRateLimit() { return detail::sendRateLimit.load(); }
 
 }  // namespace quorvane::foundation

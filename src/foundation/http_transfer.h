@@ -27,7 +27,8 @@ using Strand = asio::strand<asio::thread_pool::executor_type>;
 
 class Transfer : public std::enable_shared_from_this<Transfer> {
 public:
-    Transfer(HttpRequest request, HttpCompletion completion, Strand strand, const void* owner);
+    Transfer(HttpRequest request, HttpCompletion completion, Strand strand, const void* owner,
+             std::shared_ptr<SendRate> sendRate);
 
     // Builds the easy handle. Returns the error that stops the request before it is sent.
     std::optional<Error> prepare();
@@ -74,11 +75,13 @@ private:
     std::atomic<bool> progressPending_{false};
     std::uint64_t progressPosted_ = 0;     // curl thread
     std::uint64_t progressDelivered_ = 0;  // strand
-    struct SenderSlot {  // counts this body among those being sent while it lives
-        SenderSlot();
+    std::shared_ptr<SendRate> sendRate_;
+    struct SenderSlot {  // counts this body among those its client is sending while it lives
+        explicit SenderSlot(SendRate& rate);
         ~SenderSlot();
         SenderSlot(const SenderSlot&) = delete;
         SenderSlot& operator=(const SenderSlot&) = delete;
+        SendRate& rate;
     };
     std::optional<SenderSlot> sender_;
     long long sendShare_ = 0;  // the limit handed to curl; curl thread

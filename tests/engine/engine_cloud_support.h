@@ -142,7 +142,12 @@ protected:
         ASSERT_TRUE(cloud.start());
         pointServicesAt(cloud);
         sts = cloud.issueSts();
-        client = VODUploadClient::create();
+        useClient(VODUploadClient::create());
+    }
+
+    // Makes `c` the test's client, reporting and recording where the fixture looks.
+    void useClient(std::shared_ptr<VODUploadClient> c) {
+        client = std::move(c);
         engineOf(*client).eventManager()->setTransport(events);
         client->setRecordDirectoryPath(dir.file("records"));
         engineOf(*client).setRetryWait(20ms);

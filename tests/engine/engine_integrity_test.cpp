@@ -163,14 +163,14 @@ class SinglePut : public FileIntegrity {
 protected:
     void SetUp() override {
         FileIntegrity::SetUp();
+        auto config = VODServiceConfig::current();
+        config.httpClient = http;
+        useClient(VODUploadClient::create(std::move(config)));
         client->setSingleRequestUpload(true);
-        // About 4 s on the wire for a part of 1 MiB, so the test acts while the body is being sent.
-        foundation::setProcessSendRateLimit(256 * 1024);
     }
-    void TearDown() override {
-        foundation::setProcessSendRateLimit(0);
-        FileIntegrity::TearDown();
-    }
+    // About 4 s on the wire for a part of 1 MiB, so the test acts while the body is being sent.
+    std::shared_ptr<foundation::HttpClient> http =
+        std::make_shared<foundation::HttpClient>(foundation::HttpClientOptions{2, 8, 256 * 1024});
 };
 
 TEST_F(SinglePut, AFileChangedWhileItIsSentIsNotStored) {
@@ -191,7 +191,7 @@ TEST_F(SinglePut, APausedPutIsSentAgainWholeOnResume) {
     ASSERT_TRUE(waitUntil([&] { return listener.count("progress") > 0; }, 30s));
     ASSERT_TRUE(client->pause());
     EXPECT_EQ(client->listFiles().at(0)->state, UploadFileState::Uploading);
-    foundation::setProcessSendRateLimit(0);
+    http->setSendRateLimit(0);
     ASSERT_TRUE(client->resume());
     ASSERT_TRUE(waitForEnd(listener));
     ASSERT_EQ(listener.count("finish"), 1);

@@ -287,6 +287,40 @@ TEST(HttpClient, ASlowLinkThatStillMovesIsNeverCut) {
     EXPECT_EQ(received, 160u * 1024);
 }
 
+// A send-rate cap belongs to its client: bodies of another client in the same process go at full speed.
+TEST(HttpClient, ASendRateCapSlowsOnlyTheBodiesOfItsOwnClient) {
+    TestServer server;
+    std::atomic<std::size_t> received{0};
+    server.http().Put("/up", [&](const httplib::Request& req, httplib::Response& res) {
+        received += req.body.size();
+        res.set_content("ok", "text/plain");
+    });
+    server.start();
+    constexpr std::size_t kBody = 1536 * 1024;
+    HttpClient capped(HttpClientOptions{2, 8, 256 * 1024});  // six seconds for the body
+    HttpClient free;
+    EXPECT_EQ(capped.sendRateLimit(), 256u * 1024);
+    auto put = [&](HttpClient& client, std::promise<bool>& done) {
+        HttpRequest request;
+        request.method = "PUT";
+        request.url = server.url("/up");
+        request.body = std::make_shared<PatternBody>(kBody);
+        return client.send(request, [&done](HttpResult r) { done.set_value(r.ok()); });
+    };
+    std::promise<bool> cappedDone, freeDone;
+    auto slow = put(capped, cappedDone);
+    auto fast = put(free, freeDone);
+    auto freeFuture = freeDone.get_future();
+    ASSERT_EQ(freeFuture.wait_for(kWait), std::future_status::ready);
+    EXPECT_TRUE(freeFuture.get());
+    // Ordering, not a stopwatch: the capped body cannot be through when the free one is.
+    auto cappedFuture = cappedDone.get_future();
+    EXPECT_EQ(cappedFuture.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    capped.setSendRateLimit(0);  // a body started under the cap keeps it, so this only ends the test sooner
+    slow->cancel();
+    EXPECT_EQ(cappedFuture.wait_for(kWait), std::future_status::ready);
+}
+
 TEST(HttpClient, CancelMidUploadCompletesExactlyOnceAsCancelled) {
     TestServer server;
     Gate gate;
