@@ -33,6 +33,8 @@ TEST(VODOpenApiReply, EachOutcomeReachesTheHandlerExactlyOnceWithItsErrorRecord)
     serve(s, "/empty/", 200, "");
     serve(s, "/html/", 200, "<html>oops</html>");
     serve(s, "/fragment/", 200, "42");
+    serve(s, "/last-success/", 299, R"({"RequestId":"r"})");  // the edge of the success statuses
+    serve(s, "/first-failure/", 300, R"({"Code":"Moved"})");
 
     auto call = [](const std::string& base) {
         EndpointGuard endpoint(base);
@@ -47,6 +49,8 @@ TEST(VODOpenApiReply, EachOutcomeReachesTheHandlerExactlyOnceWithItsErrorRecord)
     auto html = call(s.base() + "html/");
     auto fragment = call(s.base() + "fragment/");
     auto unreachable = call(vodapi_test::deadBase());
+    auto lastSuccess = call(s.base() + "last-success/");
+    auto firstFailure = call(s.base() + "first-failure/");
 
     ASSERT_TRUE(forbidden->error);
     EXPECT_EQ(forbidden->error->domain, "vod");
@@ -75,8 +79,12 @@ TEST(VODOpenApiReply, EachOutcomeReachesTheHandlerExactlyOnceWithItsErrorRecord)
     EXPECT_FALSE(unreachable->reply);
     EXPECT_FALSE(unreachable->response);
 
+    EXPECT_FALSE(lastSuccess->error);
+    ASSERT_TRUE(firstFailure->error);
+    EXPECT_EQ(firstFailure->error->code, 300);
+
     // Every handler above has run once; none of them may run again.
-    for (auto& r : {forbidden, empty, html, fragment, unreachable}) EXPECT_EQ(r->calls(), 1);
+    for (auto& r : {forbidden, empty, html, fragment, unreachable, lastSuccess, firstFailure}) EXPECT_EQ(r->calls(), 1);
 }
 
 TEST(VODOpenApiReply, CreateVideoSendsActionParamsWithOptionalOnesReplacingThem) {
