@@ -41,8 +41,6 @@ void VODUploadSVideoClient::setup() {
     setRegion("cn-shanghai");
 }
 
-void VODUploadSVideoClient::onQueue(const std::function<void()>& f) { queue_->sync(f); }
-
 void VODUploadSVideoClient::later(std::function<void(VODUploadSVideoClient&)> f) {
     queue_->async([weak = weak_from_this(), f = std::move(f)] {
         if (auto self = weak.lock()) f(*self);

@@ -21,20 +21,17 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <type_traits>
+#include <utility>
 
 #include "VODUpload/src/VODUploadClient.h"
 #include "VODUpload/src/VODUploadSVideoClientDelegate.h"
 #include "VODUpload/src/VodSVideoInfo.h"
+#include "foundation/dispatch.h"
 #include "foundation/error.h"
 #include "foundation/http_client.h"
 #include "foundation/value.h"
 
 namespace quorvane {
-
-namespace foundation {
-class SerialQueue;
-}
 
 class VODUploadSVideoClient : public std::enable_shared_from_this<VODUploadSVideoClient> {
 public:
@@ -133,17 +130,9 @@ private:
 
     // Runs `f` on the queue and returns its result; in place when already there (a delegate callback).
     template <class F>
-    auto serially(F&& f) -> std::invoke_result_t<F> {
-        using R = std::invoke_result_t<F>;
-        if constexpr (std::is_void_v<R>) {
-            onQueue([&] { f(); });
-        } else {
-            std::optional<R> result;
-            onQueue([&] { result.emplace(f()); });
-            return result ? std::move(*result) : R{};
-        }
+    auto serially(F&& f) {
+        return queue_->syncResult(std::forward<F>(f));
     }
-    void onQueue(const std::function<void()>& f);
     // Posts `f` to the queue, to run while the client still exists.
     void later(std::function<void(VODUploadSVideoClient&)> f);
 
