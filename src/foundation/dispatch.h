@@ -6,7 +6,9 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <type_traits>
 
 namespace asio {
 class io_context;
@@ -57,6 +59,19 @@ public:
     // Runs `task` on the queue and returns when it has run (dispatch_sync); at once, in place, when
     // called from a task of this queue. Never call it from a thread a task of this queue waits on.
     void sync(const Task& task);
+    // Runs `f` as sync does and returns its result. A task that throws is logged and dropped like any
+    // other, and the result is then a value-initialised one.
+    template <class F>
+    auto syncResult(F&& f) -> std::invoke_result_t<F&> {
+        using R = std::invoke_result_t<F&>;
+        if constexpr (std::is_void_v<R>) {
+            sync([&] { f(); });
+        } else {
+            std::optional<R> result;
+            sync([&] { result.emplace(f()); });
+            return result ? std::move(*result) : R{};
+        }
+    }
     // Whether the calling thread is running a task of this queue.
     bool isCurrent() const;
     const std::string& label() const override;

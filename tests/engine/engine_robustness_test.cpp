@@ -1,5 +1,7 @@
-// What a careless host does to the engine: no callbacks at all, nonsense time-outs, and letting go of
-// the client while it uploads. None of it may crash or hang.
+// What a careless host does to the engine: no callbacks at all, a callback that throws, nonsense
+// time-outs, and letting go of the client while it uploads. None of it may crash or hang.
+#include <stdexcept>
+
 #include "engine_cloud_support.h"
 
 using namespace quorvane;
@@ -20,6 +22,22 @@ TEST_F(CarelessHost, AListenerWithoutCallbacksStillGetsTheFileUploaded) {
     ASSERT_TRUE(waitUntil([&] { return client->state() == VODClientState::Finished; }));
     EXPECT_EQ(client->listFiles()[0]->state, UploadFileState::Success);
     EXPECT_EQ(cloud.objectBytes(bucket(), "up/quiet.bin"), bytes);
+}
+
+// The throw would otherwise end in the queue, and the host would wait for the file for ever.
+TEST_F(CarelessHost, AListenerThatThrowsFailsItsFileInsteadOfStallingTheQueue) {
+    auto throwing = listener.make();
+    throwing->started = [](const auto&) { throw std::runtime_error("the host's bug"); };
+    ASSERT_TRUE(client->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, throwing));
+    ASSERT_TRUE(client->addFile(makeFile("thrown.bin", randomBytes(1 << 20, 72)), cloud.endpoint(), bucket(),
+                                "up/thrown.bin"));
+    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(listener.waitFor("failure"));
+    const auto failure = listener.failures().at(0);
+    EXPECT_EQ(failure.first, "ExceptionCaught");
+    EXPECT_NE(failure.second.find("the host's bug"), std::string::npos) << failure.second;
+    EXPECT_EQ(client->listFiles().at(0)->state, UploadFileState::Failure);
+    EXPECT_TRUE(cloud.requests("UploadPart").empty());
 }
 
 TEST_F(CarelessHost, ZeroNegativeOrNaNTimeOutsMeanTheDefault) {

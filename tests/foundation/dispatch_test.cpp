@@ -3,6 +3,8 @@
 #include <atomic>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -108,6 +110,28 @@ TEST(Queue, AfterFiresOnceOnTheGivenQueue) {
     after(0.01, serial, [&] { done.signal(); });
     serial.reset();  // the pending task keeps the queue alive
     EXPECT_TRUE(done.waitFor(kWait));
+}
+
+TEST(Queue, SyncResultReturnsWhatTheTaskReturnedFromAnyThread) {
+    SerialQueue queue("sync.result");
+    // From outside: the task runs on the queue, and a move-only result comes back.
+    auto fromOutside = queue.syncResult([&] { return std::make_unique<bool>(queue.isCurrent()); });
+    ASSERT_TRUE(fromOutside);
+    EXPECT_TRUE(*fromOutside);
+    // From a task of the queue: in place, where waiting for the queue would never return.
+    std::atomic<int> nested{0};
+    Semaphore done;
+    queue.async([&] {
+        nested = queue.syncResult([] { return 7; });
+        done.signal();
+    });
+    ASSERT_TRUE(done.waitFor(kWait));
+    EXPECT_EQ(nested, 7);
+    // A task that throws yields an empty result, and the queue goes on.
+    EXPECT_EQ(queue.syncResult([]() -> std::string { throw std::runtime_error("step failed"); }), "");
+    int ran = 0;
+    queue.syncResult([&] { ++ran; });
+    EXPECT_EQ(ran, 1);
 }
 
 // A waiter that frees the semaphore as soon as wait() returns must not pull it from under the

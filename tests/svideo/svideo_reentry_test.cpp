@@ -1,5 +1,9 @@
-// Nothing in the client waits: a delegate calls back into it from inside its callbacks, and a job's
-// file goes to an engine that is still ending a cancelled run without waiting for it or stopping it.
+// Nothing in the client waits: a delegate calls back into it from inside its callbacks, a job's file
+// goes to an engine that is still ending a cancelled run without waiting for it or stopping it, and a
+// host reads the settings from any thread while they change.
+#include <atomic>
+#include <thread>
+
 #include "foundation/log.h"
 #include "oss/oss_log.h"
 #include "svideo_test_support.h"
@@ -84,4 +88,38 @@ TEST_F(SVideoReentry, NextJobsCoverWaitsInTheEngineBehindACancelledRunWithoutSto
     EXPECT_EQ(heard.imageUrl, images[1].imageURL);
     EXPECT_EQ(cloud.objectBytes(images[1].bucket, images[1].objectKey), bytesOf(cover));
     EXPECT_FALSE(cloud.object(images[0].bucket, images[0].objectKey));
+}
+
+// Each read sees one whole value that was set, never a torn one; ThreadSanitizer reports any read
+// that is not ordered with the setter's write.
+TEST_F(SVideoReentry, SettingsAreReadFromAnotherThreadWhileTheyAreSet) {
+    // Both longer than a short-string buffer, so a torn copy reads freed memory.
+    const std::string regions[] = {"cn-shanghai-settings-race-region-one", "cn-shanghai-settings-race-region-two"};
+    const std::string apps[] = {"app-settings-race-one-with-a-long-id", "app-settings-race-two-with-a-long-id"};
+    client->setRegion(regions[0]);
+    client->setAppId(apps[0]);
+    std::atomic<bool> done{false};
+    foundation::Semaphore readerStarted;
+    std::vector<std::string> torn;
+    std::thread reader([&] {
+        readerStarted.signal();
+        while (!done) {
+            const std::string region = client->region();
+            const std::string app = client->appId().value_or("none");
+            if (region != regions[0] && region != regions[1]) torn.push_back(region);
+            if (app != apps[0] && app != apps[1]) torn.push_back(app);
+            if (!client->delegate()) torn.push_back("no delegate");
+        }
+    });
+    readerStarted.wait();
+    for (int i = 1; i <= 1000; ++i) {
+        client->setRegion(regions[i % 2]);
+        client->setAppId(apps[i % 2]);
+        client->setDelegate(delegate);
+    }
+    done = true;
+    reader.join();
+    EXPECT_TRUE(torn.empty()) << torn.size() << " torn reads, the first: " << torn.front();
+    EXPECT_EQ(client->region(), regions[0]);
+    EXPECT_EQ(client->appId(), apps[0]);
 }

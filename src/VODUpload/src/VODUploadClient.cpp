@@ -31,7 +31,8 @@ double VODUploadClient::timeoutIntervalForRequest() const {
     return engine_->option(&VODUploadOptions::timeoutIntervalForRequest);
 }
 void VODUploadClient::setTimeoutIntervalForRequest(double seconds) {
-    setOption(*engine_, &VODUploadOptions::timeoutIntervalForRequest, VODUploadOptions::requestTimeoutOrDefault(seconds));
+    setOption(*engine_, &VODUploadOptions::timeoutIntervalForRequest,
+              VODUploadOptions::requestTimeoutOrDefault(seconds));
 }
 void VODUploadClient::setCaFile(std::string path) { setOption(*engine_, &VODUploadOptions::caFile, std::move(path)); }
 std::string VODUploadClient::recordDirectoryPath() const {
@@ -49,10 +50,14 @@ void VODUploadClient::setUploadPartSize(std::int32_t bytes) {
     setOption(*engine_, &VODUploadOptions::uploadPartSize, bytes);
 }
 bool VODUploadClient::singleRequestUpload() const { return engine_->option(&VODUploadOptions::singleRequestUpload); }
-void VODUploadClient::setSingleRequestUpload(bool on) { setOption(*engine_, &VODUploadOptions::singleRequestUpload, on); }
+void VODUploadClient::setSingleRequestUpload(bool on) {
+    setOption(*engine_, &VODUploadOptions::singleRequestUpload, on);
+}
 std::int64_t VODUploadClient::partSizeFor(std::int64_t fileSize) const { return engine_->partSizeFor(fileSize); }
 std::string VODUploadClient::region() const { return engine_->option(&VODUploadOptions::region); }
-void VODUploadClient::setRegion(std::string region) { setOption(*engine_, &VODUploadOptions::region, std::move(region)); }
+void VODUploadClient::setRegion(std::string region) {
+    setOption(*engine_, &VODUploadOptions::region, std::move(region));
+}
 void VODUploadClient::setStorageSignature(std::optional<oss::OSSSignatureVersion> version, std::string storageRegion) {
     engine_->updateOptions([&](VODUploadOptions& o) {
         o.storageSignatureVersion = version;
@@ -60,7 +65,9 @@ void VODUploadClient::setStorageSignature(std::optional<oss::OSSSignatureVersion
     });
 }
 std::optional<std::string> VODUploadClient::appId() const { return engine_->option(&VODUploadOptions::appId); }
-void VODUploadClient::setAppId(std::optional<std::string> v) { setOption(*engine_, &VODUploadOptions::appId, std::move(v)); }
+void VODUploadClient::setAppId(std::optional<std::string> v) {
+    setOption(*engine_, &VODUploadOptions::appId, std::move(v));
+}
 std::optional<std::string> VODUploadClient::workflowId() const {
     return engine_->option(&VODUploadOptions::workflowId);
 }

@@ -156,25 +156,19 @@ private:
     // that throws fails the current file (the queue would swallow the exception, and the host would
     // wait for the file for ever).
     template <class F>
-    auto serially(F&& f) const -> std::invoke_result_t<F> {
-        using R = std::invoke_result_t<F>;
-        if constexpr (std::is_void_v<R>) {
-            queue_->sync([&] { guarded(f); });
-        } else {
-            std::optional<R> result;
-            queue_->sync([&] { guarded([&] { result.emplace(f()); }); });
-            return result ? std::move(*result) : R{};
-        }
+    auto serially(F&& f) const {
+        return queue_->syncResult([&] { return guarded(f); });
     }
     template <class F>
-    void guarded(F&& f) const {
+    auto guarded(F&& f) const -> std::invoke_result_t<F&> {
         try {
-            f();
+            return f();
         } catch (const std::exception& e) {
             stepThrew(e.what());
         } catch (...) {
             stepThrew("an unknown exception");
         }
+        if constexpr (!std::is_void_v<std::invoke_result_t<F&>>) return {};
     }
     void stepThrew(const std::string& what) const;
     // Posts `f` to the client's queue, to run while the client still exists.

@@ -41,8 +41,6 @@ void VODUploadSVideoClient::setup() {
     setRegion("cn-shanghai");
 }
 
-void VODUploadSVideoClient::onQueue(const std::function<void()>& f) { queue_->sync(f); }
-
 void VODUploadSVideoClient::later(std::function<void(VODUploadSVideoClient&)> f) {
     queue_->async([weak = weak_from_this(), f = std::move(f)] {
         if (auto self = weak.lock()) f(*self);
@@ -217,70 +215,70 @@ void VODUploadSVideoClient::setRequestId(const std::string& requestId) { client_
 
 void VODUploadSVideoClient::setTranscode(bool on) {
     serially([&] {
-        transcode_ = on;
+        store(&Settings::transcode, on);
         client_->setTranscode(on);
     });
 }
 
 void VODUploadSVideoClient::setRecordUploadProgress(bool on) {
     serially([&] {
-        recordUploadProgress_ = on;
+        store(&Settings::recordUploadProgress, on);
         client_->setRecordUploadProgress(on);
     });
 }
 
 void VODUploadSVideoClient::setReportEnabled(bool on) {
     serially([&] {
-        reportEnabled_ = on;
+        store(&Settings::reportEnabled, on);
         client_->setReportEnabled(on);
     });
 }
 
 void VODUploadSVideoClient::setMaxRetryCount(std::uint32_t count) {
     serially([&] {
-        maxRetryCount_ = count;
+        store(&Settings::maxRetryCount, count);
         client_->setMaxRetryCount(static_cast<std::int32_t>(count));
     });
 }
 
 void VODUploadSVideoClient::setTimeoutIntervalForRequest(double seconds) {
     serially([&] {
-        timeoutIntervalForRequest_ = seconds;
+        store(&Settings::timeoutIntervalForRequest, seconds);
         client_->setTimeoutIntervalForRequest(seconds);
     });
 }
 
 void VODUploadSVideoClient::setUploadPartSize(std::int32_t bytes) {
     serially([&] {
-        uploadPartSize_ = bytes;
+        store(&Settings::uploadPartSize, bytes);
         client_->setUploadPartSize(bytes);
     });
 }
 
 void VODUploadSVideoClient::setRecordDirectoryPath(std::optional<std::string> path) {
     serially([&] {
-        recordDirectoryPath_ = std::move(path);
-        if (recordDirectoryPath_) client_->setRecordDirectoryPath(*recordDirectoryPath_);
+        if (path) client_->setRecordDirectoryPath(*path);
+        store(&Settings::recordDirectoryPath, std::move(path));
     });
 }
 
 void VODUploadSVideoClient::setRegion(std::string region) {
     serially([&] {
-        region_ = std::move(region);
-        client_->setRegion(region_);
+        client_->setRegion(region);
+        store(&Settings::region, std::move(region));
     });
 }
 
 void VODUploadSVideoClient::setAppId(std::optional<std::string> appId) {
-    serially([&] { appId_ = std::move(appId); });
+    serially([&] { store(&Settings::appId, std::move(appId)); });
 }
 
 void VODUploadSVideoClient::setWorkflowId(std::optional<std::string> workflowId) {
-    serially([&] { workflowId_ = std::move(workflowId); });
+    serially([&] { store(&Settings::workflowId, std::move(workflowId)); });
 }
 
 void VODUploadSVideoClient::setDelegate(std::weak_ptr<VODUploadSVideoClientDelegate> delegate) {
-    serially([&] { delegate_ = std::move(delegate); });
+    serially([&] { store(&Settings::delegate, std::move(delegate)); });
 }
 
 }  // namespace quorvane

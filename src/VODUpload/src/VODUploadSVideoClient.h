@@ -13,28 +13,27 @@
 // and the engine's events, which hop onto it. So no field is touched from two threads and nothing
 // waits for the engine to settle: the job reacts to what the engine reports. The queue's steps call
 // the engine's operations, which are short; the engine's listener only posts to this queue, so the
-// two never wait for each other. Step and status are also kept in atomics, read without the queue.
+// two never wait for each other. Step and status are also kept in atomics, and the settings behind
+// their own lock, so both are read from any thread without the queue.
 // The delegate is called on the queue.
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
-#include <type_traits>
+#include <utility>
 
 #include "VODUpload/src/VODUploadClient.h"
 #include "VODUpload/src/VODUploadSVideoClientDelegate.h"
 #include "VODUpload/src/VodSVideoInfo.h"
+#include "foundation/dispatch.h"
 #include "foundation/error.h"
 #include "foundation/http_client.h"
 #include "foundation/value.h"
 
 namespace quorvane {
-
-namespace foundation {
-class SerialQueue;
-}
 
 class VODUploadSVideoClient : public std::enable_shared_from_this<VODUploadSVideoClient> {
 public:
@@ -70,28 +69,29 @@ public:
     // The caller's user data (a JSON object text) with the video's media facts and "Source".
     std::optional<std::string> userDataWithCreateUploadVideoUserData(const std::optional<std::string>& userData);
 
-    // --- Settings; those the engine shares are forwarded to it ---
-    bool transcode() const { return transcode_; }
+    // --- Settings; those the engine shares are forwarded to it. Set on the queue, between two steps
+    // of the job; read by value from any thread, without waiting for the queue. ---
+    bool transcode() const { return setting(&Settings::transcode); }
     void setTranscode(bool on);
-    bool recordUploadProgress() const { return recordUploadProgress_; }
+    bool recordUploadProgress() const { return setting(&Settings::recordUploadProgress); }
     void setRecordUploadProgress(bool on);
-    bool reportEnabled() const { return reportEnabled_; }
+    bool reportEnabled() const { return setting(&Settings::reportEnabled); }
     void setReportEnabled(bool on);
-    std::uint32_t maxRetryCount() const { return maxRetryCount_; }
+    std::uint32_t maxRetryCount() const { return setting(&Settings::maxRetryCount); }
     void setMaxRetryCount(std::uint32_t count);
-    double timeoutIntervalForRequest() const { return timeoutIntervalForRequest_; }
+    double timeoutIntervalForRequest() const { return setting(&Settings::timeoutIntervalForRequest); }
     void setTimeoutIntervalForRequest(double seconds);
-    std::int32_t uploadPartSize() const { return uploadPartSize_; }
+    std::int32_t uploadPartSize() const { return setting(&Settings::uploadPartSize); }
     void setUploadPartSize(std::int32_t bytes);
-    const std::optional<std::string>& recordDirectoryPath() const { return recordDirectoryPath_; }
+    std::optional<std::string> recordDirectoryPath() const { return setting(&Settings::recordDirectoryPath); }
     void setRecordDirectoryPath(std::optional<std::string> path);
-    const std::string& region() const { return region_; }
+    std::string region() const { return setting(&Settings::region); }
     void setRegion(std::string region);
-    const std::optional<std::string>& appId() const { return appId_; }
+    std::optional<std::string> appId() const { return setting(&Settings::appId); }
     void setAppId(std::optional<std::string> appId);
-    const std::optional<std::string>& workflowId() const { return workflowId_; }
+    std::optional<std::string> workflowId() const { return setting(&Settings::workflowId); }
     void setWorkflowId(std::optional<std::string> workflowId);
-    std::shared_ptr<VODUploadSVideoClientDelegate> delegate() const { return delegate_.lock(); }
+    std::shared_ptr<VODUploadSVideoClientDelegate> delegate() const { return setting(&Settings::delegate).lock(); }
     void setDelegate(std::weak_ptr<VODUploadSVideoClientDelegate> delegate);
 
     // --- Run state, for callers that show it ---
@@ -133,17 +133,9 @@ private:
 
     // Runs `f` on the queue and returns its result; in place when already there (a delegate callback).
     template <class F>
-    auto serially(F&& f) -> std::invoke_result_t<F> {
-        using R = std::invoke_result_t<F>;
-        if constexpr (std::is_void_v<R>) {
-            onQueue([&] { f(); });
-        } else {
-            std::optional<R> result;
-            onQueue([&] { result.emplace(f()); });
-            return result ? std::move(*result) : R{};
-        }
+    auto serially(F&& f) {
+        return queue_->syncResult(std::forward<F>(f));
     }
-    void onQueue(const std::function<void()>& f);
     // Posts `f` to the queue, to run while the client still exists.
     void later(std::function<void(VODUploadSVideoClient&)> f);
 
@@ -152,7 +144,7 @@ private:
     void setStepAndStatus(Step step, std::int32_t status);
     template <class F>
     void tellDelegate(F&& f) {
-        if (auto d = delegate_.lock()) f(*d);
+        if (auto d = delegate()) f(*d);
     }
 
     // --- The engine: one run per file, a listener per run ---
@@ -187,18 +179,33 @@ private:
     void storeSlot(const Value& reply);
     std::optional<std::string> userDataFor(const std::string& videoPath, const std::optional<std::string>& userData);
 
-    // Settings: written on the queue, read anywhere.
-    bool transcode_ = true;
-    bool recordUploadProgress_ = true;
-    bool reportEnabled_ = true;
-    std::uint32_t maxRetryCount_ = 2147483647u;
-    double timeoutIntervalForRequest_ = 30.0;
-    std::int32_t uploadPartSize_ = 0;
-    std::optional<std::string> recordDirectoryPath_;
-    std::string region_ = "cn-shanghai";
-    std::optional<std::string> appId_;
-    std::optional<std::string> workflowId_;
-    std::weak_ptr<VODUploadSVideoClientDelegate> delegate_;
+    // The host's settings: written on the queue; read anywhere, the queue included, only under
+    // settingsMutex_.
+    struct Settings {
+        bool transcode = true;
+        bool recordUploadProgress = true;
+        bool reportEnabled = true;
+        std::uint32_t maxRetryCount = 2147483647u;
+        double timeoutIntervalForRequest = 30.0;
+        std::int32_t uploadPartSize = 0;
+        std::optional<std::string> recordDirectoryPath;
+        std::string region = "cn-shanghai";
+        std::optional<std::string> appId;
+        std::optional<std::string> workflowId;
+        std::weak_ptr<VODUploadSVideoClientDelegate> delegate;
+    };
+    template <class T>
+    T setting(T Settings::*field) const {
+        std::lock_guard lock(settingsMutex_);
+        return settings_.*field;
+    }
+    template <class T>
+    void store(T Settings::*field, T value) {
+        std::lock_guard lock(settingsMutex_);
+        settings_.*field = std::move(value);
+    }
+    mutable std::mutex settingsMutex_;
+    Settings settings_;
 
     std::shared_ptr<VODUploadClient> client_;
     std::shared_ptr<foundation::SerialQueue> queue_;

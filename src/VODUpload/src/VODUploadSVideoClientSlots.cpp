@@ -63,9 +63,9 @@ void VODUploadSVideoClient::createUploadImage() {
         fields.storageLocation = job_.svideoInfo->storageLocation;
         fields.userData = job_.svideoInfo->userData;
     }
-    fields.appId = appId_;
-    curTask_ = VODOpenApi::createUploadImage(job_.accessKeyId, job_.accessKeySecret, job_.accessToken, "cover", region_,
-                                             createUploadImageParams(fields),
+    fields.appId = appId();
+    curTask_ = VODOpenApi::createUploadImage(job_.accessKeyId, job_.accessKeySecret, job_.accessToken, "cover",
+                                             region(), createUploadImageParams(fields),
                                              replyHandler(&VODUploadSVideoClient::onImageSlot), serviceConfig());
 }
 
@@ -116,9 +116,9 @@ void VODUploadSVideoClient::createUploadVideo() {
     fields.storageLocation = info.storageLocation;
     fields.templateGroupId = info.templateGroupId;
     fields.emptyTemplateGroupIsNone = false;
-    fields.transcode = transcode_;
-    fields.appId = appId_;
-    fields.workflowId = workflowId_;
+    fields.transcode = transcode();
+    fields.appId = appId();
+    fields.workflowId = workflowId();
     fields.userData = userDataFor(job_.videoPath, info.userData);
 
     auto handler = replyHandler(&VODUploadSVideoClient::onVideoSlot);
@@ -126,11 +126,11 @@ void VODUploadSVideoClient::createUploadVideo() {
     if (record && !record->videoId.empty()) {
         job_.curVideoId = record->videoId;
         curTask_ = VODOpenApi::refreshUploadVideo(job_.accessKeyId, job_.accessKeySecret, job_.accessToken,
-                                                  record->videoId, region_, std::move(handler), serviceConfig());
+                                                  record->videoId, region(), std::move(handler), serviceConfig());
     } else {
         // The whole local path goes as the file name.
         curTask_ = VODOpenApi::createUploadVideo(job_.accessKeyId, job_.accessKeySecret, job_.accessToken, *info.title,
-                                                 job_.videoPath, region_, createUploadVideoParams(fields),
+                                                 job_.videoPath, region(), createUploadVideoParams(fields),
                                                  std::move(handler), serviceConfig());
     }
 }
@@ -190,7 +190,7 @@ void VODUploadSVideoClient::uploadVideo() {
 void VODUploadSVideoClient::refreshUploadVideo() {
     setStep(Step::VideoUploading);
     curTask_ = VODOpenApi::refreshUploadVideo(job_.accessKeyId, job_.accessKeySecret, job_.accessToken,
-                                              job_.curVideoId.value_or(""), region_,
+                                              job_.curVideoId.value_or(""), region(),
                                               replyHandler(&VODUploadSVideoClient::onRefreshedSlot), serviceConfig());
 }
 
