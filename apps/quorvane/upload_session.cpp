@@ -92,8 +92,9 @@ std::shared_ptr<VODUploadListener> UploadSession::makeListener(std::size_t index
 }
 
 StoreAccess storeAccess(const UploadPlan& plan) {
-    return {plan.endpoint, plan.bucket,        plan.keyId,        plan.secret,     plan.token,
-            plan.expire,   plan.caFile,        plan.storageRegion, plan.signatureVersion, plan.idleTimeout};
+    return {plan.endpoint, plan.bucket,        plan.keyId,         plan.secret,           plan.token,
+            plan.expire,   plan.caFile,        plan.storageRegion, plan.signatureVersion, plan.idleTimeout,
+            plan.http};
 }
 
 void UploadSession::startLookup() {
