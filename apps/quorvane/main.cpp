@@ -66,6 +66,17 @@ void reportUsageError(int argc, char** argv, const std::string& message) {
         }
 }
 
+// Ends the process once a command is done, without the libraries' finalisers: worker threads of the
+// shared HTTP client (kept for the life of the process) may still be finishing a telemetry send, and
+// tearing libcurl and OpenSSL down under them can crash a run that succeeded. Every file the command
+// wrote is closed by now (the log file flushes each line); the standard streams are flushed here.
+[[noreturn]] void endProcess(int status) {
+    std::cout.flush();
+    std::cerr.flush();
+    std::fflush(nullptr);
+    std::_Exit(status);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -132,6 +143,6 @@ int main(int argc, char** argv) {
     // The engine reads this machine's network and kernel facts for its reports.
     quorvane::platform::linux_impl::installLinuxPlatform();
     for (const auto& subcommand : subcommands)
-        if (subcommand.command->parsed()) return subcommand.run();
+        if (subcommand.command->parsed()) endProcess(subcommand.run());
     return 1;
 }
