@@ -186,7 +186,7 @@ std::function<void(std::int64_t, std::int64_t, std::int64_t)> VODUploadEngine::p
 // a newer one): its cancellation is still reported, and nothing else of the client is touched.
 void VODUploadEngine::onLateEnd(const std::optional<Error>& error) {
     vodLogDebug(kLogSource, "An earlier upload request ended: " + (error ? error->toString() : std::string("done")));
-    if (error && error->code == 5) sendUploadEvent(20008, Value::object());
+    if (error && isCancellation(*error)) sendUploadEvent(20008, Value::object());
 }
 
 void VODUploadEngine::putWholeFile() {
@@ -293,7 +293,7 @@ void VODUploadEngine::onResumableUpload(const oss::OSSTask<oss::OSSResumableUplo
 
 void VODUploadEngine::onUploadEnded(const Error* error) {
     if (error) {
-        if (error->code != 5) {
+        if (!isCancellation(*error)) {
             const Value params = {{"code", error->code}, {"message", error->description}};
             sendUploadEvent(20006, params);
             sendUploadEvent(20004, params);

@@ -11,6 +11,8 @@ constexpr int kNetworkErrorCode = 6;
 
 }  // namespace
 
+bool isCancellation(const Error& error) { return error.code == kCancelledCode; }
+
 UploadErrorClass classify(const Error& error, VODClientState state) {
     if (error.code == -403) {
         auto code = foundation::stringAt(error.userInfo, "Code");
@@ -19,7 +21,7 @@ UploadErrorClass classify(const Error& error, VODClientState state) {
                    : UploadErrorClass::Fail;
     }
     if (error.code == kNetworkErrorCode) return UploadErrorClass::Retry;
-    if (error.code == kCancelledCode)
+    if (isCancellation(error))
         return state == VODClientState::Stopped || state == VODClientState::Paused ? UploadErrorClass::StoppedOrPaused
                                                                                    : UploadErrorClass::Cancelled;
     if (error.code < -500) return UploadErrorClass::Retry;  // -500 itself is a failure

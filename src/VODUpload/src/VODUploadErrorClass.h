@@ -16,5 +16,7 @@ enum class UploadErrorClass : int {
 
 // `state` is the client's state when the error arrived: it tells a cancel by stop or pause from another.
 UploadErrorClass classify(const Error& error, VODClientState state);
+// Whether the request ended because it was cancelled (whoever cancelled it).
+bool isCancellation(const Error& error);
 
 }  // namespace quorvane
