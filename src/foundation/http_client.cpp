@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <condition_variable>
 #include <future>
 #include <mutex>
 #include <thread>
@@ -177,11 +178,28 @@ private:
     std::shared_ptr<std::atomic<bool>> cancelled_;
 };
 
+// The requests of one client whose completion has not yet returned.
+struct Activity {
+    std::mutex mutex;
+    std::condition_variable idle;
+    std::size_t running = 0;
+
+    void begin() {
+        std::lock_guard lock(mutex);
+        ++running;
+    }
+    void end() {
+        std::lock_guard lock(mutex);
+        if (--running == 0) idle.notify_all();
+    }
+};
+
 }  // namespace
 
 struct HttpClient::Impl {
     std::shared_ptr<Core> core;
     std::shared_ptr<detail::SendRate> sendRate = std::make_shared<detail::SendRate>();
+    std::shared_ptr<Activity> activity = std::make_shared<Activity>();
 };
 
 HttpClient::HttpClient(HttpClientOptions options) : impl_(std::make_unique<Impl>()) {
@@ -194,15 +212,25 @@ HttpClient::~HttpClient() { impl_->core->shutdown(); }
 
 std::shared_ptr<HttpClient> HttpClient::shared() {
     // Never destroyed: completions may still run while the process exits.
-    static auto* client = new std::shared_ptr<HttpClient>(std::make_shared<HttpClient>(HttpClientOptions{8, 8}));
+    static auto* client = new std::shared_ptr<HttpClient>(std::make_shared<HttpClient>(sharedOptions()));
     return *client;
 }
+
+HttpClientOptions HttpClient::sharedOptions() { return HttpClientOptions{8, 8}; }
 
 void HttpClient::setSendRateLimit(std::uint64_t bytesPerSecond) { impl_->sendRate->limit = bytesPerSecond; }
 std::uint64_t HttpClient::sendRateLimit() const { return impl_->sendRate->limit.load(); }
 
 std::shared_ptr<HttpTask> HttpClient::send(HttpRequest request, HttpCompletion completion) {
     const std::shared_ptr<Core>& core = impl_->core;
+    impl_->activity->begin();
+    completion = [activity = impl_->activity, completion = std::move(completion)](HttpResult result) {
+        struct Ended {  // counted even when the completion throws
+            Activity& activity;
+            ~Ended() { activity.end(); }
+        } ended{*activity};
+        if (completion) completion(std::move(result));
+    };
     auto t = std::make_shared<Transfer>(std::move(request), std::move(completion), core->newStrand(), core.get(),
                                         impl_->sendRate);
     if (auto error = t->prepare()) {
@@ -218,6 +246,12 @@ HttpResult HttpClient::sendSync(HttpRequest request) {
     auto future = promise->get_future();
     send(std::move(request), [promise](HttpResult r) { promise->set_value(std::move(r)); });
     return future.get();
+}
+
+bool HttpClient::waitUntilIdle(std::chrono::milliseconds timeout) const {
+    auto& activity = *impl_->activity;
+    std::unique_lock lock(activity.mutex);
+    return activity.idle.wait_for(lock, timeout, [&] { return activity.running == 0; });
 }
 
 std::optional<std::string> HttpResponse::header(std::string_view name) const {

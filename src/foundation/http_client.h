@@ -3,6 +3,7 @@
 // connection reuse, TLS verification on by default). Completions run on the client's worker
 // threads, never on the caller's, so a completion may block briefly without stalling transfers.
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -119,8 +120,9 @@ public:
     HttpClient(const HttpClient&) = delete;
     HttpClient& operator=(const HttpClient&) = delete;
 
-    // The process-wide client.
+    // The process-wide client, and the options it is made with.
     static std::shared_ptr<HttpClient> shared();
+    static HttpClientOptions sharedOptions();
 
     // Changes the cap on the upload rate (HttpClientOptions::sendRateLimit); bodies started without a
     // cap keep going without one.
@@ -132,6 +134,11 @@ public:
     // Blocking form, for callers that already run on a worker thread. Must not be called from a
     // completion of this same client if every worker might be busy.
     HttpResult sendSync(HttpRequest request);
+
+    // Waits until every request started on this client has ended and its completion has returned (a
+    // request started meanwhile counts too); false when `timeout` passed first. A host calls it before
+    // it ends, so nothing of its own, such as a telemetry send, is still running while the process exits.
+    bool waitUntilIdle(std::chrono::milliseconds timeout) const;
 
 private:
     struct Impl;

@@ -393,6 +393,33 @@ TEST(HttpClient, DestructionCancelsInFlightAndCancelAfterFinishIsQuiet) {
     EXPECT_EQ(hungError->code, kHttpErrorCancelled);
 }
 
+TEST(HttpClient, IsIdleOnlyOnceEveryCompletionHasReturned) {
+    TestServer server;
+    Gate answer;
+    server.http().Get("/held", [wait = answer.waiter()](const httplib::Request&, httplib::Response& res) {
+        wait();
+        res.set_content("x", "text/plain");
+    });
+    server.start();
+    HttpClient client;
+    EXPECT_TRUE(client.waitUntilIdle(std::chrono::milliseconds(0)));
+
+    std::promise<void> entered;
+    Gate leave;
+    HttpRequest r;
+    r.url = server.url("/held");
+    client.send(r, [&entered, wait = leave.waiter()](HttpResult) {
+        entered.set_value();
+        wait();
+    });
+    EXPECT_FALSE(client.waitUntilIdle(std::chrono::milliseconds(50))) << "the request is still unanswered";
+    answer.release();
+    ASSERT_EQ(entered.get_future().wait_for(kWait), std::future_status::ready);
+    EXPECT_FALSE(client.waitUntilIdle(std::chrono::milliseconds(50))) << "its completion is still running";
+    leave.release();
+    EXPECT_TRUE(client.waitUntilIdle(kWait));
+}
+
 TEST(HttpClient, LastOwnerMayLetGoFromInsideACompletion) {
     TestServer server;
     server.http().Get("/a", [](const httplib::Request&, httplib::Response& res) { res.set_content("a", "text/plain"); });
