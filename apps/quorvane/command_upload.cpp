@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <ctime>
 #include <fstream>
@@ -31,6 +32,9 @@
 namespace quorvane::app {
 namespace {
 
+// How long the end of a run waits for requests still in flight (telemetry, cancelled parts).
+constexpr std::chrono::seconds kLastRequestsGrace{3};
+
 std::vector<std::string>& commandArguments() {
     static std::vector<std::string> arguments;
     return arguments;
@@ -39,8 +43,7 @@ std::vector<std::string>& commandArguments() {
 // With --bwlimit, a client of its own whose cap all this run's bodies share; else the shared one.
 std::shared_ptr<foundation::HttpClient> httpClientFor(const UploadOptions& o) {
     if (o.bwlimit.empty()) return nullptr;
-    foundation::HttpClientOptions options;
-    options.workerThreads = 8;
+    auto options = foundation::HttpClient::sharedOptions();
     options.sendRateLimit = *parseRate(o.bwlimit);
     return std::make_shared<foundation::HttpClient>(options);
 }
@@ -346,8 +349,14 @@ int runUpload(UploadOptions options) {
         watchTerminalSize();
         view.setColumnsProbe([] { return terminalResized() ? terminalColumns(STDOUT_FILENO) : 0; });
     }
+    auto http = plan.http ? plan.http : foundation::HttpClient::shared();
     auto session = std::make_shared<UploadSession>(std::move(plan), view, cloud.get());
     int status = session->run();
+    // The last events of the run may still be on their way to the log service: they get a moment to
+    // arrive while the local cloud still listens, and the process ends with no request in flight.
+    if (status != kExitInterrupted) session->settle(kLastRequestsGrace);
+    session.reset();
+    http->waitUntilIdle(kLastRequestsGrace);
     if (cloud) cloud->stop();
     return status;
 }

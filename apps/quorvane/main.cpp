@@ -13,6 +13,17 @@
 #include <string>
 #include <vector>
 
+#if defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define QUORVANE_LEAK_CHECKED 1
+#endif
+#elif defined(__SANITIZE_ADDRESS__)
+#define QUORVANE_LEAK_CHECKED 1
+#endif
+#if QUORVANE_LEAK_CHECKED
+#include <sanitizer/lsan_interface.h>
+#endif
+
 #include "cli_docs.h"
 #include "foundation/host_paths.h"
 #include "cloud_cli.h"
@@ -66,14 +77,19 @@ void reportUsageError(int argc, char** argv, const std::string& message) {
         }
 }
 
-// Ends the process once a command is done, without the libraries' finalisers: worker threads of the
-// shared HTTP client (kept for the life of the process) may still be finishing a telemetry send, and
-// tearing libcurl and OpenSSL down under them can crash a run that succeeded. Every file the command
-// wrote is closed by now (the log file flushes each line); the standard streams are flushed here.
+// Ends the process once a command is done, without the libraries' finalisers. A media upload loads
+// FFmpeg, and with it over a hundred shared libraries whose finalisers run beside the idle threads of
+// the process-wide queues and HTTP client; a run that had succeeded once crashed among them. Nothing
+// of the command is left for them to do: it closed every file it wrote (the log file flushes each
+// line) and waited for its last requests; the standard streams are flushed here. Sanitizer builds
+// still look for leaks, which they would otherwise do in a finaliser.
 [[noreturn]] void endProcess(int status) {
     std::cout.flush();
     std::cerr.flush();
     std::fflush(nullptr);
+#if QUORVANE_LEAK_CHECKED
+    __lsan_do_leak_check();
+#endif
     std::_Exit(status);
 }
 

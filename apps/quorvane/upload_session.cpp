@@ -1,6 +1,7 @@
 #include "upload_session.h"
 
 #include <algorithm>
+#include <chrono>
 #include <csignal>
 #include <filesystem>
 
@@ -477,6 +478,16 @@ int UploadSession::run() {
         return kExitInterrupted;
     }
     return finish(began);
+}
+
+void UploadSession::settle(std::chrono::milliseconds grace) {
+    const auto deadline = std::chrono::steady_clock::now() + grace;
+    for (auto& slot : running_) {
+        if (!slot.client) continue;
+        if (slot.client->state() == VODClientState::Started) slot.client->stop();
+        auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+        if (!slot.client->waitUntilSettled(std::max(left, std::chrono::milliseconds(0)))) return;
+    }
 }
 
 }  // namespace quorvane::app

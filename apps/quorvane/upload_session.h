@@ -59,6 +59,9 @@ public:
     UploadSession(UploadPlan plan, UploadProgressView& view, EmbeddedCloud* cloud);
     // Runs on the calling (main) thread until done; the process exit status.
     int run();
+    // After a run that was not interrupted: lets each client it started reach its end, which sends the
+    // file's last events, for at most `grace`. A client still running a file given up on is stopped.
+    void settle(std::chrono::milliseconds grace);
 
 private:
     struct Running {

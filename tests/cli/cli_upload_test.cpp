@@ -158,6 +158,16 @@ TEST_F(CliUpload, ASilentStoreIsShownWithinSecondsAndCostsOnlyTheRetriesGiven) {
     EXPECT_LE(silent.connectionsAccepted(), 4);
 }
 
+// Nothing waits on the run's telemetry, yet its last event has reached the log service when the process ends.
+TEST_F(CliUploadToService, TheLastEventOfARunReachesTheLogServiceBeforeTheProcessEnds) {
+    auto file = makeFile("reported.bin", kPart / 2, 7);
+    auto up = run(serviceArgs(file, sts_.AccessKeyId), {{"QUORVANE_LOG_SERVICE_ENDPOINT", cloud_.endpoint()}});
+    ASSERT_EQ(up->wait(kGenerous), 0) << up->errors();
+    std::size_t succeeded = 0;
+    for (const auto& event : cloud_.logEvents()) succeeded += event.params.value("e", "") == "20003";
+    EXPECT_EQ(succeeded, 1u);
+}
+
 // A run whose part listing fails must not cost the record its parts, and the summary of the run that
 // finishes counts the bytes it sent, not the file's size.
 TEST_F(CliUploadToService, SummaryCountsTheBytesSentAfterARunWhoseListingFailed) {
