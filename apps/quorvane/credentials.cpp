@@ -1,5 +1,6 @@
 #include "credentials.h"
 
+#include "foundation/host_paths.h"
 #include "profile_file.h"
 
 #include <cctype>
@@ -78,15 +79,8 @@ std::optional<Credentials> profileCredentials(const CredentialInputs& in, std::s
 }  // namespace
 
 std::string defaultCredentialsFile(const std::function<const char*(const char*)>& env) {
-    auto get = [&](const char* name) -> std::string {
-        const char* value = env ? env(name) : nullptr;
-        return value ? value : "";
-    };
-    fs::path base;
-    if (auto xdg = get("XDG_CONFIG_HOME"); !xdg.empty())
-        base = xdg;
-    else
-        base = fs::path(get("HOME")) / ".config";
+    fs::path base = foundation::xdgConfigHome(env);
+    if (base.empty()) base = ".config";
     return (base / "quorvane" / "credentials").string();
 }
 

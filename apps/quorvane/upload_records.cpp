@@ -5,6 +5,7 @@
 #include <fstream>
 #include <vector>
 
+#include "foundation/host_paths.h"
 #include "foundation/temp_files.h"
 #include "oss/crc64.h"
 
@@ -12,13 +13,8 @@ namespace quorvane::app {
 namespace fs = std::filesystem;
 
 UploadCachePaths uploadCachePaths(bool embedded) {
-    fs::path base;
-    if (const char* xdg = std::getenv("XDG_CACHE_HOME"); xdg && *xdg)
-        base = xdg;
-    else if (const char* home = std::getenv("HOME"); home && *home)
-        base = fs::path(home) / ".cache";
-    else
-        base = fs::temp_directory_path();
+    fs::path base = foundation::xdgCacheHome(std::getenv);
+    if (base.empty()) base = fs::temp_directory_path();
     fs::path root = base / "quorvane";
     fs::path state = root / (embedded ? "local" : "remote");
     return {root.string(), (root / "cloud").string(), (state / "records").string(),

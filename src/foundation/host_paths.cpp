@@ -13,7 +13,16 @@ std::string nonEmpty(const EnvironmentLookup& env, const char* name) {
     return value ? value : "";
 }
 
+std::string xdgHome(const EnvironmentLookup& env, const char* variable, const char* underHome) {
+    if (auto home = nonEmpty(env, variable); !home.empty()) return home;
+    const std::string home = nonEmpty(env, "HOME");
+    return home.empty() ? home : home + underHome;
+}
+
 }  // namespace
+
+std::string xdgConfigHome(const EnvironmentLookup& env) { return xdgHome(env, "XDG_CONFIG_HOME", "/.config"); }
+std::string xdgCacheHome(const EnvironmentLookup& env) { return xdgHome(env, "XDG_CACHE_HOME", "/.cache"); }
 
 HostPaths hostPathsFrom(const EnvironmentLookup& env) {
     HostPaths paths;
@@ -25,11 +34,8 @@ HostPaths hostPathsFrom(const EnvironmentLookup& env) {
 
     paths.userDefaultsFile = nonEmpty(env, "QUORVANE_DEFAULTS_FILE");
     if (paths.userDefaultsFile.empty()) {
-        std::string config = nonEmpty(env, "XDG_CONFIG_HOME");
-        if (config.empty()) {
-            const std::string home = nonEmpty(env, "HOME");
-            config = (home.empty() ? std::string("/tmp") : home) + "/.config";
-        }
+        std::string config = xdgConfigHome(env);
+        if (config.empty()) config = "/tmp/.config";
         paths.userDefaultsFile = config + "/quorvane/user-defaults.json";
     }
     return paths;

@@ -14,6 +14,11 @@ struct HostPaths {
     std::string userDefaultsFile;
 };
 
+// The XDG base directories a host's files go under: $XDG_CONFIG_HOME (or $XDG_CACHE_HOME) when set,
+// else $HOME/.config (or $HOME/.cache); empty when neither names one.
+std::string xdgConfigHome(const EnvironmentLookup& env);
+std::string xdgCacheHome(const EnvironmentLookup& env);
+
 // $QUORVANE_TMPDIR, else $TMPDIR, else /tmp, plus "/quorvane-<uid>/"; $QUORVANE_DEFAULTS_FILE, else
 // ($XDG_CONFIG_HOME, else $HOME/.config)/quorvane/user-defaults.json.
 HostPaths hostPathsFrom(const EnvironmentLookup& env);

@@ -36,12 +36,13 @@ TEST(TempFiles, UniqueNamesAcrossThreads) {
 // The conventional variables, each over the next, read only through the host's lookup.
 TEST(HostPaths, EachVariableWinsOverTheNextAndEmptyOnesCountAsUnset) {
     const std::string uid = std::to_string(::getuid());
-    auto resolve = [](std::map<std::string, std::string> vars) {
-        return hostPathsFrom([vars](const char* name) -> const char* {
+    auto lookup = [](std::map<std::string, std::string> vars) -> EnvironmentLookup {
+        return [vars](const char* name) -> const char* {
             auto it = vars.find(name);
             return it == vars.end() ? nullptr : it->second.c_str();
-        });
+        };
     };
+    auto resolve = [&](std::map<std::string, std::string> vars) { return hostPathsFrom(lookup(std::move(vars))); };
     auto all = resolve({{"QUORVANE_TMPDIR", "/q//"}, {"TMPDIR", "/t"}, {"QUORVANE_DEFAULTS_FILE", "/d.json"},
                         {"XDG_CONFIG_HOME", "/x"}, {"HOME", "/h"}});
     EXPECT_EQ(all.temporaryDirectory, "/q/quorvane-" + uid + "/");
@@ -54,6 +55,9 @@ TEST(HostPaths, EachVariableWinsOverTheNextAndEmptyOnesCountAsUnset) {
     auto none = resolve({});
     EXPECT_EQ(none.temporaryDirectory, "/tmp/quorvane-" + uid + "/");
     EXPECT_EQ(none.userDefaultsFile, "/tmp/.config/quorvane/user-defaults.json");
+    EXPECT_EQ(xdgCacheHome(lookup({{"XDG_CACHE_HOME", "/c"}, {"HOME", "/h"}})), "/c");
+    EXPECT_EQ(xdgCacheHome(lookup({{"XDG_CACHE_HOME", ""}, {"HOME", "/h"}})), "/h/.cache");
+    EXPECT_EQ(xdgConfigHome(lookup({})), "");
 
     ScopedTempDir scoped;
     const std::string before = UserDefaults::standard().path();
