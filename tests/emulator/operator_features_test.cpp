@@ -20,6 +20,7 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::Key;
+using testing::kTrack;
 using testing::signedHeaders;
 
 TEST(RequestLog, RedactsEveryAuthenticatingQueryValueAndKeepsTheRest) {
@@ -73,7 +74,7 @@ TEST(RequestLog, IsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
     }
 }
 
-TEST(FaultScripts, EntriesBecomeCountedFaultsInOrder) {
+TEST(FaultScripts, EntriesBecomeCountedFaultsInOrderAndMistakesAreNamed) {
     std::string error;
     auto faults = parseFaultScript(R"([
         {"operation": "UploadPart", "fault": "reset", "count": 2, "after_bytes": 1024},
@@ -95,9 +96,8 @@ TEST(FaultScripts, EntriesBecomeCountedFaultsInOrder) {
     EXPECT_EQ((*faults)[4].status, 500);
     EXPECT_EQ((*faults)[4].code, "SlowDown");
     EXPECT_EQ((*faults)[5].kind, Fault::Kind::CorruptCrc);
-}
 
-TEST(FaultScripts, MistakesAreNamedWithTheirEntry) {
+    // Mistakes are named with their entry.
     const std::pair<const char*, const char*> cases[] = {
         {R"({"operation": "PutObject"})", "must be a JSON array"},
         {R"([{"operation": "PutObject", "status": 503,)", "not JSON"},
@@ -109,24 +109,21 @@ TEST(FaultScripts, MistakesAreNamedWithTheirEntry) {
         {R"([{"operation": "A"}])", "no \"fault\""},
     };
     for (const auto& [text, expected] : cases) {
-        std::string error;
         EXPECT_FALSE(parseFaultScript(text, error)) << text;
         EXPECT_NE(error.find(expected), std::string::npos) << text << " -> " << error;
     }
-    std::string error;
     EXPECT_FALSE(loadFaultScript("/nonexistent/faults.json", error));
     EXPECT_NE(error.find("/nonexistent/faults.json: cannot be read"), std::string::npos) << error;
 }
 
-TEST(Console, StateShowsObjectsUploadsAndRequestsToLoopbackOnly) {
-    EmulatorOptions options;
-    CloudEmulator cloud(options);
+TEST(Console, StateShowsObjectsAndRequestsAndFaultsCanBeScriptedWhileRunning) {
+    CloudEmulator cloud;
     ASSERT_TRUE(cloud.start());
-    ASSERT_TRUE(cloud.putObject(options.bucket, "seen <b>.bin", "0123456789"));
+    ASSERT_TRUE(cloud.putObject(cloud.options().bucket, "seen <b>.bin", "0123456789"));
     EXPECT_EQ(cloud.consoleUrl(), cloud.endpoint() + "/_console/");
     httplib::Client client("127.0.0.1", cloud.port());
     client.set_read_timeout(20);
-    ASSERT_TRUE(client.Get("/logstores/s/track?APIVersion=0.6.0"));
+    ASSERT_TRUE(client.Get(kTrack));
     auto page = client.Get("/_console/");
     ASSERT_TRUE(page);
     EXPECT_EQ(page->status, 200);
@@ -139,17 +136,11 @@ TEST(Console, StateShowsObjectsUploadsAndRequestsToLoopbackOnly) {
     const auto& object = state["buckets"][0]["objects"][0];
     EXPECT_EQ(object["key"], "seen <b>.bin");
     EXPECT_EQ(object["size"], 10);
-    EXPECT_EQ(object["crc64"], std::to_string(cloud.object(options.bucket, "seen <b>.bin")->crc64));
+    EXPECT_EQ(object["crc64"], std::to_string(cloud.object(cloud.options().bucket, "seen <b>.bin")->crc64));
     ASSERT_EQ(state["requests"].size(), 1u);  // the console's own requests are not among them
     EXPECT_EQ(state["requests"][0]["operation"], "PutWebtracking");
     EXPECT_EQ(cloud.requests().size(), 1u);
-}
 
-TEST(Console, FaultsCanBeScriptedWhileRunning) {
-    CloudEmulator cloud;
-    ASSERT_TRUE(cloud.start());
-    httplib::Client client("127.0.0.1", cloud.port());
-    client.set_read_timeout(20);
     const std::string script = R"([{"operation": "PutWebtracking", "status": 503, "count": 2}])";
     // Only as JSON: a form another site's page could send is refused and adds nothing.
     auto plain = client.Post("/_console/faults", script, "text/plain");
@@ -160,12 +151,11 @@ TEST(Console, FaultsCanBeScriptedWhileRunning) {
     EXPECT_EQ(bad->status, 400);
     EXPECT_NE(bad->body.find("unknown fault \"boom\""), std::string::npos) << bad->body;
     EXPECT_EQ(cloud.pendingFaults(), 0u);
-
     auto added = client.Post("/_console/faults", script, "application/json");
     ASSERT_TRUE(added);
     ASSERT_EQ(added->status, 200);
     EXPECT_EQ(Value::parse(added->body)["pending"], 2);
-    EXPECT_EQ(client.Get("/logstores/s/track?APIVersion=0.6.0")->status, 503);
+    EXPECT_EQ(client.Get(kTrack)->status, 503);
     auto seen = Value::parse(client.Get("/_console/faults")->body);
     EXPECT_EQ(seen["pending"], 1);
     ASSERT_EQ(seen["fired"].size(), 1u);
@@ -174,7 +164,7 @@ TEST(Console, FaultsCanBeScriptedWhileRunning) {
     auto cleared = client.Delete("/_console/faults");
     ASSERT_TRUE(cleared);
     EXPECT_EQ(Value::parse(cleared->body)["pending"], 0);
-    EXPECT_EQ(client.Get("/logstores/s/track?APIVersion=0.6.0")->status, 200);
+    EXPECT_EQ(client.Get(kTrack)->status, 200);
 }
 
 // An IPv4 address of this machine that is not loopback, or "" when it has none.
@@ -206,7 +196,7 @@ TEST(Console, IsRefusedToOtherMachinesUnlessAsked) {
         auto res = client.Get("/_console/state.json");
         ASSERT_TRUE(res) << httplib::to_string(res.error());
         EXPECT_EQ(res->status, anyone ? 200 : 403);
-        auto other = client.Get("/logstores/s/track?APIVersion=0.6.0");  // the services answer anyone
+        auto other = client.Get(kTrack);  // the services answer anyone
         ASSERT_TRUE(other);
         EXPECT_EQ(other->status, 200);
     }
@@ -246,7 +236,7 @@ TEST(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
     EXPECT_EQ(fileText(second.caFile()), caPem);
     httplib::SSLClient untrusting("127.0.0.1", second.port());  // without the CA file: not trusted
     untrusting.enable_server_certificate_verification(true);
-    EXPECT_FALSE(untrusting.Get("/logstores/s/track?APIVersion=0.6.0"));
+    EXPECT_FALSE(untrusting.Get(kTrack));
     // A client holding the old CA file and the old credentials is served by the new run.
     httplib::SSLClient client("127.0.0.1", second.port());
     client.set_ca_cert_path(second.caFile().c_str());
