@@ -15,15 +15,10 @@ using testing::xmlField;
 
 const std::string kBody = "the stored bytes that nothing here may change";
 
-EmulatorOptions unsigned_() {
-    EmulatorOptions o;
-    o.verifySignatures = false;  // the selection of operations is under test, not the signatures
-    return o;
-}
-
 class NotImplementedTest : public CloudTest {
 protected:
-    NotImplementedTest() : CloudTest(unsigned_()) {}
+    // The selection of operations is under test, not the signatures.
+    NotImplementedTest() : CloudTest([] { EmulatorOptions o; o.verifySignatures = false; return o; }()) {}
     httplib::Result send(const std::string& method, const std::string& target, httplib::Headers headers = {}) {
         httplib::Request req;
         req.method = method;
