@@ -224,17 +224,14 @@ TEST(OssClockSkew, OneRefusedRequestCorrectsTheClockForEveryLaterOne) {
         request->bucketName = options.bucket;
         request->objectKey = "skewed.txt";
         request->uploadingData = std::string(1000, 's');
-        auto task = first.putObject(request);
-        ASSERT_TRUE(task->waitFor(kWait));
-        ASSERT_FALSE(task->error()) << task->error()->toString();
-        auto puts = cloud.requests("PutObject");
-        ASSERT_EQ(puts.size(), 2u);
-        EXPECT_EQ(puts[0].errorCode, "RequestTimeTooSkewed");
+        for (std::size_t puts = 2; puts <= 3; ++puts) {  // the first put is refused once, the second is not
+            auto task = first.putObject(request);
+            ASSERT_TRUE(task->waitFor(kWait));
+            ASSERT_FALSE(task->error()) << task->error()->toString();
+            ASSERT_EQ(cloud.requests("PutObject").size(), puts);
+        }
+        EXPECT_EQ(cloud.requests("PutObject")[0].errorCode, "RequestTimeTooSkewed");
         EXPECT_NEAR(std::chrono::duration<double>(first.clockOffset()).count(), static_cast<double>(skew.count()), 5);
-        task = first.putObject(request);
-        ASSERT_TRUE(task->waitFor(kWait));
-        ASSERT_FALSE(task->error());
-        EXPECT_EQ(cloud.requests("PutObject").size(), 3u);
 
         OSSClient second(cloud.endpoint(), keys, conf);
         auto head = std::make_shared<OSSHeadObjectRequest>();

@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <string>
 #include <tuple>
 
 #include "VODUpload/src/VODOpenApi.h"
@@ -45,6 +46,9 @@ struct ReplyRecorder : HandlerCalls<std::optional<quorvane::foundation::HttpResp
     const auto& response() const { return std::get<0>(got.value()); }
     const auto& reply() const { return std::get<1>(got.value()); }
     const auto& error() const { return std::get<2>(got.value()); }
+    // "domain code" of the error the handler was given, or its domain alone; "none" without one.
+    std::string errorText() const { return error() ? error()->domain + " " + std::to_string(error()->code) : "none"; }
+    std::string errorDomain() const { return error() ? error()->domain : "none"; }
 };
 
 inline std::shared_ptr<ReplyRecorder> makeRecorder() { return std::make_shared<ReplyRecorder>(); }

@@ -56,36 +56,29 @@ TEST(VODOpenApiReply, EachOutcomeReachesTheHandlerExactlyOnceWithItsErrorRecord)
     auto lastSuccess = call(s.base() + "last-success/");
     auto firstFailure = call(s.base() + "first-failure/");
 
-    ASSERT_TRUE(forbidden->error());
-    EXPECT_EQ(forbidden->error()->domain, "vod");
-    EXPECT_EQ(forbidden->error()->code, 403);
+    ASSERT_EQ(forbidden->errorText(), "vod 403");
     ASSERT_TRUE(forbidden->reply());
     EXPECT_EQ(forbidden->error()->userInfo, *forbidden->reply());
     EXPECT_EQ((*forbidden->reply())["Code"], quorvane::VODOpenApiTokenExpired);
     ASSERT_TRUE(forbidden->response());
     EXPECT_EQ(forbidden->response()->status, 403);
 
-    ASSERT_TRUE(empty->error());
-    EXPECT_EQ(empty->error()->domain, "Empty Data");
-    EXPECT_EQ(empty->error()->code, -10000);
+    EXPECT_EQ(empty->errorText(), "Empty Data -10000");
     EXPECT_FALSE(empty->reply());
     EXPECT_TRUE(empty->response());
 
-    ASSERT_TRUE(html->error());
-    EXPECT_EQ(html->error()->domain, quorvane::kVODJsonErrorDomain);
+    EXPECT_EQ(html->errorDomain(), quorvane::kVODJsonErrorDomain);
     EXPECT_FALSE(html->reply());
 
     EXPECT_FALSE(fragment->error());
     EXPECT_EQ(fragment->reply(), Value(42));
 
-    ASSERT_TRUE(unreachable->error());
-    EXPECT_EQ(unreachable->error()->domain, quorvane::foundation::kHttpErrorDomain);
+    EXPECT_EQ(unreachable->errorDomain(), quorvane::foundation::kHttpErrorDomain);
     EXPECT_FALSE(unreachable->reply());
     EXPECT_FALSE(unreachable->response());
 
     EXPECT_FALSE(lastSuccess->error());
-    ASSERT_TRUE(firstFailure->error());
-    EXPECT_EQ(firstFailure->error()->code, 300);
+    EXPECT_EQ(firstFailure->errorText(), "vod 300");
 
     // Every handler above has run once; none of them may run again.
     for (auto& r : {forbidden, empty, html, fragment, unreachable, lastSuccess, firstFailure}) EXPECT_EQ(r->calls(), 1);
