@@ -23,7 +23,7 @@ using testing::Key;
 using testing::kTrack;
 using testing::signedHeaders;
 
-TEST(RequestLog, RedactsEveryAuthenticatingQueryValueAndKeepsTheRest) {
+TEST(RequestLog, RedactsEveryAuthenticatingQueryValueIsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
     auto target = redactedTarget(
         "/b/k?uploadId=U1&partNumber=3&x-oss-signature=abc&x-oss-credential=LTAI%2F20250101&Signature=s%3D"
         "&SecurityToken=CAIS123&x-oss-security-token=t&OSSAccessKeyId=id&Expires=9&acl");
@@ -38,9 +38,8 @@ TEST(RequestLog, RedactsEveryAuthenticatingQueryValueAndKeepsTheRest) {
     r.status = 0;
     r.operation = "";
     EXPECT_EQ(logLineOf(r), "2026-01-02T03:04:05.678Z PUT /b/k?partNumber=1 - reset in=1048576 out=0 12ms");
-}
 
-TEST(RequestLog, IsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
+    // Printed only when asked, and never with the token.
     for (bool print : {false, true}) {
         foundation::LogCapture log;
         EmulatorOptions options;

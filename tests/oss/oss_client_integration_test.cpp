@@ -13,7 +13,7 @@
 
 namespace oss_test {
 
-TEST_F(OssEmulatorTest, PutObjectFromFileAndMemoryWithEachKindOfCredentials) {
+TEST_F(OssEmulatorTest, PutObjectFromFileAndMemoryWithEachKindOfCredentialsAndServiceErrorsInDetail) {
     std::string bytes;
     auto path = makeFile("photo.jpg", 300 * 1024 + 7, &bytes);
     int index = 0;
@@ -42,9 +42,8 @@ TEST_F(OssEmulatorTest, PutObjectFromFileAndMemoryWithEachKindOfCredentials) {
     ASSERT_FALSE(headTask->error());
     EXPECT_EQ(headTask->result()->contentLength, 5);
     EXPECT_EQ(cloud.object(bucket(), "note.txt")->contentType, "text/plain");
-}
 
-TEST_F(OssEmulatorTest, ServiceErrorsCarryTheNegatedStatusAndTheDocumentsCodeAndMessage) {
+    // Service errors carry the negated status and the document's code and message.
     auto sts = cloud.issueSts();
     cloud.expireToken(sts.SecurityToken);
     auto init = on<OSSInitMultipartUploadRequest>("v.mp4");
