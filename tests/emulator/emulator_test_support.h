@@ -10,6 +10,7 @@
 #include "emulator/cloud_emulator.h"
 #include "foundation/crypto.h"
 #include "foundation/dates.h"
+#include "foundation/value.h"
 
 namespace quorvane::emulator::testing {
 
@@ -46,6 +47,18 @@ inline std::string xmlField(const std::string& xml, const char* name) {
     doc.load_string(xml.c_str());
     return doc.first_child().child_value(name);
 }
+
+// "status Code" of an XML answer, or "status" alone when it names no code: both checked at once.
+inline std::string outcome(const httplib::Result& res) {
+    if (!res) return "no answer";
+    auto code = xmlField(res->body, "Code");
+    return std::to_string(res->status) + (code.empty() ? "" : " " + code);
+}
+
+inline Value json(const httplib::Result& res) { return foundation::parseJson(res->body).value_or(Value()); }
+
+// The log service's tracking call: answered by every running cloud, signed by nobody.
+inline const std::string kTrack = "/logstores/s/track?APIVersion=0.6.0";
 
 inline std::string md5Base64(const std::string& data) { return foundation::base64Encode(foundation::md5Raw(data)); }
 

@@ -31,8 +31,7 @@ struct Multipart {
     void initiate() {
         auto res = client.Post(resource("?uploads"), signedHeaders(key, "POST", resource("?uploads"), "video/mp4"), "",
                                "video/mp4");
-        ASSERT_TRUE(res);
-        ASSERT_EQ(res->status, 200) << res->body;
+        ASSERT_EQ(testing::outcome(res), "200");
         uploadId = xmlField(res->body, "UploadId");
         ASSERT_EQ(uploadId.size(), 32u);
     }
@@ -79,8 +78,7 @@ void uploadWhole(Multipart& m, const std::vector<std::string>& bodies) {
 // GET whole, GET of ranges that start, end and cross inside the parts, and HEAD all agree with `whole`.
 void expectReadsBack(httplib::Client& client, const Key& key, const std::string& resource, const std::string& whole) {
     auto got = client.Get(resource, signedHeaders(key, "GET", resource));
-    ASSERT_TRUE(got);
-    EXPECT_EQ(got->status, 200);
+    ASSERT_EQ(testing::outcome(got), "200");
     EXPECT_TRUE(got->body == whole) << "GET " << resource << " differs";
     EXPECT_EQ(got->get_header_value("x-oss-hash-crc64ecma"), std::to_string(foundation::Crc64::compute(whole)));
     const std::size_t n = whole.size();
@@ -89,8 +87,7 @@ void expectReadsBack(httplib::Client& client, const Key& key, const std::string&
         auto headers = signedHeaders(key, "GET", resource);
         headers.emplace("Range", "bytes=" + std::to_string(first) + "-" + std::to_string(last));
         auto part = client.Get(resource, headers);
-        ASSERT_TRUE(part);
-        EXPECT_EQ(part->status, 206);
+        ASSERT_EQ(testing::outcome(part), "206");
         EXPECT_EQ(part->get_header_value("Content-Range"),
                   "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" + std::to_string(n));
         EXPECT_TRUE(part->body == whole.substr(first, last - first + 1)) << "range " << first << "-" << last;
@@ -106,7 +103,7 @@ protected:
     Multipart upload(const std::string& object) { return Multipart{*client, root, bucket(), object, ""}; }
 };
 
-TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotification) {
+TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotificationAndReadsBackAcrossParts) {
     auto m = upload("video/clip.mp4");
     m.initiate();
     std::vector<std::string> bodies = {bytes(kPart, 1), bytes(kPart + 5, 2), bytes(1234, 3)};
@@ -124,6 +121,7 @@ TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotification) {
     EXPECT_EQ(done->get_header_value("x-oss-hash-crc64ecma"), std::to_string(foundation::Crc64::compute(whole)));
     EXPECT_EQ(xmlField(done->body, "Key"), "video/clip.mp4");
     EXPECT_EQ(cloud.objectBytes(bucket(), "video/clip.mp4"), whole);
+    expectReadsBack(*client, root, m.resource(""), whole);
     auto info = cloud.object(bucket(), "video/clip.mp4");
     ASSERT_TRUE(info);
     EXPECT_EQ(info->contentType, "video/mp4");
@@ -132,17 +130,9 @@ TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotification) {
     EXPECT_EQ(info->etag.substr(info->etag.size() - 3), "-3\"");
 
     auto again = m.complete(list);
-    EXPECT_EQ(again->status, 404);
-    EXPECT_EQ(xmlField(again->body, "Code"), "NoSuchUpload");
+    EXPECT_EQ(testing::outcome(again), "404 NoSuchUpload");
     EXPECT_EQ(xmlField(again->body, "UploadId"), m.uploadId);
     EXPECT_EQ(cloud.upload(m.uploadId)->state, UploadState::Completed);
-}
-
-TEST_F(MultipartTest, CompletedObjectReadsBackWholeAndByRangesAcrossParts) {
-    auto m = upload("joined.bin");
-    std::vector<std::string> bodies = {bytes(kPart, 4), bytes(kPart + 7, 5), bytes(999, 6)};
-    uploadWhole(m, bodies);
-    expectReadsBack(*client, root, m.resource(""), bodies[0] + bodies[1] + bodies[2]);
 }
 
 TEST_F(MultipartTest, CompleteRefusesBadPartLists) {
@@ -157,9 +147,7 @@ TEST_F(MultipartTest, CompleteRefusesBadPartLists) {
     EXPECT_EQ(xmlField(m.complete({{2, e2}, {2, e2}})->body, "Code"), "InvalidPartOrder");
     EXPECT_EQ(xmlField(m.complete({{2, e3}})->body, "Code"), "InvalidPart");
     EXPECT_EQ(xmlField(m.complete({{2, e2}, {4, e3}})->body, "Code"), "InvalidPart");
-    auto tooSmall = m.complete({{1, e1}, {2, e2}});
-    EXPECT_EQ(tooSmall->status, 400);
-    EXPECT_EQ(xmlField(tooSmall->body, "Code"), "EntityTooSmall");
+    EXPECT_EQ(testing::outcome(m.complete({{1, e1}, {2, e2}})), "400 EntityTooSmall");
     EXPECT_EQ(xmlField(m.completeRaw("<CompleteMultipartUpload><Part>")->body, "Code"), "MalformedXML");
     EXPECT_EQ(xmlField(m.part(10001, "x")->body, "Code"), "InvalidArgument");
     EXPECT_EQ(xmlField(m.part(0, "x")->body, "ArgumentName"), "partNumber");
@@ -169,19 +157,7 @@ TEST_F(MultipartTest, CompleteRefusesBadPartLists) {
     EXPECT_EQ(cloud.object(bucket(), "bad.bin")->size, kPart + 10);
 }
 
-TEST_F(MultipartTest, AbortAnswers204ThenNoSuchUploadEverywhere) {
-    auto m = upload("gone.bin");
-    m.initiate();
-    ASSERT_EQ(m.part(1, "abc")->status, 200);
-    EXPECT_EQ(m.abort()->status, 204);
-    EXPECT_EQ(xmlField(m.part(2, "abc")->body, "Code"), "NoSuchUpload");
-    EXPECT_EQ(xmlField(m.list("")->body, "Code"), "NoSuchUpload");
-    EXPECT_EQ(m.abort()->status, 404);
-    EXPECT_EQ(m.complete({{1, "x"}})->status, 404);
-    EXPECT_FALSE(cloud.object(bucket(), "gone.bin"));
-}
-
-TEST_F(MultipartTest, ListPartsPagesWithExclusiveMarker) {
+TEST_F(MultipartTest, ListPartsPagesWithExclusiveMarkerAndAbortAnswers204ThenNoSuchUploadEverywhere) {
     auto m = upload("list.bin");
     m.initiate();
     for (int n : {1, 2, 3, 5, 8}) ASSERT_EQ(m.part(n, bytes(n, n))->status, 200);
@@ -201,34 +177,13 @@ TEST_F(MultipartTest, ListPartsPagesWithExclusiveMarker) {
         EXPECT_EQ(std::string(p.child_value("LastModified")).substr(19), ".000Z");
     }
     EXPECT_EQ(numbers, (std::vector<std::string>{"5", "8"}));
-}
 
-TEST(MultipartPersistence, RestartedEmulatorKeepsObjectsUploadsAndParts) {
-    foundation::ScopedTempDir dir;
-    EmulatorOptions options;
-    options.storageDir = dir.path();
-    std::string uploadId;
-    {
-        CloudEmulator cloud(options);
-        ASSERT_TRUE(cloud.start());
-        httplib::Client client("127.0.0.1", cloud.port());
-        Multipart m{client, {options.accessKeyId, options.accessKeySecret, ""}, options.bucket, "p.bin", ""};
-        m.initiate();
-        ASSERT_EQ(m.part(1, bytes(kPart, 1))->status, 200);
-        uploadId = m.uploadId;
-        ASSERT_TRUE(cloud.putObject(options.bucket, "kept.txt", "still here"));
-    }
-    CloudEmulator cloud(options);
-    ASSERT_TRUE(cloud.start());
-    EXPECT_EQ(cloud.objectBytes(options.bucket, "kept.txt"), "still here");
-    httplib::Client client("127.0.0.1", cloud.port());
-    Multipart m{client, {options.accessKeyId, options.accessKeySecret, ""}, options.bucket, "p.bin", uploadId};
-    auto listed = m.list("");
-    EXPECT_EQ(xmlField(listed->body, "NextPartNumberMarker"), "1");
-    auto second = m.part(2, "end");
-    auto first = cloud.upload(uploadId)->parts.at(0).etag;
-    ASSERT_EQ(m.complete({{1, first}, {2, second->get_header_value("ETag")}})->status, 200);
-    EXPECT_EQ(cloud.objectBytes(options.bucket, "p.bin"), bytes(kPart, 1) + "end");
+    EXPECT_EQ(m.abort()->status, 204);
+    EXPECT_EQ(xmlField(m.part(2, "abc")->body, "Code"), "NoSuchUpload");
+    EXPECT_EQ(xmlField(m.list("")->body, "Code"), "NoSuchUpload");
+    EXPECT_EQ(m.abort()->status, 404);
+    EXPECT_EQ(m.complete({{1, "x"}})->status, 404);
+    EXPECT_FALSE(cloud.object(bucket(), "list.bin"));
 }
 
 // Files under `dir` whose names end with `suffix`.
@@ -239,7 +194,9 @@ std::size_t filesEndingWith(const std::filesystem::path& dir, const std::string&
     return count;
 }
 
-TEST(MultipartPersistence, CompletedObjectSurvivesRestartsAndOverwritesLeaveNoFiles) {
+// Across restarts: an open upload keeps its parts, a completed object its bytes, and overwrites leave no
+// files behind.
+TEST(MultipartPersistence, RestartedEmulatorKeepsObjectsUploadsAndPartsAndNoStaleFiles) {
     foundation::ScopedTempDir scratch;
     const std::filesystem::path dir = scratch.path();
     EmulatorOptions options;
@@ -248,33 +205,48 @@ TEST(MultipartPersistence, CompletedObjectSurvivesRestartsAndOverwritesLeaveNoFi
     std::vector<std::string> bodies = {bytes(kPart, 7), bytes(kPart + 1, 8), bytes(kPart + 3, 9)};
     const auto whole = bodies[0] + bodies[1] + bodies[2];
     std::optional<ObjectInfo> stored;
+    std::string uploadId;
     {
         CloudEmulator cloud(options);
         ASSERT_TRUE(cloud.start());
         httplib::Client client("127.0.0.1", cloud.port());
+        Multipart open{client, key, options.bucket, "p.bin", ""};
+        open.initiate();
+        ASSERT_EQ(open.part(1, bytes(kPart, 1))->status, 200);
+        uploadId = open.uploadId;
+        ASSERT_TRUE(cloud.putObject(options.bucket, "kept.txt", "still here"));
         Multipart m{client, key, options.bucket, "movie.mp4", ""};
         uploadWhole(m, bodies);
         stored = cloud.object(options.bucket, "movie.mp4");
         expectReadsBack(client, key, m.resource(""), whole);
-        // The parts were taken over, not left behind under the closed upload.
-        EXPECT_EQ(filesEndingWith(dir / "uploads", ".data"), 0u);
+        // The parts were taken over, not left behind under the closed upload: only the open upload's part.
+        EXPECT_EQ(filesEndingWith(dir / "uploads", ".data"), 1u);
     }
     {
         CloudEmulator cloud(options);
         ASSERT_TRUE(cloud.start());
+        EXPECT_EQ(cloud.objectBytes(options.bucket, "kept.txt"), "still here");
+        httplib::Client client("127.0.0.1", cloud.port());
+        Multipart open{client, key, options.bucket, "p.bin", uploadId};
+        EXPECT_EQ(xmlField(open.list("")->body, "NextPartNumberMarker"), "1");
+        auto second = open.part(2, "end");
+        auto first = cloud.upload(uploadId)->parts.at(0).etag;
+        ASSERT_EQ(open.complete({{1, first}, {2, second->get_header_value("ETag")}})->status, 200);
+        EXPECT_EQ(cloud.objectBytes(options.bucket, "p.bin"), bytes(kPart, 1) + "end");
+
         auto again = cloud.object(options.bucket, "movie.mp4");
         ASSERT_TRUE(again && stored);
         EXPECT_EQ(again->etag, stored->etag);
         EXPECT_EQ(again->crc64, stored->crc64);
-        httplib::Client client("127.0.0.1", cloud.port());
         expectReadsBack(client, key, "/" + options.bucket + "/movie.mp4", whole);
         // Overwritten by a single put, then by a second multipart upload: only the last version's files stay.
         // Each version is its record and its data files.
+        const auto others = filesEndingWith(dir / "buckets");
         ASSERT_TRUE(cloud.putObject(options.bucket, "movie.mp4", "short"));
-        EXPECT_EQ(filesEndingWith(dir / "buckets"), 2u);
+        EXPECT_EQ(filesEndingWith(dir / "buckets"), others - 2);
         Multipart m{client, key, options.bucket, "movie.mp4", ""};
         uploadWhole(m, {bodies[2], bodies[1], bodies[0]});
-        EXPECT_EQ(filesEndingWith(dir / "buckets"), 4u);
+        EXPECT_EQ(filesEndingWith(dir / "buckets"), others);
     }
     CloudEmulator cloud(options);
     ASSERT_TRUE(cloud.start());

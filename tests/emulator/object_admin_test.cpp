@@ -15,15 +15,10 @@ using testing::xmlField;
 
 const std::string kBody = "the stored bytes that nothing here may change";
 
-EmulatorOptions unsigned_() {
-    EmulatorOptions o;
-    o.verifySignatures = false;  // the selection of operations is under test, not the signatures
-    return o;
-}
-
 class NotImplementedTest : public CloudTest {
 protected:
-    NotImplementedTest() : CloudTest(unsigned_()) {}
+    // The selection of operations is under test, not the signatures.
+    NotImplementedTest() : CloudTest([] { EmulatorOptions o; o.verifySignatures = false; return o; }()) {}
     httplib::Result send(const std::string& method, const std::string& target, httplib::Headers headers = {}) {
         httplib::Request req;
         req.method = method;
@@ -57,25 +52,14 @@ TEST_F(NotImplementedTest, EverySubResourceAndSelectingHeaderIsServedOrRefusedWi
         "continuation-token=abc", "response-content-type=text/plain"};
     // What the served operations answer for these requests; everything else must be 501.
     const std::map<std::string, int> served = {
-        {"PUT ?acl", 400},              // no x-oss-object-acl header
-        {"PUT ?tagging", 400},          // the body is no Tagging document
-        {"GET ?acl", 200},
-        {"GET ?tagging", 200},
-        {"DELETE ?tagging", 204},
-        {"PUT ?uploadId=0004B9894A22E5B1", 400},  // no part number
-        {"PUT ?partNumber=1", 404},  // NoSuchUpload
-        {"PUT ?uploadId=0004B9894A22E5B1&partNumber=1", 404},
-        {"GET ?uploadId=0004B9894A22E5B1", 404},
-        {"POST ?uploadId=0004B9894A22E5B1", 404},
-        {"DELETE ?uploadId=0004B9894A22E5B1", 404},
-        {"POST ?uploads", 200},
-        {"GET ?response-content-type=text/plain", 200},
-        {"HEAD ?response-content-type=text/plain", 200},
-        {"HEAD ?objectMeta", 200},
-        {"bucket GET ?uploads", 200},
-        {"bucket GET ?location", 200},
-        {"bucket GET ?bucketInfo", 200},
-        {"bucket POST ?delete", 400},                 // no Content-MD5
+        {"PUT ?acl", 400} /* no x-oss-object-acl header */, {"PUT ?tagging", 400} /* no Tagging document */,
+        {"GET ?acl", 200}, {"GET ?tagging", 200}, {"DELETE ?tagging", 204},
+        {"PUT ?uploadId=0004B9894A22E5B1", 400} /* no part number */, {"PUT ?partNumber=1", 404} /* NoSuchUpload */,
+        {"PUT ?uploadId=0004B9894A22E5B1&partNumber=1", 404}, {"GET ?uploadId=0004B9894A22E5B1", 404},
+        {"POST ?uploadId=0004B9894A22E5B1", 404}, {"DELETE ?uploadId=0004B9894A22E5B1", 404}, {"POST ?uploads", 200},
+        {"GET ?response-content-type=text/plain", 200}, {"HEAD ?response-content-type=text/plain", 200},
+        {"HEAD ?objectMeta", 200}, {"bucket GET ?uploads", 200}, {"bucket GET ?location", 200},
+        {"bucket GET ?bucketInfo", 200}, {"bucket POST ?delete", 400} /* no Content-MD5 */,
     };
     int refused = 0;
     for (const std::string method : {"PUT", "GET", "HEAD", "POST", "DELETE"}) {
@@ -239,8 +223,8 @@ TEST_F(ObjectAdminTest, AclAndTagsAreStoredBesideTheObjectAndCheckedAgainstTheLi
     EXPECT_EQ(tags[3], (std::pair<std::string, std::string>{"k3", "v & w"}));
     auto got = signedGet(path("doc.txt"), "?tagging");
     EXPECT_NE(got->body.find("<Key>k9</Key>"), std::string::npos);
-    auto del = client->Delete(path("doc.txt") + "?tagging", signedHeaders(root, "DELETE", path("doc.txt") + "?tagging"));
-    EXPECT_EQ(del->status, 204);
+    EXPECT_EQ(client->Delete(path("doc.txt") + "?tagging", signedHeaders(root, "DELETE", path("doc.txt") + "?tagging"))
+                  ->status, 204);
     EXPECT_TRUE(cloud.object(bucket(), "doc.txt")->tags.empty());
     EXPECT_EQ(cloud.objectBytes(bucket(), "doc.txt"), kBody);
     EXPECT_EQ(signedGet(path("absent"), "?acl")->status, 404);
@@ -259,8 +243,7 @@ TEST_F(ObjectAdminTest, BucketFactsAndBucketList) {
     EXPECT_NE(signedGet(base, "?location")->body.find(">oss-cn-shanghai</LocationConstraint>"), std::string::npos);
 
     EXPECT_EQ(client->Head(base, signedHeaders(root, "HEAD", base))->status, 200);
-    auto missing = client->Head("/absent-bucket/", signedHeaders(root, "HEAD", "/absent-bucket/"));
-    EXPECT_EQ(missing->status, 404);
+    EXPECT_EQ(client->Head("/absent-bucket/", signedHeaders(root, "HEAD", "/absent-bucket/"))->status, 404);
     EXPECT_EQ(xmlField(signedGet("/absent-bucket/", "?bucketInfo")->body, "Code"), "NoSuchBucket");
 
     cloud.createBucket("zz-last");

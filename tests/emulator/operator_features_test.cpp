@@ -20,9 +20,10 @@ namespace {
 
 namespace fs = std::filesystem;
 using testing::Key;
+using testing::kTrack;
 using testing::signedHeaders;
 
-TEST(RequestLog, RedactsEveryAuthenticatingQueryValueAndKeepsTheRest) {
+TEST(RequestLog, RedactsEveryAuthenticatingQueryValueIsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
     auto target = redactedTarget(
         "/b/k?uploadId=U1&partNumber=3&x-oss-signature=abc&x-oss-credential=LTAI%2F20250101&Signature=s%3D"
         "&SecurityToken=CAIS123&x-oss-security-token=t&OSSAccessKeyId=id&Expires=9&acl");
@@ -37,9 +38,8 @@ TEST(RequestLog, RedactsEveryAuthenticatingQueryValueAndKeepsTheRest) {
     r.status = 0;
     r.operation = "";
     EXPECT_EQ(logLineOf(r), "2026-01-02T03:04:05.678Z PUT /b/k?partNumber=1 - reset in=1048576 out=0 12ms");
-}
 
-TEST(RequestLog, IsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
+    // Printed only when asked, and never with the token.
     for (bool print : {false, true}) {
         foundation::LogCapture log;
         EmulatorOptions options;
@@ -52,8 +52,7 @@ TEST(RequestLog, IsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
         const std::string target = "/" + options.bucket + "/logged.txt";
         Key key{sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken};
         auto res = client.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "hello", "text/plain");
-        ASSERT_TRUE(res);
-        ASSERT_EQ(res->status, 200);
+        ASSERT_EQ(testing::outcome(res), "200");
         ASSERT_TRUE(client.Get("/_console/state.json"));  // the console's own requests are not logged
         cloud.stop();
         std::vector<std::string> lines;
@@ -73,7 +72,7 @@ TEST(RequestLog, IsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
     }
 }
 
-TEST(FaultScripts, EntriesBecomeCountedFaultsInOrder) {
+TEST(FaultScripts, EntriesBecomeCountedFaultsInOrderAndMistakesAreNamed) {
     std::string error;
     auto faults = parseFaultScript(R"([
         {"operation": "UploadPart", "fault": "reset", "count": 2, "after_bytes": 1024},
@@ -95,9 +94,8 @@ TEST(FaultScripts, EntriesBecomeCountedFaultsInOrder) {
     EXPECT_EQ((*faults)[4].status, 500);
     EXPECT_EQ((*faults)[4].code, "SlowDown");
     EXPECT_EQ((*faults)[5].kind, Fault::Kind::CorruptCrc);
-}
 
-TEST(FaultScripts, MistakesAreNamedWithTheirEntry) {
+    // Mistakes are named with their entry.
     const std::pair<const char*, const char*> cases[] = {
         {R"({"operation": "PutObject"})", "must be a JSON array"},
         {R"([{"operation": "PutObject", "status": 503,)", "not JSON"},
@@ -109,27 +107,23 @@ TEST(FaultScripts, MistakesAreNamedWithTheirEntry) {
         {R"([{"operation": "A"}])", "no \"fault\""},
     };
     for (const auto& [text, expected] : cases) {
-        std::string error;
         EXPECT_FALSE(parseFaultScript(text, error)) << text;
         EXPECT_NE(error.find(expected), std::string::npos) << text << " -> " << error;
     }
-    std::string error;
     EXPECT_FALSE(loadFaultScript("/nonexistent/faults.json", error));
     EXPECT_NE(error.find("/nonexistent/faults.json: cannot be read"), std::string::npos) << error;
 }
 
-TEST(Console, StateShowsObjectsUploadsAndRequestsToLoopbackOnly) {
-    EmulatorOptions options;
-    CloudEmulator cloud(options);
+TEST(Console, StateShowsObjectsAndRequestsAndFaultsCanBeScriptedWhileRunning) {
+    CloudEmulator cloud;
     ASSERT_TRUE(cloud.start());
-    ASSERT_TRUE(cloud.putObject(options.bucket, "seen <b>.bin", "0123456789"));
+    ASSERT_TRUE(cloud.putObject(cloud.options().bucket, "seen <b>.bin", "0123456789"));
     EXPECT_EQ(cloud.consoleUrl(), cloud.endpoint() + "/_console/");
     httplib::Client client("127.0.0.1", cloud.port());
     client.set_read_timeout(20);
-    ASSERT_TRUE(client.Get("/logstores/s/track?APIVersion=0.6.0"));
+    ASSERT_TRUE(client.Get(kTrack));
     auto page = client.Get("/_console/");
-    ASSERT_TRUE(page);
-    EXPECT_EQ(page->status, 200);
+    ASSERT_EQ(testing::outcome(page), "200");
     EXPECT_NE(page->body.find("state.json"), std::string::npos);
     auto res = client.Get("/_console/state.json");
     ASSERT_TRUE(res);
@@ -139,33 +133,23 @@ TEST(Console, StateShowsObjectsUploadsAndRequestsToLoopbackOnly) {
     const auto& object = state["buckets"][0]["objects"][0];
     EXPECT_EQ(object["key"], "seen <b>.bin");
     EXPECT_EQ(object["size"], 10);
-    EXPECT_EQ(object["crc64"], std::to_string(cloud.object(options.bucket, "seen <b>.bin")->crc64));
+    EXPECT_EQ(object["crc64"], std::to_string(cloud.object(cloud.options().bucket, "seen <b>.bin")->crc64));
     ASSERT_EQ(state["requests"].size(), 1u);  // the console's own requests are not among them
     EXPECT_EQ(state["requests"][0]["operation"], "PutWebtracking");
     EXPECT_EQ(cloud.requests().size(), 1u);
-}
 
-TEST(Console, FaultsCanBeScriptedWhileRunning) {
-    CloudEmulator cloud;
-    ASSERT_TRUE(cloud.start());
-    httplib::Client client("127.0.0.1", cloud.port());
-    client.set_read_timeout(20);
     const std::string script = R"([{"operation": "PutWebtracking", "status": 503, "count": 2}])";
     // Only as JSON: a form another site's page could send is refused and adds nothing.
     auto plain = client.Post("/_console/faults", script, "text/plain");
-    ASSERT_TRUE(plain);
-    EXPECT_EQ(plain->status, 415);
+    ASSERT_EQ(testing::outcome(plain), "415");
     auto bad = client.Post("/_console/faults", R"([{"operation": "X", "fault": "boom"}])", "application/json");
-    ASSERT_TRUE(bad);
-    EXPECT_EQ(bad->status, 400);
+    ASSERT_EQ(testing::outcome(bad), "400");
     EXPECT_NE(bad->body.find("unknown fault \"boom\""), std::string::npos) << bad->body;
     EXPECT_EQ(cloud.pendingFaults(), 0u);
-
     auto added = client.Post("/_console/faults", script, "application/json");
-    ASSERT_TRUE(added);
-    ASSERT_EQ(added->status, 200);
+    ASSERT_EQ(testing::outcome(added), "200");
     EXPECT_EQ(Value::parse(added->body)["pending"], 2);
-    EXPECT_EQ(client.Get("/logstores/s/track?APIVersion=0.6.0")->status, 503);
+    EXPECT_EQ(client.Get(kTrack)->status, 503);
     auto seen = Value::parse(client.Get("/_console/faults")->body);
     EXPECT_EQ(seen["pending"], 1);
     ASSERT_EQ(seen["fired"].size(), 1u);
@@ -174,7 +158,7 @@ TEST(Console, FaultsCanBeScriptedWhileRunning) {
     auto cleared = client.Delete("/_console/faults");
     ASSERT_TRUE(cleared);
     EXPECT_EQ(Value::parse(cleared->body)["pending"], 0);
-    EXPECT_EQ(client.Get("/logstores/s/track?APIVersion=0.6.0")->status, 200);
+    EXPECT_EQ(client.Get(kTrack)->status, 200);
 }
 
 // An IPv4 address of this machine that is not loopback, or "" when it has none.
@@ -206,9 +190,8 @@ TEST(Console, IsRefusedToOtherMachinesUnlessAsked) {
         auto res = client.Get("/_console/state.json");
         ASSERT_TRUE(res) << httplib::to_string(res.error());
         EXPECT_EQ(res->status, anyone ? 200 : 403);
-        auto other = client.Get("/logstores/s/track?APIVersion=0.6.0");  // the services answer anyone
-        ASSERT_TRUE(other);
-        EXPECT_EQ(other->status, 200);
+        auto other = client.Get(kTrack);  // the services answer anyone
+        ASSERT_EQ(testing::outcome(other), "200");
     }
 }
 
@@ -246,7 +229,7 @@ TEST(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
     EXPECT_EQ(fileText(second.caFile()), caPem);
     httplib::SSLClient untrusting("127.0.0.1", second.port());  // without the CA file: not trusted
     untrusting.enable_server_certificate_verification(true);
-    EXPECT_FALSE(untrusting.Get("/logstores/s/track?APIVersion=0.6.0"));
+    EXPECT_FALSE(untrusting.Get(kTrack));
     // A client holding the old CA file and the old credentials is served by the new run.
     httplib::SSLClient client("127.0.0.1", second.port());
     client.set_ca_cert_path(second.caFile().c_str());
@@ -255,8 +238,7 @@ TEST(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
     const std::string target = "/" + options.bucket + "/kept.txt";
     Key key{sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken};
     auto res = client.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "kept", "text/plain");
-    ASSERT_TRUE(res) << httplib::to_string(res.error());
-    EXPECT_EQ(res->status, 200) << res->body;
+    ASSERT_EQ(testing::outcome(res), "200");
     // A token altered by one character is still refused.
     auto forged = sts.SecurityToken;
     forged[10] = forged[10] == 'A' ? 'B' : 'A';

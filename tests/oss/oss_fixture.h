@@ -42,6 +42,27 @@ protected:
                                                                         cloud.options().accessKeySecret);
     }
 
+    // Temporary credentials as a federation provider hands them out.
+    static std::shared_ptr<OSSCredentialProvider> stsKeys(const emulator::StsCredentials& sts) {
+        return std::make_shared<OSSFederationCredentialProvider>([sts] {
+            auto t = std::make_shared<OSSFederationToken>();
+            t->tAccessKey = sts.AccessKeyId;
+            t->tSecretKey = sts.AccessKeySecret;
+            t->tToken = sts.SecurityToken;
+            t->expirationTimeInGMTFormat = sts.Expiration;
+            return t;
+        });
+    }
+
+    // A signer block that signs V1 with the root secret, as an app's own server would.
+    std::shared_ptr<OSSCredentialProvider> signerBlock() const {
+        auto secret = cloud.options().accessKeySecret, keyId = cloud.options().accessKeyId;
+        return std::make_shared<OSSCustomSignerCredentialProvider>(
+            [=](const std::string& content, Error*) -> std::optional<std::string> {
+                return "OSS " + keyId + ":" + *OSSUtil::calBase64Sha1WithData(content, secret);
+            });
+    }
+
     std::unique_ptr<OSSClient> makeClient(OSSClientConfiguration conf = {},
                                           std::shared_ptr<OSSCredentialProvider> provider = nullptr) {
         conf.httpClient = http;
@@ -73,10 +94,42 @@ protected:
 
     std::string recordDir() const { return dir.path() + "/records"; }
 
+    // A request of type R for `key` in the test bucket.
+    template <class R>
+    std::shared_ptr<R> on(const std::string& key) const {
+        auto r = std::make_shared<R>();
+        r->bucketName = bucket();
+        r->objectKey = key;
+        return r;
+    }
+    std::shared_ptr<OSSPutObjectRequest> putOf(const std::string& key, std::string bytes) const {
+        auto r = on<OSSPutObjectRequest>(key);
+        r->uploadingData = std::move(bytes);
+        return r;
+    }
+    std::shared_ptr<OSSResumableUploadRequest> resumableOf(const std::string& path, const std::string& key,
+                                                           std::int64_t partSize) const {
+        auto r = on<OSSResumableUploadRequest>(key);
+        r->uploadingFileURL = path;
+        r->partSize = partSize;
+        r->recordDirectoryPath = recordDir();
+        return r;
+    }
+    std::string initiate(OSSClient& client, const std::string& key) {
+        auto task = waited(client.multipartUploadInit(on<OSSInitMultipartUploadRequest>(key)));
+        EXPECT_FALSE(task->error()) << task->error()->toString();
+        return task->result() ? task->result()->uploadId : "";
+    }
+
     template <class T>
     static std::shared_ptr<OSSTask<T>> waited(std::shared_ptr<OSSTask<T>> task) {
         EXPECT_TRUE(task->waitFor(kWait));
         return task;
+    }
+    // The error code a finished task ended with; 0 when it succeeded.
+    template <class T>
+    static long long codeOf(const std::shared_ptr<OSSTask<T>>& task) {
+        return task->error() ? task->error()->code : 0;
     }
 
     emulator::CloudEmulator cloud;

@@ -1,8 +1,19 @@
-// XML answers, error mapping and the upload record: pure functions over bytes.
+// The client's parts without a socket: XML answers, error mapping, the upload record, tasks, progress
+// and the log.
 #include <gtest/gtest.h>
 
+#include <filesystem>
+#include <fstream>
+#include <thread>
+
+#include "foundation/log.h"
+#include "foundation/temp_files.h"
 #include "oss/oss_checkpoint.h"
 #include "oss/oss_error.h"
+#include "oss/oss_log.h"
+#include "oss/oss_progress.h"
+#include "oss/oss_task.h"
+#include "oss/oss_upload_record.h"
 #include "oss/oss_xml.h"
 
 using namespace quorvane;
@@ -71,56 +82,154 @@ TEST(OSSXml, CompleteBodyListsPartsInOrderEscaped) {
         << body;
 }
 
-TEST(OSSCheckpoint, RoundTripsAndRejectsAnythingMalformed) {
-    OSSUploadCheckpoint c{"http://h:1", "b", "k", "/tmp/f", "UP", {300000, 123456789012345LL, 123456789012399LL, 77, 2049}, 102400, {}};
+TEST(OSSCheckpoint, RoundTripsAndRejectsAnythingMalformedOrOutOfRange) {
+    const std::string path = "/tmp/\xff\xfe-clip\x80.bin";  // not UTF-8: kept byte for byte all the same
+    OSSUploadCheckpoint c{"http://h:1", "b", "k", path, "UP", {300000, 123456789012345LL, 123456789012399LL, 77, 2049}, 102400, {}};
+    c.parts[1] = {1, "\"E\"", 102400, 42};
     c.parts[2] = {2, "\"E\"", 102400, 0xFFFFFFFFFFFFFFFFULL};
-    auto text = serializeCheckpoint(c);
-    auto back = parseCheckpoint(text);
-    ASSERT_TRUE(back);
-    EXPECT_EQ(back->uploadId, "UP");
-    EXPECT_EQ(back->file, c.file);
-    ASSERT_EQ(back->parts.count(2), 1u);
-    EXPECT_EQ(back->parts[2].crc64, 0xFFFFFFFFFFFFFFFFULL);
-    for (std::string bad : {std::string(""), std::string("{"), std::string("[]"), text.substr(0, text.size() / 2),
-                            std::string(R"({"version":1})"), std::string(R"({"version":2})")}) {
-        EXPECT_FALSE(parseCheckpoint(bad)) << bad;
-    }
-    auto wrongType = text;
-    wrongType.replace(wrongType.find("\"size\":102400"), 13, "\"size\":\"big\"");
-    EXPECT_FALSE(parseCheckpoint(wrongType));
-    EXPECT_EQ(back->endpoint, "http://h:1");
-    EXPECT_NE(checkpointFileName("http://h:1", "b", "k", "/a"), checkpointFileName("http://h:1", "b", "k", "/b"));
-    EXPECT_NE(checkpointFileName("http://h:1", "b", "k", "/a"), checkpointFileName("http://h:2", "b", "k", "/a"));
-}
-
-TEST(OSSCheckpoint, KeepsAFileNameThatIsNotUtf8ByteForByte) {
-    const std::string path = "/tmp/\xff\xfe-clip\x80.bin";
-    OSSUploadCheckpoint c{"http://h:1", "b", "k", path, "UP", {300000, 7, 8, 9, 10}, 102400, {}};
     std::string text;
     ASSERT_NO_THROW(text = serializeCheckpoint(c));
     auto back = parseCheckpoint(text);
     ASSERT_TRUE(back);
+    EXPECT_EQ(back->endpoint, "http://h:1");
+    EXPECT_EQ(back->uploadId, "UP");
     EXPECT_EQ(back->filePath, path);
-}
-
-TEST(OSSCheckpoint, RejectsNumbersThatDoNotFitInsteadOfConvertingThem) {
-    OSSUploadCheckpoint c{"http://h:1", "b", "k", "/f", "UP", {300000, 7, 8, 9, 10}, 102400, {}};
-    c.parts[1] = {1, "\"E\"", 102400, 42};
-    const auto text = serializeCheckpoint(c);
+    EXPECT_EQ(back->file, c.file);
+    ASSERT_EQ(back->parts.count(2), 1u);
+    EXPECT_EQ(back->parts[2].crc64, 0xFFFFFFFFFFFFFFFFULL);
     auto replaced = [&](const std::string& from, const std::string& to) {
         auto t = text;
         auto at = t.find(from);
         EXPECT_NE(at, std::string::npos) << from;
         return t.replace(at, from.size(), to);
     };
-    ASSERT_TRUE(parseCheckpoint(text));
-    for (auto bad : {replaced("\"fileMtimeNs\":7", "\"fileMtimeNs\":3.4e112"),
-                     replaced("\"fileSize\":300000", "\"fileSize\":-1"),
-                     replaced("\"fileSize\":300000", "\"fileSize\":1e30"),
-                     replaced("\"partNumber\":1", "\"partNumber\":4294967297"),
-                     replaced("\"partSize\":102400", "\"partSize\":102400.5"),
-                     replaced("\"crc64\":\"42\"", "\"crc64\":\"42abc\""),
-                     replaced("\"crc64\":\"42\"", "\"crc64\":\"99999999999999999999999\"")}) {
+    // Numbers that do not fit are refused, not converted.
+    for (std::string bad : {std::string(""), std::string("{"), std::string("[]"), text.substr(0, text.size() / 2),
+                            std::string(R"({"version":1})"), std::string(R"({"version":2})"),
+                            replaced("\"size\":102400", "\"size\":\"big\""),
+                            replaced("\"fileMtimeNs\":123456789012345", "\"fileMtimeNs\":3.4e112"),
+                            replaced("\"fileSize\":300000", "\"fileSize\":-1"),
+                            replaced("\"fileSize\":300000", "\"fileSize\":1e30"),
+                            replaced("\"partNumber\":1", "\"partNumber\":4294967297"),
+                            replaced("\"partSize\":102400", "\"partSize\":102400.5"),
+                            replaced("\"crc64\":\"42\"", "\"crc64\":\"42abc\""),
+                            replaced("\"crc64\":\"42\"", "\"crc64\":\"99999999999999999999999\"")})
         EXPECT_FALSE(parseCheckpoint(bad)) << bad;
-    }
+    EXPECT_NE(checkpointFileName("http://h:1", "b", "k", "/a"), checkpointFileName("http://h:1", "b", "k", "/b"));
+    EXPECT_NE(checkpointFileName("http://h:1", "b", "k", "/a"), checkpointFileName("http://h:2", "b", "k", "/a"));
+}
+
+// The question an upload asks before it begins: which recorded upload of this very file, if any, to
+// continue.
+TEST(OSSUploadRecord, IsContinuedOnlyForTheSameFilePartSizeAndTargetWithAnUploadId) {
+    foundation::ScopedTempDir dir;
+    const std::string path = dir.path() + "/data.bin", records = dir.path() + "/records";
+    const char* kEndpoint = "http://127.0.0.1:9";
+    const std::string service = checkpointEndpoint(*parseEndpoint(kEndpoint, false, nullptr));
+    auto inspect = [&] {
+        Error error;
+        auto file = inspectLocalFile(path, &error);
+        EXPECT_TRUE(file) << error.description;
+        return file.value_or(OSSLocalFile{});
+    };
+    auto record = [&](const OSSLocalFile& file, const std::string& uploadId) {
+        OSSUploadCheckpoint c{service, "bucket", "key", file.path, uploadId, file.state(), 1000, {}};
+        c.parts[1] = OSSPartInfo{1, "\"e1\"", 1000, 1};
+        c.parts[2] = OSSPartInfo{2, "\"e2\"", 1000, 2};
+        std::filesystem::create_directories(records);
+        std::ofstream(records + "/" + checkpointFileName(service, "bucket", "key", file.path)) << serializeCheckpoint(c);
+    };
+    std::ofstream(path, std::ios::binary) << std::string(3000, 'q');
+    auto file = inspect();
+    EXPECT_FALSE(recordedUpload(records, kEndpoint, "bucket", "key", file, 1000));  // no record yet
+    record(file, "");
+    EXPECT_FALSE(recordedUpload(records, kEndpoint, "bucket", "key", file, 1000));  // nothing to continue
+
+    record(file, "U1");
+    auto found = recordedUpload(records, kEndpoint, "bucket", "key", file, 1000);
+    ASSERT_TRUE(found);
+    EXPECT_EQ(found->uploadId, "U1");
+    EXPECT_EQ(found->bytesStored, 2000u);
+    EXPECT_TRUE(recordedUpload(records, "HTTP://127.0.0.1:9/", "bucket", "key", file, 1000));  // same service
+    EXPECT_FALSE(recordedUpload(records, kEndpoint, "bucket", "key", file, 2000));
+    EXPECT_FALSE(recordedUpload(records, kEndpoint, "bucket", "other", file, 1000));
+    EXPECT_FALSE(recordedUpload(records, "http://127.0.0.1:10", "bucket", "key", file, 1000));
+    EXPECT_FALSE(recordedUpload("", kEndpoint, "bucket", "key", file, 1000));
+    std::ofstream(path, std::ios::binary | std::ios::app) << "q";  // the file changed since its parts were sent
+    EXPECT_FALSE(recordedUpload(records, kEndpoint, "bucket", "key", inspect(), 1000));
+
+    OSSFileState state{3000, 1, 2, 3, 4}, touched = state;
+    touched.ctimeNs += 1;
+    OSSUploadCheckpoint c{"http://h:1", "b", "k", "/f", "U", state, 1000, {}};
+    EXPECT_TRUE(recordFits(c, "http://h:1", "b", "k", "/f", state, 1000));
+    EXPECT_FALSE(recordFits(c, "http://h:2", "b", "k", "/f", state, 1000));
+    EXPECT_FALSE(recordFits(c, "http://h:1", "c", "k", "/f", state, 1000));
+    EXPECT_FALSE(recordFits(c, "http://h:1", "b", "j", "/f", state, 1000));
+    EXPECT_FALSE(recordFits(c, "http://h:1", "b", "k", "/g", state, 1000));
+    EXPECT_FALSE(recordFits(c, "http://h:1", "b", "k", "/f", state, 1001));
+    EXPECT_FALSE(recordFits(c, "http://h:1", "b", "k", "/f", touched, 1000));
+}
+
+TEST(OSSTask, ContinuationRunsOnceOnTheCompletingThreadAndChains) {
+    auto task = OSSTask<int>::create();
+    std::thread::id ranOn;
+    int runs = 0;
+    auto chained = task->continueWithBlock([&](const OSSTask<int>& t) {
+        ++runs;
+        ranOn = std::this_thread::get_id();
+        EXPECT_EQ(*t.result(), 42);
+    });
+    std::thread::id producer;
+    std::thread worker([&] {
+        producer = std::this_thread::get_id();
+        task->setResult(std::make_shared<int>(42));
+        task->setError(Error("late", 1));  // ignored: the first outcome wins
+    });
+    chained->waitUntilFinished();
+    worker.join();
+    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(ranOn, producer);
+    EXPECT_FALSE(task->error());
+    EXPECT_EQ(*chained->result(), 42);
+
+    bool immediate = false;  // already finished: runs at once on the caller's thread
+    task->continueWithBlock([&](const OSSTask<int>&) { immediate = std::this_thread::get_id() == ranOn; });
+    EXPECT_FALSE(immediate);
+    auto failed = OSSTask<int>::taskWithError(makeClientError(OSSClientErrorCodeTaskCancelled, "c"));
+    EXPECT_TRUE(failed->isCancelled());
+}
+
+TEST(OSSProgress, NeverBackwardsNorPastTheTotalWhenAPartIsResent) {
+    std::vector<std::int64_t> totals;
+    std::int64_t sumOfDeltas = 0;
+    OSSProgressTracker tracker(
+        [&](std::int64_t now, std::int64_t total, std::int64_t expected) {
+            EXPECT_EQ(expected, 1000);
+            EXPECT_GT(now, 0);
+            sumOfDeltas += now;
+            totals.push_back(total);
+        },
+        1000, 200);
+    tracker.update(1, 300);
+    tracker.update(2, 100);
+    tracker.update(1, 0);    // part 1 sent again from its start
+    tracker.update(1, 250);  // still below what was shown: nothing reported
+    tracker.finish(1, 400);
+    tracker.finish(2, 400);
+    tracker.update(3, 5000);  // more than expected is capped
+    ASSERT_FALSE(totals.empty());
+    for (std::size_t i = 1; i < totals.size(); ++i) EXPECT_GT(totals[i], totals[i - 1]);
+    EXPECT_EQ(totals.back(), 1000);
+    EXPECT_EQ(sumOfDeltas, 800);
+}
+
+TEST(OSSLog, LinesOnlyWhenSwitchedOn) {
+    foundation::LogCapture capture;
+    OSSLog::disableLog();
+    OSSLog::logDebug("hidden");
+    OSSLog::enableLog();
+    OSSLog::logDebug("start called.");
+    OSSLog::logError("oss client init success!");
+    OSSLog::disableLog();
+    EXPECT_EQ(capture.lines(), (std::vector<std::string>{"[Debug]: start called.", "[Error]: oss client init success!"}));
 }

@@ -59,13 +59,8 @@ class ResumableUploadTest : public OssEmulatorTest {
 protected:
     std::shared_ptr<OSSResumableUploadRequest> request(const std::string& path, const std::string& key,
                                                        const std::string& uploadId = {}) {
-        auto r = std::make_shared<OSSResumableUploadRequest>();
-        r->bucketName = bucket();
-        r->objectKey = key;
+        auto r = resumableOf(path, key, kPart);
         r->uploadId = uploadId;
-        r->uploadingFileURL = path;
-        r->partSize = kPart;
-        r->recordDirectoryPath = recordDir();
         r->deleteUploadIdOnCancelling = false;
         return r;
     }
@@ -76,26 +71,52 @@ protected:
         std::string why;
         return checkpointEndpoint(*parseEndpoint(cloud.endpoint(), false, &why));
     }
-    static OSSClientConfiguration sequential() {
-        OSSClientConfiguration conf;
-        conf.maxConcurrentParts = 1;
-        return conf;
+    void writeRecord(const OSSUploadCheckpoint& record) {
+        std::filesystem::create_directories(recordDir());
+        ASSERT_TRUE(foundation::writeFileAtomically(recordFile(record.objectKey, record.filePath),
+                                                    serializeCheckpoint(record)));
     }
+    // Sends the parts of `r` one at a time: `stored` of them are stored, then the next one hangs until
+    // the upload is cancelled, or its client dropped, which ends it cancelled at once.
+    void interrupt(const std::shared_ptr<OSSResumableUploadRequest>& r, std::size_t stored, bool dropClient = false) {
+        r->uploadProgress = progress.block();
+        const auto fired = cloud.firedCount("UploadPart") + stored + 1;
+        for (std::size_t i = 0; i < stored; ++i) cloud.addFault(emulator::Fault::delay("UploadPart", 0));
+        cloud.addFault(emulator::Fault::delay("UploadPart", kHangMs));
+        OSSClientConfiguration sequential;
+        sequential.maxConcurrentParts = 1;
+        auto client = makeClient(sequential);
+        auto task = client->resumableUpload(r);
+        ASSERT_TRUE(partsArrived(fired));
+        if (dropClient) {
+            client.reset();  // the process "dies": the upload ends, its record stays
+            EXPECT_TRUE(task->isCompleted());
+        } else {
+            r->cancel();
+            ASSERT_TRUE(task->waitFor(kWait));
+        }
+        EXPECT_EQ(codeOf(task), OSSClientErrorCodeTaskCancelled);
+        cloud.clearFaults();
+    }
+    ProgressLog progress;
 };
 
-TEST_F(ResumableUploadTest, MultipartUploadReadsBackIdenticalWithNotificationAndProgress) {
+// Four parts at a time, one of them reset and one refused once: the object reads back identical.
+TEST_F(ResumableUploadTest, ConcurrentPartsWithRetriedOnesReadBackIdenticalWithNotificationAndProgress) {
     std::string bytes;
-    auto path = makeFile("video.mp4", 5 * kPart + 777, &bytes);
-    auto client = makeClient();
+    auto path = makeFile("video.mp4", 10 * kPart + 777, &bytes);
+    OSSClientConfiguration conf;
+    conf.maxConcurrentParts = 4;
+    auto client = makeClient(conf);
+    cloud.addFaults({emulator::Fault::reset("UploadPart", 64 * 1024), emulator::Fault::error("UploadPart", 500, "InternalError")});
     auto r = request(path, "vod/video.mp4");
     r->completeMetaHeader["x-oss-notification"] = "eyJWb2QiOnt9fQ==";
-    ProgressLog progress;
     r->uploadProgress = progress.block();
     auto task = waited(client->resumableUpload(r));
     ASSERT_FALSE(task->error()) << task->error()->toString();
     EXPECT_EQ(cloud.objectBytes(bucket(), "vod/video.mp4"), bytes);
     auto object = cloud.object(bucket(), "vod/video.mp4");
-    EXPECT_EQ(object->partCount, 6);
+    EXPECT_EQ(object->partCount, 11);
     EXPECT_EQ(object->notificationRaw, "eyJWb2QiOnt9fQ==");
     EXPECT_EQ(task->result()->localCRC64ecma, Crc64::compute(bytes));
     EXPECT_EQ(task->result()->remoteCRC64ecma, Crc64::compute(bytes));
@@ -104,59 +125,27 @@ TEST_F(ResumableUploadTest, MultipartUploadReadsBackIdenticalWithNotificationAnd
     EXPECT_FALSE(std::filesystem::exists(recordFile("vod/video.mp4", path)));  // done: no record left
 }
 
-TEST_F(ResumableUploadTest, CancelKeepsTheRecordAndTheNextClientSendsOnlyMissingParts) {
+TEST_F(ResumableUploadTest, CancelOrADroppedClientKeepsTheRecordAndTheNextClientSendsOnlyMissingParts) {
     std::string bytes;
     auto path = makeFile("big.bin", 8 * kPart, &bytes);
-    std::string uploadId;
-    {
-        auto client = makeClient(sequential());
-        auto r = request(path, "big.bin");
-        ProgressLog progress;
-        r->uploadProgress = progress.block();
-        cloud.addFaults({emulator::Fault::delay("UploadPart", 0), emulator::Fault::delay("UploadPart", 0),
-                         emulator::Fault::delay("UploadPart", 0), emulator::Fault::delay("UploadPart", kHangMs)});
-        auto task = client->resumableUpload(r);
-        ASSERT_TRUE(partsArrived(4));  // three parts stored, the fourth hanging
-        r->cancel();
-        ASSERT_TRUE(task->waitFor(kWait));
-        ASSERT_TRUE(task->error());
-        EXPECT_EQ(task->error()->code, OSSClientErrorCodeTaskCancelled);
-        auto record = parseCheckpoint(*foundation::readFile(recordFile("big.bin", path)));
-        ASSERT_TRUE(record);
-        uploadId = record->uploadId;
-        EXPECT_EQ(record->parts.size(), 3u);
-    }
-    auto stored = cloud.upload(uploadId)->parts;
+    interrupt(request(path, "big.bin"), 3);
+    auto record = parseCheckpoint(*foundation::readFile(recordFile("big.bin", path)));
+    ASSERT_TRUE(record);
+    EXPECT_EQ(record->parts.size(), 3u);
     std::set<int> missing = {1, 2, 3, 4, 5, 6, 7, 8};
-    for (const auto& p : stored) missing.erase(p.number);
+    const auto upload = cloud.upload(record->uploadId);
+    for (const auto& p : upload->parts) missing.erase(p.number);
     auto before = cloud.requests("UploadPart").size();
-
     auto client = makeClient();
-    auto task = waited(client->resumableUpload(request(path, "big.bin", uploadId)));
+    auto task = waited(client->resumableUpload(request(path, "big.bin", record->uploadId)));
     ASSERT_FALSE(task->error()) << task->error()->toString();
     EXPECT_EQ(sentPartNumbers(cloud, before), missing);
     EXPECT_EQ(cloud.objectBytes(bucket(), "big.bin"), bytes);
-}
 
-TEST_F(ResumableUploadTest, DroppingTheClientMidUploadLeavesARecordAnotherClientFinishes) {
-    std::string bytes;
-    auto path = makeFile("crash.bin", 6 * kPart + 5, &bytes);
-    auto r = request(path, "crash.bin");
-    ProgressLog progress;
-    r->uploadProgress = progress.block();
-    cloud.addFaults({emulator::Fault::delay("UploadPart", 0), emulator::Fault::delay("UploadPart", 0),
-                     emulator::Fault::delay("UploadPart", kHangMs)});  // the third part hangs
-    auto client = makeClient(sequential());
-    auto task = client->resumableUpload(r);
-    ASSERT_TRUE(partsArrived(3));
-    client.reset();  // the process "dies": the upload ends, its record stays
-    ASSERT_TRUE(task->isCompleted());
-    EXPECT_EQ(task->error()->code, OSSClientErrorCodeTaskCancelled);
-    cloud.clearFaults();
-
-    auto before = cloud.requests("UploadPart").size();
-    auto again = makeClient();
-    auto finished = waited(again->resumableUpload(request(path, "crash.bin")));  // upload id from the record
+    auto crashed = makeFile("crash.bin", 6 * kPart + 5, &bytes);
+    interrupt(request(crashed, "crash.bin"), 2, true);
+    before = cloud.requests("UploadPart").size();
+    auto finished = waited(client->resumableUpload(request(crashed, "crash.bin")));  // upload id from the record
     ASSERT_FALSE(finished->error()) << finished->error()->toString();
     EXPECT_EQ(sentPartNumbers(cloud, before), (std::set<int>{3, 4, 5, 6, 7}));
     EXPECT_EQ(cloud.objectBytes(bucket(), "crash.bin"), bytes);
@@ -166,15 +155,11 @@ TEST_F(ResumableUploadTest, PartsTheRecordClaimsButTheServiceLacksAreSentAgain) 
     std::string bytes;
     auto path = makeFile("stale.bin", 4 * kPart, &bytes);
     auto client = makeClient();
-    auto init = std::make_shared<OSSInitMultipartUploadRequest>();
-    init->bucketName = bucket();
-    init->objectKey = "stale.bin";
-    auto uploadId = waited(client->multipartUploadInit(init))->result()->uploadId;
+    auto uploadId = initiate(*client, "stale.bin");
     // A record from "an earlier run" that claims every part, none of which the service has.
     OSSUploadCheckpoint record{service(), bucket(), "stale.bin", path, uploadId, stateOf(path), kPart, {}};
     for (int n = 1; n <= 4; ++n) record.parts[n] = {n, "\"0123456789ABCDEF0123456789ABCDEF\"", kPart, 1};
-    std::filesystem::create_directories(recordDir());
-    ASSERT_TRUE(foundation::writeFileAtomically(recordFile("stale.bin", path), serializeCheckpoint(record)));
+    writeRecord(record);
 
     auto task = waited(client->resumableUpload(request(path, "stale.bin", uploadId)));
     ASSERT_FALSE(task->error()) << task->error()->toString();
@@ -193,16 +178,7 @@ TEST_F(ResumableUploadTest, CorruptRecordOrChangedFileRestartsCleanly) {
     EXPECT_EQ(cloud.objectBytes(bucket(), "c.bin"), bytes);
 
     // Half an upload, then the file changes under the same name: nothing of the old parts is kept.
-    auto r = request(path, "c2.bin");
-    ProgressLog progress;
-    r->uploadProgress = progress.block();
-    auto sequentialClient = makeClient(sequential());
-    cloud.addFaults({emulator::Fault::delay("UploadPart", 0), emulator::Fault::delay("UploadPart", kHangMs)});
-    auto first = sequentialClient->resumableUpload(r);
-    ASSERT_TRUE(partsArrived(2));
-    r->cancel();
-    ASSERT_TRUE(first->waitFor(kWait));
-    cloud.clearFaults();
+    interrupt(request(path, "c2.bin"), 1);
     std::string changed;
     makeFile("c.bin", 3 * kPart, &changed, 99);
     auto before = cloud.requests("UploadPart").size();
@@ -212,61 +188,30 @@ TEST_F(ResumableUploadTest, CorruptRecordOrChangedFileRestartsCleanly) {
     EXPECT_EQ(cloud.objectBytes(bucket(), "c2.bin"), changed);
 }
 
-TEST_F(ResumableUploadTest, CrcMismatchFailsThePartNeverASilentSuccess) {
-    auto path = makeFile("crc.bin", 2 * kPart);
-    cloud.addFault(emulator::Fault::corruptCrc("UploadPart"));
-    auto client = makeClient();
-    auto task = waited(client->resumableUpload(request(path, "crc.bin")));
-    ASSERT_TRUE(task->error());
-    EXPECT_EQ(task->error()->code, OSSClientErrorCodeInvalidCRC);
-    EXPECT_FALSE(cloud.object(bucket(), "crc.bin"));
-}
-
-TEST_F(ResumableUploadTest, ConcurrentPartsWithARetriedPartStayConsistent) {
-    std::string bytes;
-    auto path = makeFile("par.bin", 10 * kPart + 1, &bytes);
-    OSSClientConfiguration conf;
-    conf.maxConcurrentParts = 4;
-    auto client = makeClient(conf);
-    cloud.addFaults({emulator::Fault::reset("UploadPart", 64 * 1024), emulator::Fault::error("UploadPart", 500, "InternalError")});
-    auto r = request(path, "par.bin");
-    ProgressLog progress;
-    r->uploadProgress = progress.block();
-    auto task = waited(client->resumableUpload(r));
-    ASSERT_FALSE(task->error()) << task->error()->toString();
-    EXPECT_FALSE(progress.wentBack);
-    EXPECT_EQ(progress.last, static_cast<std::int64_t>(bytes.size()));
-    EXPECT_EQ(cloud.objectBytes(bucket(), "par.bin"), bytes);
-}
-
-TEST_F(ResumableUploadTest, CancelWithDeleteUploadIdAbortsAndBadFilesAreRefused) {
+TEST_F(ResumableUploadTest, CancelWithDeleteUploadIdAbortsAndBadFilesAndCrcMismatchesFail) {
     auto path = makeFile("del.bin", 4 * kPart);
     auto r = request(path, "del.bin");
     r->deleteUploadIdOnCancelling = true;
-    ProgressLog progress;
-    r->uploadProgress = progress.block();
-    cloud.addFaults({emulator::Fault::delay("UploadPart", 0), emulator::Fault::delay("UploadPart", kHangMs)});
-    auto client = makeClient(sequential());
-    auto task = client->resumableUpload(r);
-    ASSERT_TRUE(partsArrived(2));
-    r->cancel();
-    ASSERT_TRUE(task->waitFor(kWait));
-    EXPECT_EQ(task->error()->code, OSSClientErrorCodeTaskCancelled);
+    interrupt(r, 1);
     auto uploads = cloud.uploads();
     ASSERT_EQ(uploads.size(), 1u);
     EXPECT_EQ(uploads[0].state, emulator::UploadState::Aborted);
     EXPECT_FALSE(std::filesystem::exists(recordFile("del.bin", path)));
 
-    auto empty = makeFile("empty.bin", 0);
-    auto emptyTask = waited(client->resumableUpload(request(empty, "e")));
-    ASSERT_TRUE(emptyTask->error());
-    EXPECT_EQ(emptyTask->error()->code, OSSClientErrorCodeInvalidArgument);
+    auto client = makeClient();
+    auto emptyTask = waited(client->resumableUpload(request(makeFile("empty.bin", 0), "e")));
+    EXPECT_EQ(codeOf(emptyTask), OSSClientErrorCodeInvalidArgument);
     EXPECT_NE(emptyTask->error()->description.find("empty"), std::string::npos);
     auto small = request(path, "s");
     small->partSize = 1000;
-    EXPECT_EQ(waited(client->resumableUpload(small))->error()->code, OSSClientErrorCodeInvalidArgument);
+    EXPECT_EQ(codeOf(waited(client->resumableUpload(small))), OSSClientErrorCodeInvalidArgument);
     auto missing = waited(client->resumableUpload(request(dir.path() + "/nope", "n")));
-    EXPECT_EQ(missing->error()->code, OSSClientErrorCodeFileCantRead);
+    EXPECT_EQ(codeOf(missing), OSSClientErrorCodeFileCantRead);
+
+    // A CRC mismatch fails the part, never a silent success.
+    cloud.addFault(emulator::Fault::corruptCrc("UploadPart"));
+    EXPECT_EQ(codeOf(waited(client->resumableUpload(request(path, "crc.bin")))), OSSClientErrorCodeInvalidCRC);
+    EXPECT_FALSE(cloud.object(bucket(), "crc.bin"));
 }
 
 // A file rewritten in place between a crash and the resume, on a file system whose times cannot tell
@@ -276,15 +221,10 @@ TEST_F(ResumableUploadTest, ARecordedPartIsTrustedOnlyWhileTheFileStillHoldsItsB
     std::string oldBytes;
     auto path = makeFile("rewritten.bin", 3 * kPart, &oldBytes);
     auto client = makeClient();
-    auto init = std::make_shared<OSSInitMultipartUploadRequest>();
-    init->bucketName = bucket();
-    init->objectKey = "rewritten.bin";
-    auto uploadId = waited(client->multipartUploadInit(init))->result()->uploadId;
+    auto uploadId = initiate(*client, "rewritten.bin");
     std::map<int, OSSPartInfo> stored;
     for (int n = 1; n <= 2; ++n) {
-        auto part = std::make_shared<OSSUploadPartRequest>();
-        part->bucketName = bucket();
-        part->objectKey = "rewritten.bin";
+        auto part = on<OSSUploadPartRequest>("rewritten.bin");
         part->uploadId = uploadId;
         part->partNumber = n;
         part->uploadPartFileURL = path;
@@ -301,9 +241,7 @@ TEST_F(ResumableUploadTest, ARecordedPartIsTrustedOnlyWhileTheFileStillHoldsItsB
     std::ofstream(path, std::ios::binary | std::ios::trunc) << newBytes;
     const struct timespec times[2] = {before.st_atim, before.st_mtim};
     ASSERT_EQ(::utimensat(AT_FDCWD, path.c_str(), times, 0), 0);
-    OSSUploadCheckpoint record{service(), bucket(), "rewritten.bin", path, uploadId, stateOf(path), kPart, stored};
-    std::filesystem::create_directories(recordDir());
-    ASSERT_TRUE(foundation::writeFileAtomically(recordFile("rewritten.bin", path), serializeCheckpoint(record)));
+    writeRecord({service(), bucket(), "rewritten.bin", path, uploadId, stateOf(path), kPart, stored});
 
     auto sentBefore = cloud.requests("UploadPart").size();
     auto task = waited(client->resumableUpload(request(path, "rewritten.bin")));
@@ -318,9 +256,7 @@ TEST_F(ResumableUploadTest, ARunThatCannotWriteItsRecordAbortsTheUploadItStarted
     // The record's name is taken by a directory that is not empty, so it cannot be replaced.
     std::filesystem::create_directories(recordFile("unrecorded.bin", path) + "/occupied");
     auto client = makeClient();
-    auto task = waited(client->resumableUpload(request(path, "unrecorded.bin")));
-    ASSERT_TRUE(task->error());
-    EXPECT_EQ(task->error()->code, OSSClientErrorCodeFileCantWrite);
+    EXPECT_EQ(codeOf(waited(client->resumableUpload(request(path, "unrecorded.bin")))), OSSClientErrorCodeFileCantWrite);
     ASSERT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);
     for (const auto& upload : cloud.uploads())
         EXPECT_NE(upload.state, emulator::UploadState::Open) << upload.uploadId;

@@ -23,7 +23,7 @@ std::string headerOf(const foundation::Headers& headers, const std::string& name
 }
 }  // namespace
 
-TEST(OSSSigner, PublishedHeaderVector) {
+TEST(OSSSigner, PublishedHeaderVectorDateLineAndResource) {
     foundation::Headers headers = {{"Content-MD5", "ODBGOERFMDMzQTczRUY3NUE3NzA5QzdFNUYzMDQxNEM="},
                                    {"Content-Type", "text/html"},
                                    {"Date", "Thu, 17 Nov 2005 18:49:58 GMT"},
@@ -37,25 +37,18 @@ TEST(OSSSigner, PublishedHeaderVector) {
     EXPECT_EQ(OSSUtil::calBase64Sha1WithData("GET\n\n\n1141889120\n/oss-example/oss-api.pdf", kSecret),
               "EwaNTn1erJGkimiJ9WmXgwnANLc=");
     EXPECT_EQ(OSSUtil::calBase64Sha1WithData("x", ""), std::nullopt);
-}
 
-TEST(OSSSigner, ResourceSignsOnlySubResourcesSortedWithDecodedValues) {
-    OSSQuery query = {{"uploadId", "0004B9894A22E5B1888A1E29F823****"},
-                      {"partNumber", "3"},
-                      {"max-parts", "2"},
-                      {"part-number-marker", "1"},
-                      {"uploads", std::nullopt}};
+    // The date line takes x-oss-date when present.
+    headers = {{"Date", "Thu, 17 Nov 2005 18:49:58 GMT"}, {"x-oss-date", "Fri, 18 Nov 2005 00:00:00 GMT"}};
+    EXPECT_EQ(stringToSign("GET", headers, "/b/k"),
+              "GET\n\n\nFri, 18 Nov 2005 00:00:00 GMT\nx-oss-date:Fri, 18 Nov 2005 00:00:00 GMT\n/b/k");
+    // The resource signs only sub-resources, sorted, with decoded values.
+    OSSQuery query = {{"uploadId", "0004B9894A22E5B1888A1E29F823****"}, {"partNumber", "3"}, {"max-parts", "2"},
+                      {"part-number-marker", "1"}, {"uploads", std::nullopt}};
     EXPECT_EQ(canonicalizedResource("b", "dir/ü x.mp4", query),
               "/b/dir/ü x.mp4?partNumber=3&uploadId=0004B9894A22E5B1888A1E29F823****&uploads");
     EXPECT_EQ(canonicalizedResource("b", "", {}), "/b/");
     EXPECT_EQ(canonicalizedResource("", "", {}), "/");
-}
-
-TEST(OSSSigner, DateLineTakesOssDateWhenPresent) {
-    foundation::Headers headers = {{"Date", "Thu, 17 Nov 2005 18:49:58 GMT"},
-                                   {"x-oss-date", "Fri, 18 Nov 2005 00:00:00 GMT"}};
-    EXPECT_EQ(stringToSign("GET", headers, "/b/k"),
-              "GET\n\n\nFri, 18 Nov 2005 00:00:00 GMT\nx-oss-date:Fri, 18 Nov 2005 00:00:00 GMT\n/b/k");
 }
 
 TEST(OSSSigner, FederationTokenIsSentAndSignedWithTheTemporaryPair) {
@@ -102,7 +95,7 @@ TEST(OSSSigner, CustomSignerResultAndErrorReachTheRequest) {
     EXPECT_EQ(error->code, -1001);
 }
 
-TEST(OSSEndpoint, SchemesHostsAndAddressing) {
+TEST(OSSEndpoint, SchemesHostsAddressingAndBucketNames) {
     std::string why;
     auto plain = parseEndpoint("oss-cn-hangzhou.aliyuncs.com", false, &why);
     ASSERT_TRUE(plain);
@@ -138,14 +131,13 @@ TEST(OSSEndpoint, SchemesHostsAndAddressing) {
     auto v6 = parseEndpoint("http://[::1]:9000", false, &why);
     ASSERT_TRUE(v6);
     EXPECT_EQ(buildUrl(*v6, "bkt", "k", {}), "http://[::1]:9000/bkt/k");
+
+    for (const auto& name : std::vector<std::string>{"abc", "quorvane-media", "a1-b2", std::string(63, 'x')})
+        EXPECT_TRUE(isValidBucketName(name)) << name;
+    for (const auto& name : std::vector<std::string>{"ab", std::string(64, 'x'), "-abc", "abc-", "Abc", "a_bc", "a.bc", "a bc"})
+        EXPECT_FALSE(isValidBucketName(name)) << name;
 }
 
-TEST(OSSEndpoint, BucketNamesFollowTheServicesRules) {
-    const std::vector<std::string> good = {"abc", "quorvane-media", "a1-b2", std::string(63, 'x')};
-    const std::vector<std::string> bad = {"ab", std::string(64, 'x'), "-abc", "abc-", "Abc", "a_bc", "a.bc", "a bc"};
-    for (const auto& name : good) EXPECT_TRUE(isValidBucketName(name)) << name;
-    for (const auto& name : bad) EXPECT_FALSE(isValidBucketName(name)) << name;
-}
 
 // V4's canonical forms, on the cases where they differ from V1's: every query parameter is signed and
 // encoded, empty values are bare names, the path is encoded segment by segment.
