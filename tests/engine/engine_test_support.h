@@ -15,19 +15,17 @@ inline VODUploadEngine& engineOf(const VODUploadClient& client) { return VODUplo
 
 // Reaches the client's private state so the tests can put it where a running queue would.
 struct VODUploadClientTestAccess {
-    static void setState(VODUploadEngine& c, VODClientState s) {
-        c.serially([&] { c.transitionTo(s); });
+    static void setState(VODUploadClient& c, VODClientState s) {
+        auto& e = engineOf(c);
+        e.serially([&] { e.transitionTo(s); });
     }
-    static void setCur(VODUploadEngine& c, std::shared_ptr<UploadFileInfo> f) {
-        c.serially([&] { c.upload_ = std::make_shared<VODFileUpload>(std::move(f)); });
+    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) {
+        auto& e = engineOf(c);
+        e.serially([&] { e.upload_ = std::make_shared<VODFileUpload>(std::move(f)); });
     }
-    static void setOpenApiConfig(VODUploadEngine& c, std::shared_ptr<OSSConfig> conf) {
-        c.serially([&] { c.openApiConfig_ = std::move(conf); });
-    }
-    static void setState(VODUploadClient& c, VODClientState s) { setState(engineOf(c), s); }
-    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) { setCur(engineOf(c), std::move(f)); }
     static void setOpenApiConfig(VODUploadClient& c, std::shared_ptr<OSSConfig> conf) {
-        setOpenApiConfig(engineOf(c), std::move(conf));
+        auto& e = engineOf(c);
+        e.serially([&] { e.openApiConfig_ = std::move(conf); });
     }
 };
 
