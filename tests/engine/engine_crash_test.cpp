@@ -12,7 +12,6 @@ extern char** environ;
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 namespace {
 

@@ -33,22 +33,27 @@ struct UploadAuthClient : ::testing::Test {
 
 }  // namespace
 
-TEST(UploadAuthText, ReadsEveryKeyAndPrefersNonEmptyExpireUTCTime) {
+TEST(UploadAuthText, ReadsTextKeysPrefersNonEmptyExpireUTCTimeAndNamesWhatIsMalformed) {
     auto parsed = parseUploadAuthText(encoded(kAuth));
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed.value->accessKeyId, "STS.id");
     EXPECT_EQ(parsed.value->securityToken, "token-1");
     EXPECT_EQ(parsed.value->expireTime(), "2030-01-01T00:00:00Z");
-
     Value emptyUtc = kAuth;
     emptyUtc["ExpireUTCTime"] = "";
     EXPECT_EQ(parseUploadAuthText(encoded(emptyUtc)).value->expireTime(), "3600");
     Value noUtc = kAuth;
     noUtc.erase("ExpireUTCTime");
     EXPECT_EQ(parseUploadAuthText(encoded(noUtc)).value->expireTime(), "3600");
-}
 
-TEST(UploadAuthText, MalformedTextsGiveTheirMessages) {
+    // Missing keys, and keys that are not texts, are absent.
+    parsed = parseUploadAuthText(encoded({{"AccessKeyId", "id"}, {"AccessKeySecret", 5}}));
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed.value->accessKeyId, "id");
+    EXPECT_EQ(parsed.value->accessKeySecret, std::nullopt);
+    EXPECT_EQ(parsed.value->securityToken, std::nullopt);
+    EXPECT_EQ(parsed.value->expireTime(), std::nullopt);
+
     EXPECT_EQ(parseUploadAuthText("not base64!").error, "upload auth format is error");
     EXPECT_EQ(parseUploadAuthText(base64Encode("{\"AccessKeyId\":")).error, "upload auth format is error.");
     EXPECT_EQ(parseUploadAuthText(base64Encode("[1,2]")).error, "upload auth format is error.");
@@ -57,31 +62,9 @@ TEST(UploadAuthText, MalformedTextsGiveTheirMessages) {
     EXPECT_EQ(parseUploadAddressText(base64Encode("Endpoint=x")).error, "upload address format is error.");
 }
 
-TEST(UploadAuthText, MissingOrNonTextKeysAreAbsent) {
-    auto parsed = parseUploadAuthText(encoded({{"AccessKeyId", "id"}, {"AccessKeySecret", 5}}));
-    ASSERT_TRUE(parsed);
-    EXPECT_EQ(parsed.value->accessKeyId, "id");
-    EXPECT_EQ(parsed.value->accessKeySecret, std::nullopt);
-    EXPECT_EQ(parsed.value->securityToken, std::nullopt);
-    EXPECT_EQ(parsed.value->expireTime(), std::nullopt);
-}
-
-TEST_F(UploadAuthClient, ParseUploadAuthStoresCredentialsAndNonEmptyRegion) {
-    OSSConfig config;
-    config.secretToken = "old";
-    Value partial = {{"AccessKeyId", "id"}, {"AccessKeySecret", "s"}, {"Region", ""}};
-    EXPECT_TRUE(engineOf(*client).parseUploadAuth(encoded(partial), config));
-    EXPECT_EQ(config.accessKeyId, "id");
-    EXPECT_EQ(config.secretToken, std::nullopt);  // an absent key clears the old value
-    EXPECT_EQ(client->region(), "cn-shanghai");
-
-    EXPECT_TRUE(engineOf(*client).parseUploadAuth(encoded(kAuth), config));
-    EXPECT_EQ(config.expireTime, "2030-01-01T00:00:00Z");
-    EXPECT_EQ(client->region(), "cn-beijing");
-    for (const auto& line : log.lines()) EXPECT_EQ(line.find("sts-secret"), std::string::npos) << line;
-}
-
-TEST_F(UploadAuthClient, MalformedAuthAndAddressAreRefusedWithTheirLogLines) {
+// Malformed texts are refused with their log lines; a good one stores its credentials and, when not
+// empty, its region, and the secret never reaches the log.
+TEST_F(UploadAuthClient, ParseUploadAuthAndAddressStoreWhatIsWellFormed) {
     OSSConfig config;
     EXPECT_FALSE(engineOf(*client).parseUploadAuth("***", config));
     EXPECT_FALSE(engineOf(*client).parseUploadAuth(base64Encode("{oops"), config));
@@ -93,6 +76,18 @@ TEST_F(UploadAuthClient, MalformedAuthAndAddressAreRefusedWithTheirLogLines) {
     EXPECT_FALSE(config.accessKeyId);
     EXPECT_FALSE(file->endpoint);
     EXPECT_FALSE(engineOf(*client).curUploadAddress());
+
+    config.secretToken = "old";
+    Value partial = {{"AccessKeyId", "id"}, {"AccessKeySecret", "s"}, {"Region", ""}};
+    EXPECT_TRUE(engineOf(*client).parseUploadAuth(encoded(partial), config));
+    EXPECT_EQ(config.accessKeyId, "id");
+    EXPECT_EQ(config.secretToken, std::nullopt);  // an absent key clears the old value
+    EXPECT_EQ(client->region(), "cn-shanghai");
+
+    EXPECT_TRUE(engineOf(*client).parseUploadAuth(encoded(kAuth), config));
+    EXPECT_EQ(config.expireTime, "2030-01-01T00:00:00Z");
+    EXPECT_EQ(client->region(), "cn-beijing");
+    for (const auto& line : log.lines()) EXPECT_EQ(line.find("sts-secret"), std::string::npos) << line;
 }
 
 TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
