@@ -7,7 +7,6 @@
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 using SVideoCancel = SVideoCloudTest;
 
@@ -62,12 +61,9 @@ TEST_P(SVideoRestart, NewJobStartedRightAfterACancelIsTheOnlyOneHeardFrom) {
     EXPECT_EQ(delegate->successes()[0].imageUrl, heard.imageUrl);
 
     // The video and the cover the delegate names are the second job's, both stored whole.
-    const auto videos = cloud.videos();
-    const auto video =
-        std::find_if(videos.begin(), videos.end(), [&](const auto& v) { return v.videoId == heard.videoId; });
-    ASSERT_NE(video, videos.end());
-    EXPECT_EQ(cloud.objectBytes(video->bucket, video->objectKey), bytesOf(clip));
-    EXPECT_EQ(video->params.value("CoverURL", ""), heard.imageUrl.value_or("-"));
+    const auto video = videoWithId(heard.videoId);
+    EXPECT_EQ(cloud.objectBytes(video.bucket, video.objectKey), bytesOf(clip));
+    EXPECT_EQ(video.params.value("CoverURL", ""), heard.imageUrl.value_or("-"));
     const auto images = cloud.images();
     const auto image =
         std::find_if(images.begin(), images.end(), [&](const auto& i) { return i.imageURL == heard.imageUrl; });

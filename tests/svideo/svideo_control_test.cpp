@@ -3,7 +3,6 @@
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 using SVideoControl = SVideoCloudTest;
 
@@ -65,27 +64,25 @@ TEST_F(SVideoControl, PauseDuringASlotRequestStoresTheReplyAndParksTheJob) {
     EXPECT_EQ(delegate->count("result"), 0);
 }
 
-TEST_F(SVideoControl, ExpiredImageSlotWaitsForNewCredentials) {
+// An expired image slot waits for new credentials; an expired video slot (step 4) is asked for again
+// by a resume.
+TEST_F(SVideoControl, ExpiredSlotsAreAskedForAgainWithNewCredentialsOrOnResume) {
     cloud.addFault(Fault::error("CreateUploadImage", 403, kExpired, "Specified SecurityToken is expired."));
+    cloud.addFault(Fault::error("CreateUploadVideo", 403, kExpired));
     ASSERT_TRUE(start());
     ASSERT_TRUE(delegate->waitFor("expired"));
     EXPECT_TRUE(idle());
     EXPECT_EQ(delegate->count("failed"), 0);
     refresh();
-    ASSERT_TRUE(delegate->waitFor("result"));
-    EXPECT_EQ(delegate->count("expired"), 1);
-    EXPECT_EQ(cloud.images().size(), 1u);
-    EXPECT_EQ(cloud.videos().size(), 1u);
-}
-
-TEST_F(SVideoControl, ResumingFromStepFourAsksForTheVideoSlot) {
-    cloud.addFault(Fault::error("CreateUploadVideo", 403, kExpired));
-    ASSERT_TRUE(start());
-    ASSERT_TRUE(delegate->waitFor("expired"));
+    ASSERT_TRUE(delegate->waitFor("expired", 2));
+    EXPECT_EQ(client->step(), 4);
     client->pause();
     client->resume();
     ASSERT_TRUE(delegate->waitFor("result"));
+    EXPECT_EQ(delegate->count("expired"), 2);
     EXPECT_EQ(cloud.requests("CreateUploadVideo").size(), 2u);
+    EXPECT_EQ(cloud.images().size(), 1u);
+    ASSERT_EQ(cloud.videos().size(), 1u);
     EXPECT_EQ(cloud.objectBytes(cloud.videos().at(0).bucket, cloud.videos().at(0).objectKey), bytesOf(clip));
 }
 

@@ -11,13 +11,13 @@ namespace {
 class SVideoEnvironment : public ::testing::Environment {
 public:
     void SetUp() override {
-        dir_ = std::make_unique<quorvane::test::ScratchDir>();
+        dir_ = std::make_unique<quorvane::test::TempDir>();
         quorvane::foundation::UserDefaults::setStandardPath(dir_->file("user-defaults.json"));
     }
     void TearDown() override { dir_.reset(); }
 
 private:
-    std::unique_ptr<quorvane::test::ScratchDir> dir_;
+    std::unique_ptr<quorvane::test::TempDir> dir_;
 };
 
 const auto* const registered = ::testing::AddGlobalTestEnvironment(new SVideoEnvironment);
