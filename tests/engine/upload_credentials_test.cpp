@@ -90,7 +90,7 @@ TEST_F(UploadAuthClient, ParseUploadAuthAndAddressStoreWhatIsWellFormed) {
     for (const auto& line : log.lines()) EXPECT_EQ(line.find("sts-secret"), std::string::npos) << line;
 }
 
-TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
+TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFileUnlessARememberedVideoNamesIt) {
     test::TempDir dir;
     auto file = std::make_shared<UploadFileInfo>();
     file->filePath = dir.file("fresh.mp4");
@@ -109,8 +109,20 @@ TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
     EXPECT_EQ(file->bucket, "b");
     EXPECT_EQ(file->object, "sv/1.mp4");
     EXPECT_EQ(engineOf(*client).curUploadAddress(), address);
-    EXPECT_EQ(VODObjectCache::sharedCache().getObjectWithPath(file->filePath)->object, "sv/1.mp4");
-    VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
+    auto& cache = VODObjectCache::sharedCache();
+    auto entry = cache.getObjectWithPath(file->filePath);
+    EXPECT_EQ(entry->object, "sv/1.mp4");
+
+    // The remembered object wins over the service's name only once it has a video id.
+    std::string another = encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/new.mp4"}});
+    ASSERT_TRUE(engineOf(*client).parseUploadAddress(another, file));
+    EXPECT_EQ(file->object, "sv/new.mp4");
+    entry->object = "sv/earlier.mp4";
+    entry->videoId = "vid-9";
+    cache.saveObject(entry, file->filePath);
+    ASSERT_TRUE(engineOf(*client).parseUploadAddress(another, file));
+    EXPECT_EQ(file->object, "sv/earlier.mp4");
+    cache.clearObjectWithPath(file->filePath);
 }
 
 // A host's own resume cache is the one its clients read and write; the process-wide one is left alone.
@@ -133,28 +145,4 @@ TEST(UploadAddress, GoesIntoTheResumeCacheTheHostGave) {
     // Stored in the host's file: a cache opened on it later finds the object again.
     VODObjectCache reopened(std::make_shared<foundation::UserDefaults>(dir.file("defaults.json")));
     EXPECT_EQ(reopened.getObjectWithPath(file->filePath)->object, "sv/own.mp4");
-}
-
-TEST(UploadAddress, CachedObjectWinsOnlyWithAVideoId) {
-    test::TempDir dir;
-    auto client = VODUploadClient::create();
-    auto file = std::make_shared<UploadFileInfo>();
-    file->filePath = dir.file("again.mp4");
-    test::writeFile(file->filePath, "0123456789");
-    VODUploadClientTestAccess::setCur(*client, file);
-    auto& cache = VODObjectCache::sharedCache();
-    auto entry = cache.getObjectWithPath(file->filePath);
-    entry->object = "sv/earlier.mp4";
-    cache.saveObject(entry, file->filePath);
-
-    std::string address = encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/new.mp4"}});
-    ASSERT_TRUE(engineOf(*client).parseUploadAddress(address, file));
-    EXPECT_EQ(file->object, "sv/new.mp4");  // no video id yet: the service's name is taken
-
-    entry->object = "sv/earlier.mp4";
-    entry->videoId = "vid-9";
-    cache.saveObject(entry, file->filePath);
-    ASSERT_TRUE(engineOf(*client).parseUploadAddress(address, file));
-    EXPECT_EQ(file->object, "sv/earlier.mp4");
-    cache.clearObjectWithPath(file->filePath);
 }
