@@ -130,7 +130,8 @@ TEST_F(SVideoCancel, CancelFromAProgressCallbackStopsTheClipQuietlyAndTheNextJob
 
 struct StepFailure {
     const char* name;
-    int step;  // the step the job is in when it fails
+    std::string op;  // the request refused
+    bool inClip;     // an UploadPart of the clip (after the cover's parts and the clip's first), not the cover
     std::string code, message;
 };
 
@@ -140,22 +141,9 @@ class SVideoStepFailure : public SVideoCloudTest, public ::testing::WithParamInt
 
 TEST_P(SVideoStepFailure, ReachesTheDelegateOnceAndTheNextJobRuns) {
     const StepFailure& failure = GetParam();
-    switch (failure.step) {
-    case 1:
-        cloud.addFault(Fault::error("CreateUploadImage", 400, failure.code, failure.message));
-        break;
-    case 3:
-        cloud.addFault(Fault::error("UploadPart", 400, failure.code, failure.message));
-        break;
-    case 5:
-        cloud.addFault(Fault::error("CreateUploadVideo", 400, failure.code, failure.message));
-        break;
-    default: {
-        std::vector<Fault> script(coverParts() + 1, Fault::delay("UploadPart", 0));
-        script.push_back(Fault::error("UploadPart", 400, failure.code, failure.message));
-        cloud.addFaults(script);
-    }
-    }
+    std::vector<Fault> script(failure.inClip ? coverParts() + 1 : 0, Fault::delay("UploadPart", 0));
+    script.push_back(Fault::error(failure.op, 400, failure.code, failure.message));
+    cloud.addFaults(script);
     ASSERT_TRUE(start());
     ASSERT_TRUE(delegate->waitFor("failed"));
     EXPECT_EQ(delegate->failures().at(0), std::make_pair(failure.code, failure.message));
@@ -172,8 +160,9 @@ TEST_P(SVideoStepFailure, ReachesTheDelegateOnceAndTheNextJobRuns) {
 
 INSTANTIATE_TEST_SUITE_P(
     EachStep, SVideoStepFailure,
-    ::testing::Values(StepFailure{"ImageSlot", 1, "InvalidParameter", "The image slot was refused."},
-                      StepFailure{"CoverUpload", 3, "InvalidArgument", "The cover part was refused."},
-                      StepFailure{"VideoSlot", 5, "InvalidParameter", "The video slot was refused."},
-                      StepFailure{"ClipUpload", 7, "InvalidArgument", "The clip part was refused."}),
+    ::testing::Values(
+        StepFailure{"ImageSlot", "CreateUploadImage", false, "InvalidParameter", "The image slot was refused."},
+        StepFailure{"CoverUpload", "UploadPart", false, "InvalidArgument", "The cover part was refused."},
+        StepFailure{"VideoSlot", "CreateUploadVideo", false, "InvalidParameter", "The video slot was refused."},
+        StepFailure{"ClipUpload", "UploadPart", true, "InvalidArgument", "The clip part was refused."}),
     [](const auto& info) { return std::string(info.param.name); });
