@@ -32,11 +32,6 @@ namespace test {
 using namespace std::chrono_literals;
 using emulator::Fault;
 
-// Waits on the main loop (class-3 outcomes are delivered there) until `done` holds.
-inline bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = 60s) {
-    return foundation::MainLoop::instance().runUntil(done, timeout);
-}
-
 // Every listener call, in order, as "started", "progress", "success", "finish", "failure",
 // "expire", "retry", "retryResume". Callbacks arrive on worker threads.
 class RecordingListener {

@@ -28,11 +28,6 @@ namespace test {
 using namespace std::chrono_literals;
 using emulator::Fault;
 
-// Waits on the main loop (the engine moves on after a cancel there) until `done` holds.
-inline bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = 90s) {
-    return foundation::MainLoop::instance().runUntil(done, timeout);
-}
-
 // Waits without running the main loop, so that what the engine would do there stays undone meanwhile.
 inline bool waitHoldingMainLoop(const std::function<bool()>& done, std::chrono::milliseconds timeout = 90s) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
