@@ -116,6 +116,18 @@ inline std::map<std::string, std::string> argsOf(const Value& event) {
     return out;
 }
 
+// UploadPart requests `cloud` stored (of one upload, when given), by part number.
+inline std::map<int, int> partsStored(const emulator::CloudEmulator& cloud, const std::string& uploadId = "") {
+    std::map<int, int> counts;
+    for (const auto& r : cloud.requests("UploadPart")) {
+        if (r.status != 200) continue;
+        if (!uploadId.empty() && r.query.find("uploadId=" + uploadId) == std::string::npos) continue;
+        auto at = r.query.find("partNumber=");
+        if (at != std::string::npos) ++counts[std::stoi(r.query.substr(at + 11))];
+    }
+    return counts;
+}
+
 // A started emulator with the video service and the log service pointed at it.
 class EngineCloudTest : public ::testing::Test {
 protected:
@@ -164,17 +176,7 @@ protected:
         return client->addFile(path, std::move(info)) && client->start();
     }
 
-    // UploadPart requests the service stored, by part number.
-    std::map<int, int> storedParts(const std::string& uploadId = "") const {
-        std::map<int, int> counts;
-        for (const auto& r : cloud.requests("UploadPart")) {
-            if (r.status != 200) continue;
-            if (!uploadId.empty() && r.query.find("uploadId=" + uploadId) == std::string::npos) continue;
-            auto at = r.query.find("partNumber=");
-            if (at != std::string::npos) ++counts[std::stoi(r.query.substr(at + 11))];
-        }
-        return counts;
-    }
+    std::map<int, int> storedParts(const std::string& uploadId = "") const { return partsStored(cloud, uploadId); }
 
     // Multipart uploads the service still holds open (neither completed nor aborted).
     std::size_t openUploads() const {
