@@ -190,6 +190,16 @@ TEST_F(SinglePut, APausedPutIsSentAgainWholeOnResume) {
     EXPECT_EQ(openUploads(), 0u);
 }
 
+// The check must not cost a good upload anything: an untouched file held the same way still goes up
+// whole (without this, a hold alone failing every file would pass the tests above).
+TEST_F(FileIntegrity, UntouchedFileStillGoesUpWhole) {
+    auto path = makeFile("still.bin", randomBytes(3 * kMiB + 5, 4));
+    initChangingAtFirstProgress([] {});
+    ASSERT_TRUE(addAndStart(path, "in/still.bin"));
+    ASSERT_TRUE(listener.waitFor("finish"));
+    EXPECT_EQ(cloud.objectBytes(bucket(), "in/still.bin"), randomBytes(3 * kMiB + 5, 4));
+}
+
 // Runs that an earlier, interrupted run left a record for.
 class RecordedUpload : public EngineCloudTest {
 protected:
