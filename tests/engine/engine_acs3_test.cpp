@@ -1,10 +1,6 @@
 // An engine whose configuration selects ACS3-HMAC-SHA256 signs every video-service call that way,
 // and the service (the emulator, with its own checker) accepts them end to end.
-#include "VODUpload/src/VODObjectCache.h"
-#include "VODUpload/src/VodInfo.h"
 #include "engine_cloud_support.h"
-#include "foundation/temp_files.h"
-#include "support/media_files.h"
 
 using namespace quorvane;
 using namespace quorvane::test;
@@ -14,14 +10,9 @@ protected:
     void SetUp() override {
         EngineCloudTest::SetUp();
         client->stop();
-        VODServiceConfig config;
-        config.vodBaseUrl = cloud.endpoint() + "/";
-        config.logServiceEndpoint = cloud.endpoint();
+        auto config = VODServiceConfig::current();
         config.signatureVersion = VODSignatureVersion::Acs3HmacSha256;
-        client = VODUploadClient::create(config);
-        engineOf(*client).eventManager()->setTransport(events);
-        client->setRecordDirectoryPath(dir.file("records"));
-        engineOf(*client).setRetryWait(20ms);
+        useClient(VODUploadClient::create(config));
         clip = makeFile("clip.mp4", "");
         ASSERT_TRUE(writeClip(clip, ClipSpec{.bitRate = 2000000}));
         info = std::make_shared<VodInfo>();
@@ -51,15 +42,17 @@ protected:
 
 TEST_F(Acs3Engine, RefreshCreateAndImageGoSignedAcs3AndTheFilesArrive) {
     ASSERT_TRUE(initSts(client));
-    // A video id the service no longer knows: the engine refreshes first, then creates.
+    client->setTranscode(false);
+    client->setWorkflowId(std::string("wf-9"));
+    info->templateGroupId = "tg-1";
+    // A video id the service no longer knows: the engine refreshes first, then creates afresh.
     auto stale = std::make_shared<VODObject>();
     stale->videoId = "0123456789abcdef0123456789abcdef";
     stale->object = "sv/gone/gone.mp4";
     VODObjectCache::sharedCache().saveObject(stale, clip);
     auto photo = makeFile("photo.png", randomBytes(64 << 10, 5));
     ASSERT_TRUE(client->addFile(clip, info));
-    ASSERT_TRUE(client->addFile(photo, info));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(photo, info));
     ASSERT_TRUE(listener.waitFor("finish", 2)) << ::testing::PrintToString(listener.failures());
 
     // The refresh passed the signature check: the service answered about the video itself.
@@ -71,6 +64,11 @@ TEST_F(Acs3Engine, RefreshCreateAndImageGoSignedAcs3AndTheFilesArrive) {
     ASSERT_EQ(images.size(), 1u);
     EXPECT_EQ(videos[0].title, "a clip");
     EXPECT_EQ(videos[0].params.value("Description", ""), "x & y");
+    EXPECT_EQ(listener.results().at(0).videoId, videos[0].videoId);
+    // The template group takes the place of "NoTranscode", and the workflow is sent.
+    EXPECT_EQ(videos[0].params.value("TemplateGroupId", ""), "tg-1");
+    EXPECT_FALSE(videos[0].params.contains("TranscodeMode"));
+    EXPECT_EQ(videos[0].params.value("WorkflowId", ""), "wf-9");
     EXPECT_EQ(cloud.objectBytes(videos[0].bucket, videos[0].objectKey), foundation::readFile(clip).value_or(""));
     EXPECT_EQ(cloud.objectBytes(images[0].bucket, images[0].objectKey), randomBytes(64 << 10, 5));
 }
@@ -78,8 +76,7 @@ TEST_F(Acs3Engine, RefreshCreateAndImageGoSignedAcs3AndTheFilesArrive) {
 TEST_F(Acs3Engine, WrongSecretFailsTheFileWithTheSignatureCode) {
     ASSERT_TRUE(client->init(sts.AccessKeyId, sts.AccessKeySecret + "x", sts.SecurityToken, sts.Expiration,
                              listener.make()));
-    ASSERT_TRUE(client->addFile(clip, info));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(clip, info));
     ASSERT_TRUE(listener.waitFor("failure"));
     EXPECT_EQ(listener.failures().at(0).first, "SignatureDoesNotMatch");
     EXPECT_TRUE(cloud.videos().empty());

@@ -9,63 +9,56 @@
 #include <functional>
 #include <map>
 #include <mutex>
-#include <random>
 #include <string>
 #include <thread>
+#include <type_traits>
 #include <vector>
 
 #include "VODUpload/src/AVCVEventTransport.h"
+#include "VODUpload/src/VODObjectCache.h"
 #include "VODUpload/src/VODUploadEngine.h"
+#include "VODUpload/src/VodInfo.h"
 #include "device/reachability_test_support.h"
 #include "emulator/cloud_emulator.h"
 #include "engine_test_support.h"
 #include "foundation/dispatch.h"
+#include "foundation/temp_files.h"
 #include "support/cloud_services.h"
+#include "support/media_files.h"
 
 namespace quorvane {
 namespace test {
 
 using namespace std::chrono_literals;
-
-// Waits on the main loop (class-3 outcomes are delivered there) until `done` holds.
-inline bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = 60s) {
-    return foundation::MainLoop::instance().runUntil(done, timeout);
-}
+using emulator::Fault;
 
 // Every listener call, in order, as "started", "progress", "success", "finish", "failure",
 // "expire", "retry", "retryResume". Callbacks arrive on worker threads.
 class RecordingListener {
 public:
+    struct Call {
+        std::string name, file, code, message;
+        UploadFileState state;  // the file's, as the listener saw it
+        VodUploadResult result;
+    };
+
     std::shared_ptr<VODUploadListener> make() {
         auto l = std::make_shared<VODUploadListener>();
         l->started = [this](const auto& f) { add("started", f); };
         l->success = [this](const auto& f) { add("success", f); };
-        l->finish = [this](const auto& f, const VodUploadResult& r) {
-            std::lock_guard lock(mutex_);
-            results_.push_back(r);
-            addLocked("finish", f);
-        };
+        l->finish = [this](const auto& f, const VodUploadResult& r) { add("finish", f, {}, {}, r); };
         l->failure = [this](const auto& f, const std::string& code, const std::string& message) {
-            std::lock_guard lock(mutex_);
-            failures_.push_back({code, message});
-            failureStates_.push_back(f ? f->state.load() : UploadFileState::Ready);
-            addLocked("failure", f);
+            add("failure", f, code, message);
         };
-        l->progress = [this](const auto& f, long sent, long total) {
-            std::lock_guard lock(mutex_);
-            lastProgress_ = {sent, total};
-            addLocked("progress", f);
-        };
+        l->progress = [this](const auto& f, long, long) { add("progress", f); };
         l->expire = [this] { add("expire", nullptr); };
         l->retry = [this] { add("retry", nullptr); };
         l->retryResume = [this] { add("retryResume", nullptr); };
         return l;
     }
 
-    std::vector<std::string> events() const {
-        std::lock_guard lock(mutex_);
-        return events_;
-    }
+    std::vector<std::string> events() const { return each([](const Call& c) { return c.name; }); }
+    std::vector<std::string> files() const { return each([](const Call& c) { return c.file; }); }
     // The events with consecutive "progress" entries folded into one.
     std::vector<std::string> folded() const {
         std::vector<std::string> out;
@@ -74,48 +67,38 @@ public:
         return out;
     }
     int count(const std::string& name) const {
-        std::lock_guard lock(mutex_);
-        return static_cast<int>(std::count(events_.begin(), events_.end(), name));
+        const auto names = events();
+        return static_cast<int>(std::count(names.begin(), names.end(), name));
     }
     bool waitFor(const std::string& name, int times = 1, std::chrono::milliseconds timeout = 90s) const {
         return waitUntil([&] { return count(name) >= times; }, timeout);
     }
-    std::vector<VodUploadResult> results() const {
-        std::lock_guard lock(mutex_);
-        return results_;
-    }
+    std::vector<VodUploadResult> results() const { return each([](const Call& c) { return c.result; }, "finish"); }
     std::vector<std::pair<std::string, std::string>> failures() const {
-        std::lock_guard lock(mutex_);
-        return failures_;
+        return each([](const Call& c) { return std::make_pair(c.code, c.message); }, "failure");
     }
-    // The failed file's state as the listener saw it during each failure call.
-    std::vector<UploadFileState> failureStates() const {
-        std::lock_guard lock(mutex_);
-        return failureStates_;
-    }
-    std::vector<std::string> files() const {
-        std::lock_guard lock(mutex_);
-        return files_;
-    }
+    std::vector<UploadFileState> failureStates() const { return each([](const Call& c) { return c.state; }, "failure"); }
 
 private:
-    void add(const char* name, const std::shared_ptr<UploadFileInfo>& f) {
+    void add(const char* name, const std::shared_ptr<UploadFileInfo>& f, std::string code = {},
+             std::string message = {}, VodUploadResult result = {}) {
+        Call call{name, f ? f->filePath : "", std::move(code), std::move(message),
+                  f ? f->state.load() : UploadFileState::Ready, std::move(result)};
         std::lock_guard lock(mutex_);
-        addLocked(name, f);
+        calls_.push_back(std::move(call));
     }
-    void addLocked(const char* name, const std::shared_ptr<UploadFileInfo>& f) {
-        events_.push_back(name);
-        files_.push_back(f ? f->filePath : "");
+    // `pick` of every call, or of the calls of one name.
+    template <typename Pick>
+    std::vector<std::invoke_result_t<Pick, const Call&>> each(Pick pick, const std::string& name = "") const {
+        std::lock_guard lock(mutex_);
+        std::vector<std::invoke_result_t<Pick, const Call&>> out;
+        for (const auto& c : calls_)
+            if (name.empty() || c.name == name) out.push_back(pick(c));
+        return out;
     }
     mutable std::mutex mutex_;
-    std::vector<std::string> events_;
-    std::vector<std::string> files_;
-    std::vector<VodUploadResult> results_;
-    std::vector<std::pair<std::string, std::string>> failures_;
-    std::vector<UploadFileState> failureStates_;
-    std::pair<long, long> lastProgress_{0, 0};
+    std::vector<Call> calls_;
 };
-
 
 // "a=1&b=2" as a dictionary of texts.
 inline std::map<std::string, std::string> argsOf(const Value& event) {
@@ -131,6 +114,18 @@ inline std::map<std::string, std::string> argsOf(const Value& event) {
         start = end + 1;
     }
     return out;
+}
+
+// UploadPart requests `cloud` stored (of one upload, when given), by part number.
+inline std::map<int, int> partsStored(const emulator::CloudEmulator& cloud, const std::string& uploadId = "") {
+    std::map<int, int> counts;
+    for (const auto& r : cloud.requests("UploadPart")) {
+        if (r.status != 200) continue;
+        if (!uploadId.empty() && r.query.find("uploadId=" + uploadId) == std::string::npos) continue;
+        auto at = r.query.find("partNumber=");
+        if (at != std::string::npos) ++counts[std::stoi(r.query.substr(at + 11))];
+    }
+    return counts;
 }
 
 // A started emulator with the video service and the log service pointed at it.
@@ -173,17 +168,15 @@ protected:
 
     std::string bucket() const { return cloud.options().bucket; }
 
-    // UploadPart requests the service stored, by part number.
-    std::map<int, int> storedParts(const std::string& uploadId = "") const {
-        std::map<int, int> counts;
-        for (const auto& r : cloud.requests("UploadPart")) {
-            if (r.status != 200) continue;
-            if (!uploadId.empty() && r.query.find("uploadId=" + uploadId) == std::string::npos) continue;
-            auto at = r.query.find("partNumber=");
-            if (at != std::string::npos) ++counts[std::stoi(r.query.substr(at + 11))];
-        }
-        return counts;
+    // Queues `path` for `key` on the emulator's storage (or for the video service with `info`), then starts.
+    bool addAndStart(const std::string& path, const std::string& key) {
+        return client->addFile(path, cloud.endpoint(), bucket(), key) && client->start();
     }
+    bool addAndStart(const std::string& path, std::shared_ptr<VodInfo> info) {
+        return client->addFile(path, std::move(info)) && client->start();
+    }
+
+    std::map<int, int> storedParts(const std::string& uploadId = "") const { return partsStored(cloud, uploadId); }
 
     // Multipart uploads the service still holds open (neither completed nor aborted).
     std::size_t openUploads() const {

@@ -12,7 +12,6 @@ extern char** environ;
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 namespace {
 
@@ -94,23 +93,17 @@ TEST_F(CrashSafety, KilledUploadIsFinishedByTheNextProcessWithoutResendingStored
                                      sts.SecurityToken, sts.Expiration},
             dir.file("defaults.json"));
     };
-    auto stored = [&] {
-        std::map<int, int> parts;
-        for (const auto& r : cloud.requests("UploadPart"))
-            if (r.status == 200) ++parts[std::stoi(r.query.substr(r.query.find("partNumber=") + 11))];
-        return parts;
-    };
 
     // Slow parts, so the kill lands in the middle of the upload.
     for (int i = 0; i < 40; ++i) cloud.addFault(Fault::delay("UploadPart", 400));
     auto first = run();
     ASSERT_TRUE(first->started());
     auto until = std::chrono::steady_clock::now() + 120s;
-    while (stored().size() < 4 && std::chrono::steady_clock::now() < until) std::this_thread::sleep_for(20ms);
+    while (partsStored(cloud).size() < 4 && std::chrono::steady_clock::now() < until) std::this_thread::sleep_for(20ms);
     first->kill();
     first->wait();
     cloud.clearFaults();
-    const auto beforeCrash = stored();
+    const auto beforeCrash = partsStored(cloud);
     ASSERT_GE(beforeCrash.size(), 4u);
     ASSERT_LT(beforeCrash.size(), 12u) << "the upload ended before the kill";
 
@@ -122,7 +115,7 @@ TEST_F(CrashSafety, KilledUploadIsFinishedByTheNextProcessWithoutResendingStored
     // What the first process had stored (also a part whose answer the kill swallowed) was taken
     // over. Only a part in flight at the kill (three at most) may have been stored twice: by the
     // service after the kill, once its bytes had all arrived, and again by the new process.
-    const auto after = stored();
+    const auto after = partsStored(cloud);
     EXPECT_EQ(after.size(), 12u);
     for (const auto& [part, times] : beforeCrash) EXPECT_EQ(after.at(part), 1) << "part " << part << " sent again";
     std::size_t storedTwice = 0;

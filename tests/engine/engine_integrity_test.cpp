@@ -1,6 +1,6 @@
 // What the engine stores is exactly the file, or the file fails: a file changed during its upload, a
-// recorded upload the service no longer has, records made for another service, records that are not
-// records, and uploads left behind by records that are dropped.
+// recorded upload the service no longer has, records made for another service or key, records that are
+// not records, and uploads left behind by records that are dropped.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -8,18 +8,13 @@
 #include <atomic>
 #include <fstream>
 
-#include "VODUpload/src/VODObjectCache.h"
-#include "VODUpload/src/VodInfo.h"
 #include "engine_cloud_support.h"
 #include "foundation/http_client.h"
-#include "foundation/temp_files.h"
 #include "oss/credential_provider.h"
 #include "oss/oss_checkpoint.h"
-#include "support/media_files.h"
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 namespace {
 
@@ -108,8 +103,7 @@ TEST_P(ChangedFile, FailsTheFile) {
         else
             append(path, kMiB);
     });
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), key));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(path, key));
     // How many parts went before the check saw the change depends on how soon the progress call ran:
     // not counted here, so a loaded machine cannot fail the test.
     expectFailedAsChanged(bucket(), key);
@@ -133,8 +127,7 @@ TEST_F(FileIntegrity, ChangeBeforeARetryFailsTheRetry) {
                      Fault::error("UploadPart", 503, "ServiceUnavailable"),
                      Fault::error("UploadPart", 503, "ServiceUnavailable")});
     client->setMaxRetryCount(3);
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/retried.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(path, "in/retried.bin"));
     expectFailedAsChanged(bucket(), "in/retried.bin");
     EXPECT_EQ(listener.count("retry"), 1);
 }
@@ -148,8 +141,7 @@ TEST_F(FileIntegrity, VideoRegisteredWithTheServiceFailsTheSameWay) {
     initChangingAtFirstProgress([&] { rewriteKeepingSizeAndMtime(clip, 2 * 102400 + 10, 8192); });
     auto info = std::make_shared<VodInfo>();
     info->title = "changing clip";
-    ASSERT_TRUE(client->addFile(clip, info));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(clip, info));
     ASSERT_TRUE(waitForEnd(listener));
     const auto videos = cloud.videos();
     ASSERT_EQ(videos.size(), 1u);
@@ -176,8 +168,7 @@ protected:
 TEST_F(SinglePut, AFileChangedWhileItIsSentIsNotStored) {
     auto path = makeFile("small.bin", randomBytes(kMiB, 5));
     initChangingAtFirstProgress([&] { rewriteKeepingSizeAndMtime(path, kMiB - 4096, 4096); });
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/small.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(path, "in/small.bin"));
     expectFailedAsChanged(bucket(), "in/small.bin");
     EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());
 }
@@ -186,8 +177,7 @@ TEST_F(SinglePut, APausedPutIsSentAgainWholeOnResume) {
     auto bytes = randomBytes(kMiB, 6);
     auto path = makeFile("paused.bin", bytes);
     initWith([](VODUploadListener&) {});
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/paused.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(path, "in/paused.bin"));
     ASSERT_TRUE(waitUntil([&] { return listener.count("progress") > 0; }, 30s));
     ASSERT_TRUE(client->pause());
     EXPECT_EQ(client->listFiles().at(0)->state, UploadFileState::Uploading);
@@ -200,12 +190,12 @@ TEST_F(SinglePut, APausedPutIsSentAgainWholeOnResume) {
     EXPECT_EQ(openUploads(), 0u);
 }
 
-// The check must not cost a good upload anything: an untouched file still goes up whole.
+// The check must not cost a good upload anything: an untouched file held the same way still goes up
+// whole (without this, a hold alone failing every file would pass the tests above).
 TEST_F(FileIntegrity, UntouchedFileStillGoesUpWhole) {
     auto path = makeFile("still.bin", randomBytes(3 * kMiB + 5, 4));
     initChangingAtFirstProgress([] {});
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/still.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(path, "in/still.bin"));
     ASSERT_TRUE(listener.waitFor("finish"));
     EXPECT_EQ(cloud.objectBytes(bucket(), "in/still.bin"), randomBytes(3 * kMiB + 5, 4));
 }
@@ -215,14 +205,12 @@ class RecordedUpload : public EngineCloudTest {
 protected:
     // The first run stores part 1, then its credentials "expire" and the process goes away: the record
     // names an open upload holding part 1. Returns that upload's id.
-    std::string interruptedRun(const std::string& path, const std::string& key,
-                               const std::string& endpoint = {}) {
+    std::string interruptedRun(const std::string& path, const std::string& key) {
         EXPECT_TRUE(initSts(client));
         VODUploadEngineTestAccess::setMaxConcurrentParts(*client, 1);
         cloud.addFaults({Fault::delay("UploadPart", 0), Fault::error("UploadPart", 403, "SecurityTokenExpired")});
         const int expiredBefore = listener.count("expire");
-        EXPECT_TRUE(client->addFile(path, endpoint.empty() ? cloud.endpoint() : endpoint, bucket(), key));
-        EXPECT_TRUE(client->start());
+        EXPECT_TRUE(addAndStart(path, key));
         EXPECT_TRUE(listener.waitFor("expire", expiredBefore + 1));
         client.reset();
         cloud.clearFaults();
@@ -232,21 +220,32 @@ protected:
         return {};
     }
 
-    // A second process: a new client on the same record directory. `restarts` counts its restarted
-    // calls, `resumed` (when given) gets the bytes of each resumed call.
-    std::shared_ptr<VODUploadClient> secondRun(RecordingListener& again, std::shared_ptr<std::atomic<int>> restarts,
-                                               std::shared_ptr<std::vector<std::uint64_t>> resumed = nullptr,
-                                               emulator::CloudEmulator* service = nullptr) {
+    // What a second process heard: a new client on the same record directory.
+    struct Rerun {
+        RecordingListener listener;
+        std::atomic<int> restarts{0};
+        std::vector<std::uint64_t> resumed;  // the bytes of each resumed call
+    };
+    // The second process uploads `path` to `key` on `service` (the fixture's cloud when not given)
+    // until the file is done.
+    void runAgain(Rerun& run, const std::string& path, const std::string& key,
+                  emulator::CloudEmulator* service = nullptr) {
+        auto& to = service ? *service : cloud;
         auto next = VODUploadClient::create();
         next->setRecordDirectoryPath(dir.file("records"));
         engineOf(*next).setRetryWait(20ms);
-        auto l = again.make();
-        l->restarted = [restarts](const auto&, const std::string&) { ++*restarts; };
+        auto l = run.listener.make();
+        l->restarted = [&run](const auto&, const std::string&) { ++run.restarts; };
         // Called on the engine's queue only, one call at a time.
-        if (resumed) l->resumed = [resumed](const auto&, std::uint64_t stored) { resumed->push_back(stored); };
-        auto fresh = (service ? *service : cloud).issueSts();
-        EXPECT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration, l));
-        return next;
+        l->resumed = [&run](const auto&, std::uint64_t stored) { run.resumed.push_back(stored); };
+        auto fresh = to.issueSts();
+        ASSERT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration, l));
+        ASSERT_TRUE(next->addFile(path, to.endpoint(), to.options().bucket, key));
+        ASSERT_TRUE(next->start());
+        ASSERT_TRUE(waitForEnd(run.listener));
+        ASSERT_EQ(run.listener.count("failure"), 0) << run.listener.failures().at(0).first;
+        ASSERT_TRUE(waitUntil([&] { return next->state() == VODClientState::Finished; }));
+        next->stop();
     }
 
     void abortOnService(const std::string& key, const std::string& uploadId) {
@@ -278,44 +277,19 @@ TEST_F(RecordedUpload, GoneOnTheServiceStartsAFreshUploadInTheSameRun) {
     ASSERT_EQ(recordCount(), 1u);
     abortOnService("in/gone.bin", first);
 
-    RecordingListener again;
-    auto restarts = std::make_shared<std::atomic<int>>(0);
-    auto next = secondRun(again, restarts);
-    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/gone.bin"));
-    ASSERT_TRUE(next->start());
-    ASSERT_TRUE(waitForEnd(again));
-    ASSERT_EQ(again.count("failure"), 0) << again.failures().at(0).first;
-    EXPECT_EQ(*restarts, 1);
+    Rerun again;
+    ASSERT_NO_FATAL_FAILURE(runAgain(again, path, "in/gone.bin"));
+    EXPECT_EQ(again.restarts, 1);
     EXPECT_EQ(cloud.objectBytes(bucket(), "in/gone.bin"), bytes);
     EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 2u);
     EXPECT_EQ(openUploads(), 0u);
     EXPECT_EQ(recordCount(), 0u);
-    next->stop();
 }
 
-// Taken over and still there: no restart, and only the missing parts go up.
-TEST_F(RecordedUpload, StillOpenOnTheServiceIsContinued) {
-    const auto bytes = randomBytes(3 * kMiB, 21);
-    auto path = makeFile("kept.bin", bytes);
-    const auto first = interruptedRun(path, "in/kept.bin");
-    ASSERT_FALSE(first.empty());
-
-    RecordingListener again;
-    auto restarts = std::make_shared<std::atomic<int>>(0);
-    auto next = secondRun(again, restarts);
-    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/kept.bin"));
-    ASSERT_TRUE(next->start());
-    ASSERT_TRUE(again.waitFor("finish"));
-    EXPECT_EQ(*restarts, 0);
-    EXPECT_EQ(cloud.upload(first)->state, emulator::UploadState::Completed);
-    EXPECT_EQ(storedParts(first), (std::map<int, int>{{1, 1}, {2, 1}, {3, 1}}));
-    EXPECT_EQ(cloud.objectBytes(bucket(), "in/kept.bin"), bytes);
-    next->stop();
-}
-
-// An upload id means something on one service only: the same file and key sent elsewhere starts there
-// afresh, and the record of the first service stays for a run against it.
-TEST_F(RecordedUpload, RecordsBelongToTheServiceTheyWereMadeFor) {
+// An upload id means something on one service only, and "resumed" tells what the service really holds
+// for this very key: the same file and key sent elsewhere, or to another key, starts afresh with nothing
+// resumed; the record stays for a run against its own service and key, which sends the missing parts only.
+TEST_F(RecordedUpload, RecordsBelongToTheServiceAndKeyTheyWereMadeFor) {
     const auto bytes = randomBytes(3 * kMiB, 22);
     auto path = makeFile("moved.bin", bytes);
     const auto first = interruptedRun(path, "in/moved.bin");
@@ -323,52 +297,25 @@ TEST_F(RecordedUpload, RecordsBelongToTheServiceTheyWereMadeFor) {
 
     emulator::CloudEmulator other;
     ASSERT_TRUE(other.start());
-    RecordingListener elsewhere;
-    auto restarts = std::make_shared<std::atomic<int>>(0);
-    auto resumed = std::make_shared<std::vector<std::uint64_t>>();
-    auto there = secondRun(elsewhere, restarts, resumed, &other);
-    ASSERT_TRUE(there->addFile(path, other.endpoint(), other.options().bucket, "in/moved.bin"));
-    ASSERT_TRUE(there->start());
-    ASSERT_TRUE(waitForEnd(elsewhere));
-    ASSERT_EQ(elsewhere.count("failure"), 0) << elsewhere.failures().at(0).first;
+    Rerun elsewhere;
+    ASSERT_NO_FATAL_FAILURE(runAgain(elsewhere, path, "in/moved.bin", &other));
     EXPECT_TRUE(other.requests("ListParts").empty()) << "asked the other service for the first one's upload";
     EXPECT_EQ(other.objectBytes(other.options().bucket, "in/moved.bin"), bytes);
-    ASSERT_TRUE(waitUntil([&] { return there->state() == VODClientState::Finished; }));
-    EXPECT_TRUE(resumed->empty());
-    there->stop();
+    EXPECT_TRUE(elsewhere.resumed.empty());
+    Rerun otherKey;
+    ASSERT_NO_FATAL_FAILURE(runAgain(otherKey, path, "in/b.bin"));
+    EXPECT_TRUE(otherKey.resumed.empty());
+    EXPECT_EQ(cloud.objectBytes(bucket(), "in/b.bin"), bytes);
 
     // The first service's upload was left alone and is continued by a run against it.
     EXPECT_EQ(cloud.upload(first)->state, emulator::UploadState::Open);
-    RecordingListener back;
-    auto resumedHere = std::make_shared<std::vector<std::uint64_t>>();
-    auto here = secondRun(back, restarts, resumedHere);
-    ASSERT_TRUE(here->addFile(path, cloud.endpoint(), bucket(), "in/moved.bin"));
-    ASSERT_TRUE(here->start());
-    ASSERT_TRUE(back.waitFor("finish"));
-    ASSERT_TRUE(waitUntil([&] { return here->state() == VODClientState::Finished; }));
-    EXPECT_EQ(*resumedHere, std::vector<std::uint64_t>{kMiB});
+    Rerun back;
+    ASSERT_NO_FATAL_FAILURE(runAgain(back, path, "in/moved.bin"));
+    EXPECT_EQ(back.resumed, std::vector<std::uint64_t>{kMiB});
     EXPECT_EQ(cloud.upload(first)->state, emulator::UploadState::Completed);
-    EXPECT_EQ(*restarts, 0);
-    here->stop();
-}
-
-// "Resumed" tells what the service really holds for this very key: nothing for another key of the
-// same file, and only the parts the listing found, whatever the record claims.
-TEST_F(RecordedUpload, ResumedCountsWhatTheServiceHoldsForThisKey) {
-    const auto bytes = randomBytes(3 * kMiB, 23);
-    auto path = makeFile("keys.bin", bytes);
-    ASSERT_FALSE(interruptedRun(path, "in/a.bin").empty());
-
-    RecordingListener again;
-    auto restarts = std::make_shared<std::atomic<int>>(0);
-    auto resumed = std::make_shared<std::vector<std::uint64_t>>();
-    auto next = secondRun(again, restarts, resumed);
-    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/b.bin"));
-    ASSERT_TRUE(next->start());
-    ASSERT_TRUE(again.waitFor("finish"));
-    ASSERT_TRUE(waitUntil([&] { return next->state() == VODClientState::Finished; }));
-    EXPECT_TRUE(resumed->empty());
-    next->stop();
+    EXPECT_EQ(storedParts(first), (std::map<int, int>{{1, 1}, {2, 1}, {3, 1}}));
+    EXPECT_EQ(cloud.objectBytes(bucket(), "in/moved.bin"), bytes);
+    EXPECT_EQ(elsewhere.restarts + otherKey.restarts + back.restarts, 0);
 }
 
 // Records that are not records: each is dropped and the upload goes on; nothing blocks, nothing is read
@@ -425,34 +372,25 @@ TEST_F(RecordedUpload, UploadsOfDroppedRecordsAndOfGoneFilesAreAborted) {
 
     // A second file is interrupted too, then deleted.
     auto goneFile = makeFile("deleted.bin", randomBytes(2 * kMiB, 26));
-    client = VODUploadClient::create();
-    engineOf(*client).eventManager()->setTransport(events);
-    client->setRecordDirectoryPath(dir.file("records"));
-    engineOf(*client).setRetryWait(20ms);
+    useClient(VODUploadClient::create());
     const auto gone = interruptedRun(goneFile, "in/deleted.bin");
     ASSERT_FALSE(gone.empty());
     ASSERT_TRUE(std::filesystem::remove(goneFile));
 
-    RecordingListener again;
-    auto restarts = std::make_shared<std::atomic<int>>(0);
-    auto next = secondRun(again, restarts);
-    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/mangled.bin"));
-    ASSERT_TRUE(next->start());
-    ASSERT_TRUE(again.waitFor("finish"));
+    Rerun again;
+    ASSERT_NO_FATAL_FAILURE(runAgain(again, path, "in/mangled.bin"));
     EXPECT_EQ(cloud.objectBytes(bucket(), "in/mangled.bin"), bytes);
     EXPECT_EQ(cloud.upload(mangled)->state, emulator::UploadState::Aborted);
     EXPECT_EQ(cloud.upload(gone)->state, emulator::UploadState::Aborted);
     EXPECT_EQ(openUploads(), 0u);
     EXPECT_EQ(recordCount(), 0u);
-    next->stop();
 }
 
 // A file deleted while its upload runs: the file fails, and its upload and record go with it.
 TEST_F(FileIntegrity, FileDeletedDuringItsUploadLeavesNoUploadNorRecord) {
     auto path = makeFile("vanishing.bin", randomBytes(3 * kMiB, 27));
     initChangingAtFirstProgress([&] { std::filesystem::remove(path); });
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "in/vanishing.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(path, "in/vanishing.bin"));
     ASSERT_TRUE(listener.waitFor("failure"));
     EXPECT_FALSE(cloud.object(bucket(), "in/vanishing.bin"));
     EXPECT_EQ(openUploads(), 0u);

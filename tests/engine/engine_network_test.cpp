@@ -12,6 +12,9 @@ class BadNetwork : public EngineCloudTest {
 protected:
     void SetUp() override {
         EngineCloudTest::SetUp();
+        initClient();
+    }
+    void initClient() {
         ASSERT_TRUE(initSts(client));
         client->setTimeoutIntervalForRequest(1);
         client->setMaxRetryCount(1);
@@ -21,8 +24,7 @@ protected:
 TEST_F(BadNetwork, SilentObjectStorageIsRetriedThenFailsInsteadOfHanging) {
     SilentServer silent;
     auto path = makeFile("silent.bin", randomBytes(300 * 1024, 60));
-    ASSERT_TRUE(client->addFile(path, silent.endpoint(), bucket(), "up/silent.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(client->addFile(path, silent.endpoint(), bucket(), "up/silent.bin") && client->start());
     // Two engine attempts of three object-storage attempts, each given up after a second of silence.
     ASSERT_TRUE(listener.waitFor("failure", 1, 60s)) << "still waiting on a silent service";
     EXPECT_EQ(listener.folded(), (std::vector<std::string>{"started", "retry", "failure"}));
@@ -38,17 +40,11 @@ TEST_F(BadNetwork, SilentVideoServiceFailsTheFile) {
     config.vodBaseUrl = silent.endpoint() + "/";
     config.idleTimeoutSeconds = 1;
     client->stop();
-    client = VODUploadClient::create(config);
-    client->setRecordDirectoryPath(dir.file("records"));
-    engineOf(*client).setRetryWait(20ms);
-    ASSERT_TRUE(initSts(client));
-    client->setTimeoutIntervalForRequest(1);
-    client->setMaxRetryCount(1);
-    auto clip = makeFile("silent.mp4", randomBytes(64 * 1024, 61));
+    useClient(VODUploadClient::create(config));
+    initClient();
     auto info = std::make_shared<VodInfo>();
     info->title = "silent";
-    ASSERT_TRUE(client->addFile(clip, info));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(makeFile("silent.mp4", randomBytes(64 * 1024, 61)), info));
     ASSERT_TRUE(listener.waitFor("failure", 1, 30s)) << "still waiting on a silent video service";
     EXPECT_EQ(listener.folded(), (std::vector<std::string>{"started", "failure"}));
     EXPECT_EQ(listener.failures().at(0).first, "28");  // the transport's time-out
@@ -64,8 +60,7 @@ TEST_F(BadNetwork, SlowLinkCompletesEveryPartWithoutARetry) {
     client->setUploadPartSize(100 * 1024);
     const auto bytes = randomBytes(150 * 1024, 62);
     auto path = makeFile("slow.bin", bytes);
-    ASSERT_TRUE(client->addFile(path, slow.endpoint(), bucket(), "up/slow.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(client->addFile(path, slow.endpoint(), bucket(), "up/slow.bin") && client->start());
     ASSERT_TRUE(listener.waitFor("finish", 1, 90s));
     EXPECT_EQ(listener.count("retry"), 0);
     EXPECT_EQ(listener.count("failure"), 0);

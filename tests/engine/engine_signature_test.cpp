@@ -46,8 +46,7 @@ TEST_F(SkewedV4Cloud, ADirectUploadSucceedsWithExactlyOneRefusedRequest) {
     const auto bytes = randomBytes(3 * 1048576 + 1000, 71);
     ASSERT_TRUE(initSts(client));
     client->setRegion("cn-hangzhou");  // an IP endpoint names no region: the client's is used
-    ASSERT_TRUE(client->addFile(makeFile("clip.bin", bytes), cloud.endpoint(), bucket(), "v4/clip.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(makeFile("clip.bin", bytes), "v4/clip.bin"));
     ASSERT_TRUE(listener.waitFor("finish"));
     EXPECT_EQ(listener.count("failure"), 0);
     EXPECT_TRUE(cloud.objectBytes(bucket(), "v4/clip.bin") == bytes);

@@ -1,12 +1,19 @@
 #pragma once
-// Helpers shared by the engine tests.
+// Helpers shared by the engine and short-video tests.
+#include <gtest/gtest.h>
+
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <memory>
 #include <random>
 #include <string>
 
 #include "VODUpload/src/VODUploadEngine.h"
+#include "foundation/dispatch.h"
+#include "foundation/user_defaults.h"
 
 namespace quorvane {
 
@@ -15,19 +22,17 @@ inline VODUploadEngine& engineOf(const VODUploadClient& client) { return VODUplo
 
 // Reaches the client's private state so the tests can put it where a running queue would.
 struct VODUploadClientTestAccess {
-    static void setState(VODUploadEngine& c, VODClientState s) {
-        c.serially([&] { c.transitionTo(s); });
+    static void setState(VODUploadClient& c, VODClientState s) {
+        auto& e = engineOf(c);
+        e.serially([&] { e.transitionTo(s); });
     }
-    static void setCur(VODUploadEngine& c, std::shared_ptr<UploadFileInfo> f) {
-        c.serially([&] { c.upload_ = std::make_shared<VODFileUpload>(std::move(f)); });
+    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) {
+        auto& e = engineOf(c);
+        e.serially([&] { e.upload_ = std::make_shared<VODFileUpload>(std::move(f)); });
     }
-    static void setOpenApiConfig(VODUploadEngine& c, std::shared_ptr<OSSConfig> conf) {
-        c.serially([&] { c.openApiConfig_ = std::move(conf); });
-    }
-    static void setState(VODUploadClient& c, VODClientState s) { setState(engineOf(c), s); }
-    static void setCur(VODUploadClient& c, std::shared_ptr<UploadFileInfo> f) { setCur(engineOf(c), std::move(f)); }
     static void setOpenApiConfig(VODUploadClient& c, std::shared_ptr<OSSConfig> conf) {
-        setOpenApiConfig(engineOf(c), std::move(conf));
+        auto& e = engineOf(c);
+        e.serially([&] { e.openApiConfig_ = std::move(conf); });
     }
 };
 
@@ -64,6 +69,25 @@ inline std::string randomBytes(std::size_t size, unsigned seed) {
 inline void writeFile(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }
+
+// Waits on the main loop (the engine delivers some outcomes there) until `done` holds.
+inline bool waitUntil(const std::function<bool()>& done,
+                      std::chrono::milliseconds timeout = std::chrono::seconds(90)) {
+    return foundation::MainLoop::instance().runUntil(done, timeout);
+}
+
+// Keeps the tests' persisted state (the resume cache) out of the user's own store.
+class UserDefaultsEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override {
+        dir_ = std::make_unique<TempDir>();
+        foundation::UserDefaults::setStandardPath(dir_->file("user-defaults.json"));
+    }
+    void TearDown() override { dir_.reset(); }
+
+private:
+    std::unique_ptr<TempDir> dir_;
+};
 
 }  // namespace test
 }  // namespace quorvane

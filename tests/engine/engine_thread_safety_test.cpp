@@ -1,4 +1,4 @@
-// The engine used from several threads at once: waiting for the queue to settle, callers editing the
+// The engine used from several threads at once: a waiter woken by another thread, callers editing the
 // queue together, and listeners calling back (run under ThreadSanitizer too).
 #include <gtest/gtest.h>
 
@@ -14,63 +14,17 @@ using namespace quorvane;
 using namespace quorvane::test;
 using namespace std::chrono_literals;
 
-namespace {
-
-// A client whose queue halted on a file of no media type: Started, with nothing left to move it on.
-std::shared_ptr<VODUploadClient> haltedClient(const TempDir& dir) {
-    writeFile(dir.file("notes"), "text");
-    auto client = VODUploadClient::create();
-    client->init(std::make_shared<VODUploadListener>());
-    client->addFile(dir.file("notes"), nullptr);
-    client->start();
-    return client;
-}
-
-// A client whose one file waits between retries (nothing listens at its endpoint): Started, and still
-// moving, for as long as the test lets it.
-std::shared_ptr<VODUploadClient> retryingClient(const TempDir& dir) {
-    writeFile(dir.file("data.bin"), std::string(200 * 1024, 'x'));
+TEST(EngineSettling, AWaiterWakesWhenAnotherThreadMovesTheState) {
+    // One file that waits between retries (nothing listens at its endpoint): Started, and still moving,
+    // for as long as the test lets it.
+    TempDir dir;
     auto client = VODUploadClient::create();
     client->setReportEnabled(false);
     client->init("LTAIretrying", "retrying-secret-0123", std::make_shared<VODUploadListener>());
     engineOf(*client).setRetryWait(std::chrono::minutes(10));
+    writeFile(dir.file("data.bin"), std::string(200 * 1024, 'x'));
     client->addFile(dir.file("data.bin"), "http://127.0.0.1:1", "bucket", "data.bin");
     client->start();
-    return client;
-}
-
-}  // namespace
-
-TEST(EngineSettling, AnswersAtOnceOutsideStarted) {
-    auto client = VODUploadClient::create();
-    client->init(std::make_shared<VODUploadListener>());
-    EXPECT_TRUE(client->waitUntilSettled(0ms));  // Idle
-
-    ASSERT_TRUE(client->start());  // an empty queue finishes at once
-    EXPECT_EQ(client->state(), VODClientState::Finished);
-    EXPECT_TRUE(client->waitUntilSettled(0ms));
-}
-
-// After a failed file the queue halts: the client stays Started and the later files Ready until the
-// caller moves it on; nothing moves by itself, so a waiter is answered at once.
-TEST(EngineSettling, AQueueHaltedOnAFailedFileHasSettledWithLaterFilesReady) {
-    TempDir dir;
-    writeFile(dir.file("later.mp4"), "movie");
-    auto client = haltedClient(dir);
-    client->addFile(dir.file("later.mp4"), nullptr);
-    EXPECT_TRUE(client->waitUntilSettled(std::chrono::minutes(10)));
-    EXPECT_EQ(client->state(), VODClientState::Started);
-    auto files = client->listFiles();
-    ASSERT_EQ(files.size(), 2u);
-    EXPECT_EQ(files[0]->state, UploadFileState::Failure);
-    EXPECT_EQ(files[1]->state, UploadFileState::Ready);
-    ASSERT_TRUE(client->stop());
-    EXPECT_TRUE(client->waitUntilSettled(0ms));
-}
-
-TEST(EngineSettling, AWaiterWakesWhenAnotherThreadMovesTheState) {
-    TempDir dir;
-    auto client = retryingClient(dir);
     ASSERT_FALSE(client->waitUntilSettled(20ms));  // its file waits to be tried again
     std::atomic<bool> waiting{false};
     // The waiter's own limit is far beyond the test's: it can only finish in time by being woken.
@@ -112,26 +66,6 @@ TEST(EngineThreadSafety, CallersOnSeveralThreadsEditTheQueueWithoutLosingEntries
     EXPECT_EQ(client->listFiles().size(), static_cast<std::size_t>(2 * kPerThread - deleted));
     EXPECT_TRUE(client->clearFiles());
     EXPECT_TRUE(client->listFiles().empty());
-}
-
-// Listener callbacks run on the client's own queue; calling the client back from one runs in place
-// instead of waiting for the queue that is running it.
-TEST(EngineThreadSafety, ListenerCallbacksMayCallTheClientBack) {
-    TempDir dir;
-    writeFile(dir.file("notes"), "text");
-    auto client = VODUploadClient::create();
-    auto listener = std::make_shared<VODUploadListener>();
-    std::promise<std::pair<std::size_t, bool>> seen;
-    listener->failure = [&](const std::shared_ptr<UploadFileInfo>& file, const std::string&, const std::string&) {
-        seen.set_value({client->listFiles().size(), file->state == UploadFileState::Failure && client->stop()});
-    };
-    client->init(listener);
-    client->addFile(dir.file("notes"), nullptr);  // no media type: fails at once
-    ASSERT_TRUE(client->start());
-    auto future = seen.get_future();
-    ASSERT_EQ(future.wait_for(30s), std::future_status::ready) << "the callback waited for itself";
-    EXPECT_EQ(future.get(), (std::pair<std::size_t, bool>{1, true}));
-    EXPECT_EQ(client->state(), VODClientState::Stopped);
 }
 
 // What a caller reads from its own thread while the queue works: the part size is the queue's field,
@@ -177,7 +111,8 @@ TEST(EngineReadsFromOtherThreads, PartSizeAndAddressAreNeverTorn) {
 
 // The options are the host's, not the queue's: reading or changing one while a listener callback holds
 // the queue does not wait for it. A getter that went through the queue would sit out the callback's
-// two minutes and the callback would never see the release.
+// two minutes and the callback would never see the release. Once released, the callback (run on the
+// client's own queue) calls the client back, which runs in place instead of waiting for that queue.
 TEST(EngineReadsFromOtherThreads, OptionsAnswerWhileAListenerHoldsTheQueue) {
     TempDir dir;
     writeFile(dir.file("notes"), "text");
@@ -186,9 +121,11 @@ TEST(EngineReadsFromOtherThreads, OptionsAnswerWhileAListenerHoldsTheQueue) {
     std::promise<void> entered, released;
     auto release = released.get_future().share();
     std::atomic<bool> sawRelease{false};
-    listener->failure = [&](const std::shared_ptr<UploadFileInfo>&, const std::string&, const std::string&) {
+    std::pair<std::size_t, bool> calledBack{0, false};
+    listener->failure = [&](const std::shared_ptr<UploadFileInfo>& file, const std::string&, const std::string&) {
         entered.set_value();
         sawRelease = release.wait_for(std::chrono::minutes(2)) == std::future_status::ready;
+        calledBack = {client->listFiles().size(), file->state == UploadFileState::Failure && client->stop()};
     };
     client->init(listener);
     client->addFile(dir.file("notes"), nullptr);  // of no media type: fails on the queue at once
@@ -208,6 +145,9 @@ TEST(EngineReadsFromOtherThreads, OptionsAnswerWhileAListenerHoldsTheQueue) {
     EXPECT_EQ(client->timeoutIntervalForRequest(), 30.0);
     EXPECT_EQ(client->partSizeFor(0), 3 * 1048576);
     released.set_value();
+    ASSERT_EQ(started.wait_for(30s), std::future_status::ready) << "the callback waited for itself";
     EXPECT_TRUE(started.get());
     EXPECT_TRUE(sawRelease);
+    EXPECT_EQ(calledBack, (std::pair<std::size_t, bool>{1, true}));
+    EXPECT_EQ(client->state(), VODClientState::Stopped);
 }

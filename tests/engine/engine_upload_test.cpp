@@ -1,13 +1,15 @@
-// The resumable multipart upload against the emulator: notification, listener order, telemetry and
-// progress reports, retries after network faults, the retry bound, expiry and pause/resume.
-#include "VODUpload/src/VodInfo.h"
+// The resumable multipart upload against the emulator: notification, listener order, telemetry (the
+// part events with upload id, part number and retry flag) and progress reports (ratio, parts done, and
+// the host switching them off), retries after network faults, the retry bound, expiry and pause/resume.
+#include <cmath>
+#include <set>
+
 #include "engine_cloud_support.h"
 #include "foundation/log.h"
 #include "oss/oss_log.h"
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 namespace {
 
@@ -38,8 +40,7 @@ TEST_F(MultipartUpload, FilesGoUpIdenticalWithNotificationEventsAndProgressRepor
     auto plain = makeFile("plain.bin", randomBytes(150 << 10, 11));
     auto info = sampleVodInfo();
     ASSERT_TRUE(client->addFile(clip, cloud.endpoint(), bucket(), "up/clip.mp4", info));
-    ASSERT_TRUE(client->addFile(plain, cloud.endpoint(), bucket(), "up/plain.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(plain, "up/plain.bin"));
     ASSERT_TRUE(listener.waitFor("finish", 2));
     ASSERT_TRUE(waitUntil([&] { return client->state() == VODClientState::Finished; }));
 
@@ -65,22 +66,63 @@ TEST_F(MultipartUpload, FilesGoUpIdenticalWithNotificationEventsAndProgressRepor
     EXPECT_EQ(clipStart.value("md", ""), "uploader");
     EXPECT_EQ(clipStart.value("av", ""), "1.6.5");
     EXPECT_EQ(eventsWithCode("20003").size(), 2u);
-    EXPECT_FALSE(eventsWithCode("20005").empty());
     EXPECT_FALSE(eventsWithCode("20007").empty());
+    std::map<std::string, std::string> uploadIds;  // by key
+    for (const auto& u : cloud.uploads()) uploadIds[u.key] = u.uploadId;
+    const std::string clipUploadId = uploadIds["up/clip.mp4"];
+    ASSERT_FALSE(clipUploadId.empty());
+
+    // 20005: one per new part number (total sent ÷ 1 MiB), under the upload id of its file. Progress
+    // calls may skip a boundary, but the clip's last one (3.5 MiB sent) always lands in part number 3,
+    // so that one is announced.
+    std::multiset<std::string> clipParts;
+    for (const auto& event : eventsWithCode("20005")) {
+        auto args = argsOf(event);
+        EXPECT_TRUE(args["ui"] == clipUploadId || args["ui"] == uploadIds["up/plain.bin"]) << args["ui"];
+        EXPECT_EQ(args["pr"], "0");  // no retry in this run
+        EXPECT_TRUE(args["pn"] == "0" || args["pn"] == "1" || args["pn"] == "2" || args["pn"] == "3") << args["pn"];
+        if (args["ui"] == clipUploadId) clipParts.insert(args["pn"]);
+    }
+    EXPECT_EQ(clipParts.count("3"), 1u) << "the last part number is announced, once";
+    EXPECT_EQ(std::set<std::string>(clipParts.begin(), clipParts.end()).size(), clipParts.size())
+        << "a part number is announced once";
 
     // Only the video reports its progress, under the upload id it went up with.
     ASSERT_TRUE(waitUntil([&] { return !cloud.progressReports().empty(); }));
-    const auto completed = cloud.uploads();
-    std::string clipUploadId;
-    for (const auto& u : completed)
-        if (u.key == "up/clip.mp4") clipUploadId = u.uploadId;
+    std::set<std::string> doneParts;
     for (const auto& report : cloud.progressReports()) {
         EXPECT_EQ(report.action, "ReportUploadProgress");
         EXPECT_EQ(report.fields.value("UploadId", ""), clipUploadId);
         EXPECT_EQ(report.fields.value("PartSize", ""), "1048576");
         EXPECT_EQ(report.fields.value("FileName", ""), vodLastPathComponent(clip));
         EXPECT_TRUE(report.signatureValid);
+        doneParts.insert(report.fields.value("DonePartsCount", ""));
+        // The ratio is that of one call's bytes, in whole hundredths: never more than a part's share
+        // (28 hundredths of this file), where a running total would end at 1.
+        const double ratio = std::stod(report.fields.value("UploadRatio", "-1"));
+        EXPECT_GE(ratio, 0);
+        EXPECT_LE(ratio, 0.28 + 1e-6);
+        EXPECT_NEAR(ratio * 100, std::round(ratio * 100), 1e-4) << report.fields.value("UploadRatio", "");
     }
+    EXPECT_TRUE(doneParts.count("3")) << "the last report counts the three whole parts behind it";
+    for (const auto& parts : doneParts) EXPECT_TRUE(parts == "0" || parts == "1" || parts == "2" || parts == "3") << parts;
+}
+
+// A host may switch reporting off while a file is under way: the next progress call already sends
+// no report (only the first call's report, sent before the host heard of it, may arrive).
+TEST_F(MultipartUpload, ReportingSwitchedOffMidFileStopsTheReportsAtTheNextProgressCall) {
+    auto clip = makeFile("clip.mp4", randomBytes(kFileSize, 37));
+    auto switching = std::make_shared<VODUploadListener>(*engineOf(*client).listener());
+    std::atomic<int> progressCalls{0};
+    switching->progress = [this, &progressCalls, inner = switching->progress](const auto& file, long sent, long total) {
+        if (progressCalls++ == 0) client->setReportEnabled(false);  // on the engine's queue: takes effect at once
+        if (inner) inner(file, sent, total);
+    };
+    client->setListener(switching);
+    ASSERT_TRUE(addAndStart(clip, "up/switched.mp4"));
+    ASSERT_TRUE(listener.waitFor("finish"));
+    EXPECT_GT(progressCalls.load(), 2);
+    EXPECT_FALSE(waitUntil([&] { return cloud.progressReports().size() > 1; }, 2s));
 }
 
 TEST_F(MultipartUpload, FaultsMidUploadRetryOnceAndKeepTheStoredParts) {
@@ -93,8 +135,7 @@ TEST_F(MultipartUpload, FaultsMidUploadRetryOnceAndKeepTheStoredParts) {
                      Fault::error("UploadPart", 503, "ServiceUnavailable"),
                      Fault::error("UploadPart", 503, "ServiceUnavailable")});
     auto path = makeFile("retry.bin", randomBytes(kFileSize, 20));
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "up/retry.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(path, "up/retry.bin"));
     ASSERT_TRUE(listener.waitFor("finish"));
 
     EXPECT_EQ(listener.count("retry"), 1);
@@ -145,7 +186,8 @@ TEST_F(MultipartUpload, NetworkThatStaysDownEndsInFailureAfterMaxRetryCount) {
 
 // The bound is compared as an unsigned count: 0 allows no retry at all, a negative one is so large
 // that the engine keeps retrying. Each engine-side failure is three refused initiations (the
-// storage client's own attempts).
+// storage client's own attempts); a successful initiation clears the retry count, so nothing is left
+// to report as resumed.
 struct RetryBoundCase {
     std::int32_t maxRetryCount;
     int failedInitiations;  // seen by the engine
@@ -161,61 +203,54 @@ TEST_P(RetryBound, DecidesBetweenARetryAndAFailure) {
         cloud.addFaults({Fault::error("InitiateMultipartUpload", 503, "ServiceUnavailable")});
     const auto path = dir.file("bound.bin");  // the test's name holds a slash
     writeFile(path, randomBytes(200 << 10, 33));
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "up/bound.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(path, "up/bound.bin"));
     ASSERT_TRUE(waitUntil([&] { return listener.count("finish") + listener.count("failure") > 0; }));
     EXPECT_EQ(listener.count("retry"), c.maxRetryCount == 0 ? 0 : 1);  // told once, at the first retry
     EXPECT_EQ(listener.count("finish"), c.finishes ? 1 : 0);
     EXPECT_EQ(listener.count("failure"), c.finishes ? 0 : 1);
     EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(),
               static_cast<std::size_t>(3 * c.failedInitiations + (c.finishes ? 1 : 0)));
+    EXPECT_EQ(cloud.firedCount("InitiateMultipartUpload"), static_cast<std::size_t>(3 * c.failedInitiations));
+    EXPECT_EQ(listener.count("retryResume"), 0);
     EXPECT_EQ(client->retryNotify(), 0);
+    if (c.finishes) {
+        EXPECT_EQ(cloud.objectBytes(bucket(), "up/bound.bin"), randomBytes(200 << 10, 33));
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(ZeroNegativeAndPositive, RetryBound,
                          ::testing::Values(RetryBoundCase{0, 1, false}, RetryBoundCase{-1, 3, true},
                                            RetryBoundCase{2, 2, true}, RetryBoundCase{2, 3, false}));
 
-TEST_F(MultipartUpload, ExpiredTokenPausesAndNewTokenContinuesTheSameUpload) {
+// An expired token pauses the upload and a new one continues it; a pause and resume later on continue it
+// again. Neither begins another upload nor sends a stored part twice.
+TEST_F(MultipartUpload, ExpiryAndPauseEachContinueTheSameUpload) {
+    constexpr std::size_t kSize = 6 * 1048576 + 524288;  // seven parts: the pause lands with some to go
     VODUploadEngineTestAccess::setMaxConcurrentParts(*client, 1);
     cloud.addFaults({Fault::delay("UploadPart", 0), Fault::error("UploadPart", 403, "SecurityTokenExpired")});
-    auto path = makeFile("expire.bin", randomBytes(kFileSize, 40));
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "up/expire.bin"));
-    ASSERT_TRUE(client->start());
+    auto path = makeFile("resume.bin", randomBytes(kSize, 40));
+    ASSERT_TRUE(addAndStart(path, "up/resume.bin"));
     ASSERT_TRUE(listener.waitFor("expire"));
     EXPECT_EQ(client->state(), VODClientState::Paused);
     const std::string uploadId = VODUploadEngineTestAccess::uploadId(*client);
     ASSERT_FALSE(uploadId.empty());
 
+    // Slow parts from here on, so the pause lands while the rest goes up.
+    for (int i = 0; i < 14; ++i) cloud.addFault(Fault::delay("UploadPart", 300));
+    const std::size_t cancelledRuns = eventsWithCode("20008").size();
     auto fresh = cloud.issueSts();
     ASSERT_TRUE(client->resumeWithToken(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken,
                                         fresh.Expiration));
-    ASSERT_TRUE(listener.waitFor("finish"));
-    EXPECT_EQ(listener.count("failure"), 0);
-    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 1u);
-    auto upload = cloud.upload(uploadId);
-    ASSERT_TRUE(upload);
-    EXPECT_EQ(upload->state, emulator::UploadState::Completed);
-    EXPECT_EQ(storedParts(uploadId).at(1), 1);
-    EXPECT_EQ(cloud.objectBytes(bucket(), "up/expire.bin"), randomBytes(kFileSize, 40));
-    EXPECT_EQ(openUploads(), 0u);
-}
-
-TEST_F(MultipartUpload, PauseAndResumeContinueTheSameUploadId) {
-    VODUploadEngineTestAccess::setMaxConcurrentParts(*client, 1);
-    for (int i = 0; i < 8; ++i) cloud.addFault(Fault::delay("UploadPart", 300));
-    auto path = makeFile("pause.bin", randomBytes(kFileSize, 50));
-    ASSERT_TRUE(client->addFile(path, cloud.endpoint(), bucket(), "up/pause.bin"));
-    ASSERT_TRUE(client->start());
-    ASSERT_TRUE(waitUntil([&] { return !storedParts().empty(); }));
+    ASSERT_TRUE(waitUntil([&] { return storedParts().size() >= 2; }));
     ASSERT_TRUE(client->pause());
     EXPECT_FALSE(client->pause());
-    ASSERT_TRUE(waitForCancelledRun());
+    ASSERT_TRUE(waitForCancelledRun(cancelledRuns + 1));
     EXPECT_EQ(client->state(), VODClientState::Paused);
-    const std::string uploadId = VODUploadEngineTestAccess::uploadId(*client);
+    EXPECT_EQ(VODUploadEngineTestAccess::uploadId(*client), uploadId);
     // A part whose bytes were all on the wire when the pause cancelled it may still be stored by the
-    // service afterwards; the parts stored by now must not go up again.
+    // service afterwards; the parts stored by now (part 1 among them) must not go up again.
     const auto beforeResume = storedParts();
+    ASSERT_EQ(beforeResume.count(1), 1u);
 
     ASSERT_TRUE(client->resume());
     EXPECT_FALSE(client->resume());
@@ -226,11 +261,11 @@ TEST_F(MultipartUpload, PauseAndResumeContinueTheSameUploadId) {
     EXPECT_EQ(cloud.upload(uploadId)->state, emulator::UploadState::Completed);
     const auto after = storedParts();
     for (const auto& [part, times] : beforeResume) EXPECT_EQ(after.at(part), 1) << "part " << part;
-    EXPECT_EQ(cloud.objectBytes(bucket(), "up/pause.bin"), randomBytes(kFileSize, 50));
+    EXPECT_EQ(cloud.objectBytes(bucket(), "up/resume.bin"), randomBytes(kSize, 40));
     EXPECT_EQ(openUploads(), 0u);
     // The upload was initiated by this run: nothing could be stored under it yet, so its parts were
-    // listed only when the resume had to find out which of them the service holds.
-    EXPECT_EQ(cloud.requests("ListParts").size(), 1u);
+    // listed only when each continuation had to find out which of them the service holds.
+    EXPECT_EQ(cloud.requests("ListParts").size(), 2u);
 }
 
 // The object storage served over TLS by a CA of its own: verification stays on, so the engine
@@ -249,8 +284,7 @@ TEST_F(TlsMultipartUpload, ObjectStorageTrustsTheGivenCaFile) {
     const auto bytes = randomBytes(150 << 10, 60);
     // No retry bound: a refused certificate is a failure at once, not network trouble to retry for ever.
     ASSERT_TRUE(initSts(client));
-    ASSERT_TRUE(client->addFile(makeFile("untrusted.bin", bytes), cloud.endpoint(), bucket(), "up/untrusted.bin"));
-    ASSERT_TRUE(client->start());
+    ASSERT_TRUE(addAndStart(makeFile("untrusted.bin", bytes), "up/untrusted.bin"));
     ASSERT_TRUE(listener.waitFor("failure"));
     EXPECT_EQ(listener.count("retry"), 0);
     EXPECT_FALSE(cloud.object(bucket(), "up/untrusted.bin"));

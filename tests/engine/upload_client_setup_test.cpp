@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cmath>
 #include <cstdlib>
 #include <optional>
 #include <thread>
@@ -71,6 +72,11 @@ TEST(VODUploadEngine, NewClientHasDocumentedDefaults) {
     client->setTimeoutIntervalForRequest(12.5);
     client->setMaxRetryCount(3);
     EXPECT_EQ(engineOf(*client).storageConfiguration().timeoutIntervalForRequest, 12.5);
+    for (double seconds : {0.0, -5.0, std::nan("")}) {  // no time-out is no choice: the default
+        client->setTimeoutIntervalForRequest(seconds);
+        EXPECT_EQ(client->timeoutIntervalForRequest(), 30.0) << seconds;
+        EXPECT_EQ(engineOf(*client).storageConfiguration().timeoutIntervalForRequest, 30.0) << seconds;
+    }
     EXPECT_EQ(engineOf(*client).storageConfiguration().maxRetryCount, 2u);  // the engine's own retries stay apart
 
     ASSERT_TRUE(engineOf(*client).eventManager());
@@ -83,7 +89,7 @@ TEST(VODUploadEngine, NewClientHasDocumentedDefaults) {
     client->setRecordUploadProgress(true);
 }
 
-TEST(VODUploadEngine, InitNeedsEveryCredentialText) {
+TEST(VODUploadEngine, InitNeedsEveryCredentialTextAndTheProviderFollowsTheRecordInUse) {
     auto client = VODUploadClient::create();
     auto listener = std::make_shared<VODUploadListener>();
     EXPECT_FALSE(client->init("id", "", listener));
@@ -98,12 +104,9 @@ TEST(VODUploadEngine, InitNeedsEveryCredentialText) {
     EXPECT_EQ(engineOf(*client).ossConfig()->accessKeyId, "id2");
     EXPECT_FALSE(engineOf(*client).ossConfig()->secretToken);  // a plain key pair drops the token and expiry
     EXPECT_FALSE(engineOf(*client).ossConfig()->expireTime);
-}
 
-TEST(VODUploadEngine, CredentialProviderFollowsTheRecordInUse) {
-    auto client = VODUploadClient::create();
-    EXPECT_EQ(engineOf(*client).getCredentialProvider(), nullptr);  // no key pair yet
-
+    // The credential provider follows the record in use.
+    EXPECT_EQ(engineOf(*VODUploadClient::create()).getCredentialProvider(), nullptr);  // no key pair yet
     ASSERT_TRUE(client->init("plain-id", "plain-secret", nullptr));
     auto plain = std::dynamic_pointer_cast<oss::OSSPlainTextAKSKPairCredentialProvider>(engineOf(*client).getCredentialProvider());
     ASSERT_TRUE(plain);
@@ -166,7 +169,7 @@ TEST(VODUploadEngine, TokenFetchesSeeWholeCredentialSetsWhileTheyChange) {
     EXPECT_EQ(provider->getToken(&error)->tAccessKey, "id-3000");
 }
 
-TEST(VODUploadEngine, ResumeWithTokenOnlyWhilePaused) {
+TEST(VODUploadEngine, ResumeWithTokenOrAuthOnlyWhilePaused) {
     for (auto state : {VODClientState::Idle, VODClientState::Started, VODClientState::Stopped, VODClientState::Finished}) {
         auto client = VODUploadClient::create();
         VODUploadClientTestAccess::setState(*client, state);
@@ -175,15 +178,7 @@ TEST(VODUploadEngine, ResumeWithTokenOnlyWhilePaused) {
         EXPECT_EQ(client->state(), state);
         EXPECT_FALSE(engineOf(*client).ossConfig()->accessKeyId);
     }
-    auto client = pausedClient();
-    EXPECT_FALSE(client->resumeWithToken("k", "s", "", "e"));
-    EXPECT_EQ(client->state(), VODClientState::Paused);
-    ASSERT_TRUE(client->resumeWithToken("k", "s", "t", "e"));
-    EXPECT_NE(client->state(), VODClientState::Paused);  // started again; the queue then moves on
-    EXPECT_EQ(engineOf(*client).ossConfig()->secretToken, "t");
-}
-
-TEST(VODUploadEngine, ResumeWithAuthTakesCredentialsButNotRegion) {
+    // Upload auth gives the credentials but not the region.
     oss::OSSLog::enableLog();
     foundation::LogCapture log;
     auto client = pausedClient();
@@ -192,14 +187,19 @@ TEST(VODUploadEngine, ResumeWithAuthTakesCredentialsButNotRegion) {
     EXPECT_FALSE(client->resumeWithAuth(foundation::base64Encode("not json")));
     std::string line = std::string(VODUploadEngine::kLogSource) + " [Debug]: upload auth format is error.";
     EXPECT_EQ(log.lines(), (std::vector<std::string>{line, line}));
-
     ASSERT_TRUE(client->resumeWithAuth(authText("")));
     EXPECT_EQ(engineOf(*client).ossConfig()->expireTime, "exp");
     EXPECT_EQ(client->region(), "cn-shanghai");
     EXPECT_TRUE(log.contains("[Debug]: resume upload with new token."));
-
-    auto other = pausedClient();
-    ASSERT_TRUE(other->resumeWithAuth(authText("2031-01-01T00:00:00Z")));
-    EXPECT_EQ(engineOf(*other).ossConfig()->expireTime, "2031-01-01T00:00:00Z");
     oss::OSSLog::disableLog();
+    client = pausedClient();
+    ASSERT_TRUE(client->resumeWithAuth(authText("2031-01-01T00:00:00Z")));
+    EXPECT_EQ(engineOf(*client).ossConfig()->expireTime, "2031-01-01T00:00:00Z");
+
+    client = pausedClient();
+    EXPECT_FALSE(client->resumeWithToken("k", "s", "", "e"));
+    EXPECT_EQ(client->state(), VODClientState::Paused);
+    ASSERT_TRUE(client->resumeWithToken("k", "s", "t", "e"));
+    EXPECT_NE(client->state(), VODClientState::Paused);  // started again; the queue then moves on
+    EXPECT_EQ(engineOf(*client).ossConfig()->secretToken, "t");
 }

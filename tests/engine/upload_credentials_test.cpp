@@ -33,22 +33,27 @@ struct UploadAuthClient : ::testing::Test {
 
 }  // namespace
 
-TEST(UploadAuthText, ReadsEveryKeyAndPrefersNonEmptyExpireUTCTime) {
+TEST(UploadAuthText, ReadsTextKeysPrefersNonEmptyExpireUTCTimeAndNamesWhatIsMalformed) {
     auto parsed = parseUploadAuthText(encoded(kAuth));
     ASSERT_TRUE(parsed);
     EXPECT_EQ(parsed.value->accessKeyId, "STS.id");
     EXPECT_EQ(parsed.value->securityToken, "token-1");
     EXPECT_EQ(parsed.value->expireTime(), "2030-01-01T00:00:00Z");
-
     Value emptyUtc = kAuth;
     emptyUtc["ExpireUTCTime"] = "";
     EXPECT_EQ(parseUploadAuthText(encoded(emptyUtc)).value->expireTime(), "3600");
     Value noUtc = kAuth;
     noUtc.erase("ExpireUTCTime");
     EXPECT_EQ(parseUploadAuthText(encoded(noUtc)).value->expireTime(), "3600");
-}
 
-TEST(UploadAuthText, MalformedTextsGiveTheirMessages) {
+    // Missing keys, and keys that are not texts, are absent.
+    parsed = parseUploadAuthText(encoded({{"AccessKeyId", "id"}, {"AccessKeySecret", 5}}));
+    ASSERT_TRUE(parsed);
+    EXPECT_EQ(parsed.value->accessKeyId, "id");
+    EXPECT_EQ(parsed.value->accessKeySecret, std::nullopt);
+    EXPECT_EQ(parsed.value->securityToken, std::nullopt);
+    EXPECT_EQ(parsed.value->expireTime(), std::nullopt);
+
     EXPECT_EQ(parseUploadAuthText("not base64!").error, "upload auth format is error");
     EXPECT_EQ(parseUploadAuthText(base64Encode("{\"AccessKeyId\":")).error, "upload auth format is error.");
     EXPECT_EQ(parseUploadAuthText(base64Encode("[1,2]")).error, "upload auth format is error.");
@@ -57,17 +62,21 @@ TEST(UploadAuthText, MalformedTextsGiveTheirMessages) {
     EXPECT_EQ(parseUploadAddressText(base64Encode("Endpoint=x")).error, "upload address format is error.");
 }
 
-TEST(UploadAuthText, MissingOrNonTextKeysAreAbsent) {
-    auto parsed = parseUploadAuthText(encoded({{"AccessKeyId", "id"}, {"AccessKeySecret", 5}}));
-    ASSERT_TRUE(parsed);
-    EXPECT_EQ(parsed.value->accessKeyId, "id");
-    EXPECT_EQ(parsed.value->accessKeySecret, std::nullopt);
-    EXPECT_EQ(parsed.value->securityToken, std::nullopt);
-    EXPECT_EQ(parsed.value->expireTime(), std::nullopt);
-}
-
-TEST_F(UploadAuthClient, ParseUploadAuthStoresCredentialsAndNonEmptyRegion) {
+// Malformed texts are refused with their log lines; a good one stores its credentials and, when not
+// empty, its region, and the secret never reaches the log.
+TEST_F(UploadAuthClient, ParseUploadAuthAndAddressStoreWhatIsWellFormed) {
     OSSConfig config;
+    EXPECT_FALSE(engineOf(*client).parseUploadAuth("***", config));
+    EXPECT_FALSE(engineOf(*client).parseUploadAuth(base64Encode("{oops"), config));
+    auto file = std::make_shared<UploadFileInfo>();
+    EXPECT_FALSE(engineOf(*client).parseUploadAddress(base64Encode("\"just text\""), file));
+    EXPECT_EQ(log.lines(), (std::vector<std::string>{debugLine("upload auth format is error"),
+                                                     debugLine("upload auth format is error."),
+                                                     debugLine("upload address format is error.")}));
+    EXPECT_FALSE(config.accessKeyId);
+    EXPECT_FALSE(file->endpoint);
+    EXPECT_FALSE(engineOf(*client).curUploadAddress());
+
     config.secretToken = "old";
     Value partial = {{"AccessKeyId", "id"}, {"AccessKeySecret", "s"}, {"Region", ""}};
     EXPECT_TRUE(engineOf(*client).parseUploadAuth(encoded(partial), config));
@@ -81,21 +90,7 @@ TEST_F(UploadAuthClient, ParseUploadAuthStoresCredentialsAndNonEmptyRegion) {
     for (const auto& line : log.lines()) EXPECT_EQ(line.find("sts-secret"), std::string::npos) << line;
 }
 
-TEST_F(UploadAuthClient, MalformedAuthAndAddressAreRefusedWithTheirLogLines) {
-    OSSConfig config;
-    EXPECT_FALSE(engineOf(*client).parseUploadAuth("***", config));
-    EXPECT_FALSE(engineOf(*client).parseUploadAuth(base64Encode("{oops"), config));
-    auto file = std::make_shared<UploadFileInfo>();
-    EXPECT_FALSE(engineOf(*client).parseUploadAddress(base64Encode("\"just text\""), file));
-    EXPECT_EQ(log.lines(), (std::vector<std::string>{debugLine("upload auth format is error"),
-                                                     debugLine("upload auth format is error."),
-                                                     debugLine("upload address format is error.")}));
-    EXPECT_FALSE(config.accessKeyId);
-    EXPECT_FALSE(file->endpoint);
-    EXPECT_FALSE(engineOf(*client).curUploadAddress());
-}
-
-TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
+TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFileUnlessARememberedVideoNamesIt) {
     test::TempDir dir;
     auto file = std::make_shared<UploadFileInfo>();
     file->filePath = dir.file("fresh.mp4");
@@ -114,8 +109,20 @@ TEST_F(UploadAuthClient, SetUploadAuthAndAddressFillsTheFile) {
     EXPECT_EQ(file->bucket, "b");
     EXPECT_EQ(file->object, "sv/1.mp4");
     EXPECT_EQ(engineOf(*client).curUploadAddress(), address);
-    EXPECT_EQ(VODObjectCache::sharedCache().getObjectWithPath(file->filePath)->object, "sv/1.mp4");
-    VODObjectCache::sharedCache().clearObjectWithPath(file->filePath);
+    auto& cache = VODObjectCache::sharedCache();
+    auto entry = cache.getObjectWithPath(file->filePath);
+    EXPECT_EQ(entry->object, "sv/1.mp4");
+
+    // The remembered object wins over the service's name only once it has a video id.
+    std::string another = encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/new.mp4"}});
+    ASSERT_TRUE(engineOf(*client).parseUploadAddress(another, file));
+    EXPECT_EQ(file->object, "sv/new.mp4");
+    entry->object = "sv/earlier.mp4";
+    entry->videoId = "vid-9";
+    cache.saveObject(entry, file->filePath);
+    ASSERT_TRUE(engineOf(*client).parseUploadAddress(another, file));
+    EXPECT_EQ(file->object, "sv/earlier.mp4");
+    cache.clearObjectWithPath(file->filePath);
 }
 
 // A host's own resume cache is the one its clients read and write; the process-wide one is left alone.
@@ -138,28 +145,4 @@ TEST(UploadAddress, GoesIntoTheResumeCacheTheHostGave) {
     // Stored in the host's file: a cache opened on it later finds the object again.
     VODObjectCache reopened(std::make_shared<foundation::UserDefaults>(dir.file("defaults.json")));
     EXPECT_EQ(reopened.getObjectWithPath(file->filePath)->object, "sv/own.mp4");
-}
-
-TEST(UploadAddress, CachedObjectWinsOnlyWithAVideoId) {
-    test::TempDir dir;
-    auto client = VODUploadClient::create();
-    auto file = std::make_shared<UploadFileInfo>();
-    file->filePath = dir.file("again.mp4");
-    test::writeFile(file->filePath, "0123456789");
-    VODUploadClientTestAccess::setCur(*client, file);
-    auto& cache = VODObjectCache::sharedCache();
-    auto entry = cache.getObjectWithPath(file->filePath);
-    entry->object = "sv/earlier.mp4";
-    cache.saveObject(entry, file->filePath);
-
-    std::string address = encoded({{"Endpoint", "e"}, {"Bucket", "b"}, {"FileName", "sv/new.mp4"}});
-    ASSERT_TRUE(engineOf(*client).parseUploadAddress(address, file));
-    EXPECT_EQ(file->object, "sv/new.mp4");  // no video id yet: the service's name is taken
-
-    entry->object = "sv/earlier.mp4";
-    entry->videoId = "vid-9";
-    cache.saveObject(entry, file->filePath);
-    ASSERT_TRUE(engineOf(*client).parseUploadAddress(address, file));
-    EXPECT_EQ(file->object, "sv/earlier.mp4");
-    cache.clearObjectWithPath(file->filePath);
 }

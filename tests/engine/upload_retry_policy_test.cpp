@@ -7,6 +7,7 @@
 #include "VODUpload/src/VODUploadErrorClass.h"
 #include "VODUpload/src/VODUploadProgress.h"
 #include "VODUpload/src/VODUploadRetryPolicy.h"
+#include "engine_test_support.h"
 #include "foundation/value.h"
 #include "oss/oss_error.h"
 
@@ -69,19 +70,44 @@ TEST(UploadRetryPolicy, BoundsCompareAsUnsigned) {
     EXPECT_EQ(policy.decide(5), VODUploadRetryPolicy::Decision::GiveUp);
 }
 
+// The class as the number shouldRetry answers, for the error and the client's state when it arrived.
 TEST(UploadErrorClasses, FollowTheCodeAndTheClientState) {
     const Error cancelled(oss::kOSSClientErrorDomain, 5, "cancelled");
-    EXPECT_EQ(classify(cancelled, VODClientState::Started), UploadErrorClass::Cancelled);
-    EXPECT_EQ(classify(cancelled, VODClientState::Stopped), UploadErrorClass::StoppedOrPaused);
-    EXPECT_EQ(classify(cancelled, VODClientState::Paused), UploadErrorClass::StoppedOrPaused);
-    EXPECT_EQ(classify(Error(oss::kOSSClientErrorDomain, 6, "network"), VODClientState::Paused),
-              UploadErrorClass::Retry);
-    EXPECT_EQ(classify(serverError(501, "NotImplemented"), VODClientState::Started), UploadErrorClass::Retry);
-    EXPECT_EQ(classify(serverError(500, "InternalError"), VODClientState::Started), UploadErrorClass::Fail);
-    EXPECT_EQ(classify(serverError(403, "SecurityTokenExpired"), VODClientState::Started),
-              UploadErrorClass::CredentialsExpired);
-    Error noDetails(oss::kOSSServerErrorDomain, -403, "refused");
-    EXPECT_EQ(classify(noDetails, VODClientState::Started), UploadErrorClass::Fail);
+    const Error network(oss::kOSSClientErrorDomain, 6, "network");
+    const struct {
+        Error error;
+        VODClientState state;
+        int expected;
+    } cases[] = {
+        {serverError(403, "SecurityTokenExpired"), VODClientState::Started, 2},
+        {serverError(403, "InvalidAccessKeyId"), VODClientState::Started, 2},
+        {serverError(403, "SignatureDoesNotMatch"), VODClientState::Started, 0},
+        {Error(oss::kOSSServerErrorDomain, -403, "refused"), VODClientState::Started, 0},  // no details
+        {network, VODClientState::Started, 1},
+        {network, VODClientState::Paused, 1},
+        {serverError(500, "InternalError"), VODClientState::Started, 0},  // -500 is not retried
+        {serverError(501, "NotImplemented"), VODClientState::Started, 1},
+        {serverError(502, "BadGateway"), VODClientState::Started, 1},
+        {serverError(404, "NoSuchUpload"), VODClientState::Started, 0},
+        {Error(oss::kOSSClientErrorDomain, 3, "invalid"), VODClientState::Started, 0},
+        {cancelled, VODClientState::Idle, 3},  // cancelled by something else: the next file
+        {cancelled, VODClientState::Started, 3},
+        {cancelled, VODClientState::Paused, 4},
+        {cancelled, VODClientState::Stopped, 4},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.error.description + " in state " + std::to_string(static_cast<int>(c.state)));
+        EXPECT_EQ(static_cast<int>(classify(c.error, c.state)), c.expected);
+    }
+    // The engine answers for the state it is in.
+    auto client = VODUploadClient::create();
+    EXPECT_EQ(engineOf(*client).shouldRetry(cancelled), 3);  // Idle
+    VODUploadClientTestAccess::setState(*client, VODClientState::Paused);
+    EXPECT_EQ(engineOf(*client).shouldRetry(cancelled), 4);
+    VODUploadClientTestAccess::setState(*client, VODClientState::Stopped);
+    EXPECT_EQ(engineOf(*client).shouldRetry(cancelled), 4);
+    VODUploadClientTestAccess::setState(*client, VODClientState::Started);
+    EXPECT_EQ(engineOf(*client).shouldRetry(cancelled), 3);
 }
 
 // A file of 250 bytes in parts of 100: the events each progress call owes, as the service counts them.

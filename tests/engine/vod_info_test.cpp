@@ -26,17 +26,12 @@ VodInfo fullInfo() {
 
 }  // namespace
 
-TEST(VodInfo, FreshInfoEncodesEmptyVodObject) {
-    EXPECT_EQ(decoded(VodInfo()), Value::parse(R"({"Vod":{}})"));
-}
-
-TEST(VodInfo, WithoutUserDataCarriesWatermarkAndPriority) {
+// Without user data the watermark and priority go in its place; the caller's user data replaces them,
+// an empty one does not.
+TEST(VodInfo, UserDataReplacesWatermarkAndPriorityUnlessEmpty) {
     EXPECT_EQ(decoded(fullInfo()), Value::parse(R"({"Vod":{"Title":"Trip","Description":"by the sea","CateId":1000,
         "Tags":"sea,sun","UserData":{"IsShowWaterMark":"false","Priority":6},
         "CoverUrl":"https://img.example.com/c.jpg","IsProcess":"true"}})"));
-}
-
-TEST(VodInfo, UserDataReplacesWatermarkAndEmptyUserDataDoesNot) {
     VodInfo info = fullInfo();
     info.isShowWaterMark = true;
     info.isProcess = false;
@@ -50,6 +45,7 @@ TEST(VodInfo, UserDataReplacesWatermarkAndEmptyUserDataDoesNot) {
 }
 
 TEST(VodInfo, StopsAtFirstAbsentField) {
+    EXPECT_EQ(decoded(VodInfo()), Value::parse(R"({"Vod":{}})"));
     VodInfo noDesc = fullInfo();
     noDesc.desc.reset();
     noDesc.userData = "x";

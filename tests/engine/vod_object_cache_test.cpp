@@ -54,9 +54,19 @@ TEST_F(ResumeCache, KeepsTheFiftyNewestAndANewProcessReadsThemBack) {
     EXPECT_EQ(o->videoId, "vid-50");
 }
 
-TEST_F(ResumeCache, SameInstanceOnceOtherInstancesAppendedLookupReturnsOldest) {
+// An unknown path gives an unlisted record with its key only; once other instances were appended, the
+// lookup gives the same (oldest) one.
+TEST_F(ResumeCache, LookupGivesAnUnlistedRecordOrTheOldestSaved) {
     VODObjectCache cache(store);
     std::string path = file("clip.mp4");
+    auto o = cache.getObjectWithPath(path);
+    ASSERT_TRUE(o);
+    EXPECT_EQ(o->key, VODObjectCache::uniqueIdWithFilePath(path));
+    EXPECT_EQ(o->object, "");
+    EXPECT_TRUE(cache.objects().empty());
+    EXPECT_FALSE(store.get(VODObjectCache::kDefaultsKey).has_value());
+    EXPECT_EQ(cache.getObjectWithPath(""), nullptr);
+
     auto first = record("first");
     cache.saveObject(first, path);
     cache.saveObject(first, path);
@@ -66,18 +76,6 @@ TEST_F(ResumeCache, SameInstanceOnceOtherInstancesAppendedLookupReturnsOldest) {
 
     cache.clearObjectWithPath(path);
     EXPECT_EQ(cache.getObjectWithPath(path)->object, "second");
-}
-
-TEST_F(ResumeCache, UnknownPathGivesUnlistedRecordWithKeyOnly) {
-    VODObjectCache cache(store);
-    std::string path = file("new.mp4");
-    auto o = cache.getObjectWithPath(path);
-    ASSERT_TRUE(o);
-    EXPECT_EQ(o->key, VODObjectCache::uniqueIdWithFilePath(path));
-    EXPECT_EQ(o->object, "");
-    EXPECT_TRUE(cache.objects().empty());
-    EXPECT_FALSE(store.get(VODObjectCache::kDefaultsKey).has_value());
-    EXPECT_EQ(cache.getObjectWithPath(""), nullptr);
 }
 
 TEST_F(ResumeCache, DisabledCacheNeitherFindsNorSavesButStillClears) {

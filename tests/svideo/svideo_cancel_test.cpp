@@ -7,7 +7,6 @@
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 using SVideoCancel = SVideoCloudTest;
 
@@ -62,12 +61,9 @@ TEST_P(SVideoRestart, NewJobStartedRightAfterACancelIsTheOnlyOneHeardFrom) {
     EXPECT_EQ(delegate->successes()[0].imageUrl, heard.imageUrl);
 
     // The video and the cover the delegate names are the second job's, both stored whole.
-    const auto videos = cloud.videos();
-    const auto video =
-        std::find_if(videos.begin(), videos.end(), [&](const auto& v) { return v.videoId == heard.videoId; });
-    ASSERT_NE(video, videos.end());
-    EXPECT_EQ(cloud.objectBytes(video->bucket, video->objectKey), bytesOf(clip));
-    EXPECT_EQ(video->params.value("CoverURL", ""), heard.imageUrl.value_or("-"));
+    const auto video = videoWithId(heard.videoId);
+    EXPECT_EQ(cloud.objectBytes(video.bucket, video.objectKey), bytesOf(clip));
+    EXPECT_EQ(video.params.value("CoverURL", ""), heard.imageUrl.value_or("-"));
     const auto images = cloud.images();
     const auto image =
         std::find_if(images.begin(), images.end(), [&](const auto& i) { return i.imageURL == heard.imageUrl; });
@@ -134,7 +130,8 @@ TEST_F(SVideoCancel, CancelFromAProgressCallbackStopsTheClipQuietlyAndTheNextJob
 
 struct StepFailure {
     const char* name;
-    int step;  // the step the job is in when it fails
+    std::string op;  // the request refused
+    bool inClip;     // an UploadPart of the clip (after the cover's parts and the clip's first), not the cover
     std::string code, message;
 };
 
@@ -144,22 +141,9 @@ class SVideoStepFailure : public SVideoCloudTest, public ::testing::WithParamInt
 
 TEST_P(SVideoStepFailure, ReachesTheDelegateOnceAndTheNextJobRuns) {
     const StepFailure& failure = GetParam();
-    switch (failure.step) {
-    case 1:
-        cloud.addFault(Fault::error("CreateUploadImage", 400, failure.code, failure.message));
-        break;
-    case 3:
-        cloud.addFault(Fault::error("UploadPart", 400, failure.code, failure.message));
-        break;
-    case 5:
-        cloud.addFault(Fault::error("CreateUploadVideo", 400, failure.code, failure.message));
-        break;
-    default: {
-        std::vector<Fault> script(coverParts() + 1, Fault::delay("UploadPart", 0));
-        script.push_back(Fault::error("UploadPart", 400, failure.code, failure.message));
-        cloud.addFaults(script);
-    }
-    }
+    std::vector<Fault> script(failure.inClip ? coverParts() + 1 : 0, Fault::delay("UploadPart", 0));
+    script.push_back(Fault::error(failure.op, 400, failure.code, failure.message));
+    cloud.addFaults(script);
     ASSERT_TRUE(start());
     ASSERT_TRUE(delegate->waitFor("failed"));
     EXPECT_EQ(delegate->failures().at(0), std::make_pair(failure.code, failure.message));
@@ -176,8 +160,9 @@ TEST_P(SVideoStepFailure, ReachesTheDelegateOnceAndTheNextJobRuns) {
 
 INSTANTIATE_TEST_SUITE_P(
     EachStep, SVideoStepFailure,
-    ::testing::Values(StepFailure{"ImageSlot", 1, "InvalidParameter", "The image slot was refused."},
-                      StepFailure{"CoverUpload", 3, "InvalidArgument", "The cover part was refused."},
-                      StepFailure{"VideoSlot", 5, "InvalidParameter", "The video slot was refused."},
-                      StepFailure{"ClipUpload", 7, "InvalidArgument", "The clip part was refused."}),
+    ::testing::Values(
+        StepFailure{"ImageSlot", "CreateUploadImage", false, "InvalidParameter", "The image slot was refused."},
+        StepFailure{"CoverUpload", "UploadPart", false, "InvalidArgument", "The cover part was refused."},
+        StepFailure{"VideoSlot", "CreateUploadVideo", false, "InvalidParameter", "The video slot was refused."},
+        StepFailure{"ClipUpload", "UploadPart", true, "InvalidArgument", "The clip part was refused."}),
     [](const auto& info) { return std::string(info.param.name); });

@@ -3,7 +3,6 @@
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 using SVideoControl = SVideoCloudTest;
 
@@ -13,7 +12,9 @@ constexpr const char* kExpired = "InvalidSecurityToken.Expired";
 
 }  // namespace
 
-TEST_F(SVideoControl, PauseAndResumeInEachUploadContinueTheSameMultipartUpload) {
+// Paused and resumed in each upload, then the clip's token expires and a refresh gets a new slot: the
+// same multipart uploads are continued throughout.
+TEST_F(SVideoControl, PauseAndResumeInEachUploadAndExpiryInTheClipContinueTheSameMultipartUploads) {
     // Slow parts, so each pause lands well inside its upload even on a loaded machine.
     for (int i = 0; i < 40; ++i) cloud.addFault(Fault::delay("UploadPart", 500));
     ASSERT_TRUE(start());
@@ -35,10 +36,18 @@ TEST_F(SVideoControl, PauseAndResumeInEachUploadContinueTheSameMultipartUpload) 
     const std::string clipUpload = VODUploadEngineTestAccess::uploadId(*client->client());
     ASSERT_TRUE(waitForCancelledRun(2));
     cloud.clearFaults();
+    cloud.addFault(Fault::error("UploadPart", 403, "SecurityTokenExpired", "The security token has expired."));
     client->resume();
 
+    // The next clip part meets an expired token.
+    ASSERT_TRUE(delegate->waitFor("expired"));
+    EXPECT_EQ(client->step(), 7);
+    EXPECT_EQ(VODUploadEngineTestAccess::uploadId(*client->client()), clipUpload);
+    refresh();
     ASSERT_TRUE(delegate->waitFor("result"));
+    EXPECT_EQ(delegate->count("expired"), 1);
     EXPECT_EQ(delegate->count("failed"), 0);
+    EXPECT_EQ(cloud.videos().at(0).refreshCount, 1);
     EXPECT_TRUE(idle());
     EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 2u);  // one per file, none after a pause
     EXPECT_EQ(cloud.upload(coverUpload)->state, emulator::UploadState::Completed);
@@ -65,46 +74,25 @@ TEST_F(SVideoControl, PauseDuringASlotRequestStoresTheReplyAndParksTheJob) {
     EXPECT_EQ(delegate->count("result"), 0);
 }
 
-TEST_F(SVideoControl, ExpiredImageSlotWaitsForNewCredentials) {
+// An expired image slot waits for new credentials; an expired video slot (step 4) is asked for again
+// by a resume.
+TEST_F(SVideoControl, ExpiredSlotsAreAskedForAgainWithNewCredentialsOrOnResume) {
     cloud.addFault(Fault::error("CreateUploadImage", 403, kExpired, "Specified SecurityToken is expired."));
+    cloud.addFault(Fault::error("CreateUploadVideo", 403, kExpired));
     ASSERT_TRUE(start());
     ASSERT_TRUE(delegate->waitFor("expired"));
     EXPECT_TRUE(idle());
     EXPECT_EQ(delegate->count("failed"), 0);
     refresh();
-    ASSERT_TRUE(delegate->waitFor("result"));
-    EXPECT_EQ(delegate->count("expired"), 1);
-    EXPECT_EQ(cloud.images().size(), 1u);
-    EXPECT_EQ(cloud.videos().size(), 1u);
-}
-
-TEST_F(SVideoControl, ResumingFromStepFourAsksForTheVideoSlot) {
-    cloud.addFault(Fault::error("CreateUploadVideo", 403, kExpired));
-    ASSERT_TRUE(start());
-    ASSERT_TRUE(delegate->waitFor("expired"));
+    ASSERT_TRUE(delegate->waitFor("expired", 2));
+    EXPECT_EQ(client->step(), 4);
     client->pause();
     client->resume();
     ASSERT_TRUE(delegate->waitFor("result"));
+    EXPECT_EQ(delegate->count("expired"), 2);
     EXPECT_EQ(cloud.requests("CreateUploadVideo").size(), 2u);
-    EXPECT_EQ(cloud.objectBytes(cloud.videos().at(0).bucket, cloud.videos().at(0).objectKey), bytesOf(clip));
-}
-
-TEST_F(SVideoControl, ExpiryDuringClipUploadRefreshesTheSlotAndContinuesTheUpload) {
-    // The cover's parts and the clip's first part pass; the next part meets an expired token.
-    std::vector<Fault> script(coverParts() + 1, Fault::delay("UploadPart", 0));
-    script.push_back(Fault::error("UploadPart", 403, "SecurityTokenExpired", "The security token has expired."));
-    cloud.addFaults(script);
-    ASSERT_TRUE(start());
-    ASSERT_TRUE(delegate->waitFor("expired"));
-    EXPECT_EQ(client->step(), 7);
-    const std::string clipUpload = VODUploadEngineTestAccess::uploadId(*client->client());
-    refresh();
-    ASSERT_TRUE(delegate->waitFor("result"));
-    EXPECT_EQ(delegate->count("expired"), 1);
-    EXPECT_EQ(delegate->count("failed"), 0);
-    EXPECT_EQ(cloud.videos().at(0).refreshCount, 1);
-    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 2u);
-    EXPECT_EQ(cloud.upload(clipUpload)->state, emulator::UploadState::Completed);
+    EXPECT_EQ(cloud.images().size(), 1u);
+    ASSERT_EQ(cloud.videos().size(), 1u);
     EXPECT_EQ(cloud.objectBytes(cloud.videos().at(0).bucket, cloud.videos().at(0).objectKey), bytesOf(clip));
 }
 

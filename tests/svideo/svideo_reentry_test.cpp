@@ -10,7 +10,6 @@
 
 using namespace quorvane;
 using namespace quorvane::test;
-using emulator::Fault;
 
 using SVideoReentry = SVideoCloudTest;
 
@@ -49,12 +48,8 @@ TEST_F(SVideoReentry, DelegateRefreshesAndStartsTheNextJobFromInsideItsCallbacks
     EXPECT_EQ(events.back(), "result");
     EXPECT_TRUE(idle());
     EXPECT_EQ(cloud.requests("CreateUploadImage").size(), 2u);  // one cover per job, none again on refresh
-    const auto heard = delegate->results().at(0);
-    const auto videos = cloud.videos();
-    const auto video =
-        std::find_if(videos.begin(), videos.end(), [&](const auto& v) { return v.videoId == heard.videoId; });
-    ASSERT_NE(video, videos.end());
-    EXPECT_EQ(cloud.objectBytes(video->bucket, video->objectKey), bytesOf(clip));
+    const auto video = videoWithId(delegate->results().at(0).videoId);
+    EXPECT_EQ(cloud.objectBytes(video.bucket, video.objectKey), bytesOf(clip));
 }
 
 TEST_F(SVideoReentry, NextJobsCoverWaitsInTheEngineBehindACancelledRunWithoutStoppingIt) {

@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <mutex>
 #include <string>
@@ -15,9 +14,9 @@
 
 #include "VODUpload/src/AVCVEventTransport.h"
 #include "VODUpload/src/VODObjectCache.h"
-#include "VODUpload/src/VODUploadEngine.h"
 #include "VODUpload/src/VODUploadSVideoClient.h"
 #include "emulator/cloud_emulator.h"
+#include "engine/engine_test_support.h"
 #include "foundation/dispatch.h"
 #include "foundation/temp_files.h"
 #include "support/cloud_services.h"
@@ -27,11 +26,7 @@ namespace quorvane {
 namespace test {
 
 using namespace std::chrono_literals;
-
-// Waits on the main loop (the engine moves on after a cancel there) until `done` holds.
-inline bool waitUntil(const std::function<bool()>& done, std::chrono::milliseconds timeout = 90s) {
-    return foundation::MainLoop::instance().runUntil(done, timeout);
-}
+using emulator::Fault;
 
 // Waits without running the main loop, so that what the engine would do there stays undone meanwhile.
 inline bool waitHoldingMainLoop(const std::function<bool()>& done, std::chrono::milliseconds timeout = 90s) {
@@ -70,32 +65,17 @@ public:
     void uploadRetryResume() override { add("retryResume"); }
 
     int count(const std::string& name) const {
-        std::lock_guard lock(mutex_);
-        return static_cast<int>(std::count(events_.begin(), events_.end(), name));
-    }
-    std::vector<std::string> events() const {
-        std::lock_guard lock(mutex_);
-        return events_;
+        const auto all = events();
+        return static_cast<int>(std::count(all.begin(), all.end(), name));
     }
     bool waitFor(const std::string& name, int times = 1) const {
         return waitUntil([&] { return count(name) >= times; });
     }
-    std::vector<Success> successes() const {
-        std::lock_guard lock(mutex_);
-        return successes_;
-    }
-    std::vector<VodSVideoUploadResult> results() const {
-        std::lock_guard lock(mutex_);
-        return results_;
-    }
-    std::vector<std::pair<std::string, std::string>> failures() const {
-        std::lock_guard lock(mutex_);
-        return failures_;
-    }
-    std::vector<std::pair<std::int64_t, std::int64_t>> progress() const {
-        std::lock_guard lock(mutex_);
-        return progress_;
-    }
+    std::vector<std::string> events() const { return copy(events_); }
+    std::vector<Success> successes() const { return copy(successes_); }
+    std::vector<VodSVideoUploadResult> results() const { return copy(results_); }
+    std::vector<std::pair<std::string, std::string>> failures() const { return copy(failures_); }
+    std::vector<std::pair<std::int64_t, std::int64_t>> progress() const { return copy(progress_); }
 
 private:
     void add(const char* name, const std::function<void()>& keep = [] {}) {
@@ -106,31 +86,17 @@ private:
         }
         if (onEvent) onEvent(name);
     }
+    template <typename T>
+    T copy(const T& field) const {
+        std::lock_guard lock(mutex_);
+        return field;
+    }
     mutable std::mutex mutex_;
     std::vector<std::string> events_;
     std::vector<Success> successes_;
     std::vector<VodSVideoUploadResult> results_;
     std::vector<std::pair<std::string, std::string>> failures_;
     std::vector<std::pair<std::int64_t, std::int64_t>> progress_;
-};
-
-// A fresh directory, removed with its contents at the end of the scope.
-class ScratchDir {
-public:
-    ScratchDir() {
-        std::string pattern = (std::filesystem::temp_directory_path() / "quorvane-svideo-XXXXXX").string();
-        path_ = ::mkdtemp(pattern.data());
-    }
-    ~ScratchDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(path_, ec);
-    }
-    ScratchDir(const ScratchDir&) = delete;
-    ScratchDir& operator=(const ScratchDir&) = delete;
-    std::string file(const std::string& name) const { return path_ + "/" + name; }
-
-private:
-    std::string path_;
 };
 
 inline constexpr std::int32_t kPartSize = 100 * 1024;  // the smallest part the service takes
@@ -206,8 +172,15 @@ protected:
         });
     }
     bool idle() const { return client->step() == 0 && client->status() == VODUploadSVideoClient::kStatusIdle; }
+    // The video the service registered under `id`; fails the test when there is none.
+    emulator::VodVideo videoWithId(const std::optional<std::string>& id) const {
+        for (const auto& v : cloud.videos())
+            if (v.videoId == id) return v;
+        ADD_FAILURE() << "no video " << id.value_or("(none)");
+        return {};
+    }
 
-    ScratchDir dir;
+    TempDir dir;
     emulator::CloudEmulator cloud;
     emulator::StsCredentials sts;
     std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
