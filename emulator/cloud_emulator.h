@@ -73,6 +73,8 @@ struct EmulatorOptions {
     std::string enterpriseId;
     // HTTP status of enterprise error bodies ({"code", "msg", "message"}); 200 lets clients read the code.
     int enterpriseErrorStatus = 200;
+    // false: ListParts names no part's HashCrc64ecma, as a store that keeps none per part answers.
+    bool listPartCrc64 = true;
     std::uint64_t maxObjectSize = 5ULL << 30;  // PutObject / part limit: larger bodies get EntityTooLarge
     int threads = 32;       // server workers started up front (each request being answered holds one)
     int maxThreads = 1024;  // workers are added while all are busy, up to this many

@@ -136,6 +136,7 @@ void listParts(OssRequest& r) {
     auto upload = openUpload(r);
     if (!upload) return;
     ListPartsPage page{r.bucket, r.key, upload->info.uploadId, marker, 0, maxParts, false, {}};
+    page.withCrc64 = r.ex.impl.options.listPartCrc64;
     for (const auto& p : upload->info.parts) {
         if (p.number <= marker) continue;
         if (static_cast<int>(page.parts.size()) == maxParts) {

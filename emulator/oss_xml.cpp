@@ -74,7 +74,7 @@ std::string listPartsXml(const ListPartsPage& page) {
         xmlAdd(part, "LastModified", p.lastModified);
         xmlAdd(part, "ETag", p.etag);
         xmlAdd(part, "Size", std::to_string(p.size));
-        xmlAdd(part, "HashCrc64ecma", std::to_string(p.crc64));
+        if (page.withCrc64) xmlAdd(part, "HashCrc64ecma", std::to_string(p.crc64));
     }
     return xmlText(doc);
 }

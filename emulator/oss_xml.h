@@ -21,6 +21,7 @@ struct ListPartsPage {
     int maxParts = 1000;
     bool truncated = false;
     std::vector<PartInfo> parts;
+    bool withCrc64 = true;  // each part's HashCrc64ecma
 };
 std::string listPartsXml(const ListPartsPage& page);
 std::string completeResultXml(const std::string& location, const std::string& bucket, const std::string& key,
