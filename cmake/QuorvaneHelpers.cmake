@@ -83,7 +83,9 @@ function(quorvane_test name)
   if(NOT Q_TIMEOUT)
     set(Q_TIMEOUT 120)
   endif()
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST
+  # Listing a program's tests can take seconds on a loaded machine (two cores, a sanitizer build); past
+  # the default 5 s the whole ctest run fails before any test starts.
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT 120
     PROPERTIES TIMEOUT ${Q_TIMEOUT} LABELS "${Q_LABELS}")
 endfunction()
 
