@@ -38,12 +38,15 @@ protected:
 
 TEST_F(FacadeUpload, FileGoesToTheHostUrlWithItsFieldsAndKindAndIsThenDeleted) {
     const std::string bytes = randomBytes(50000, 3);
-    auto answers = upload({{"url", cloud.endpoint() + "/host/upload"}, {"name", "attachment"},
-                           {"filePath", mediaFile("ABC.jpg", bytes)}, {"header", {{"X-Token", "t-1"}}},
-                           {"formData", {{"kind", "receipt"}}}, {"fileType", "image"}});
-    ASSERT_EQ(answers->successes().size(), 1u);
-    EXPECT_EQ(answers->successes()[0]["msg"], "success");
-    ASSERT_EQ(presenter->huds().size(), 1u);
+    Answers answers;
+    QuorvaneApiManager::uploadFile({{"url", cloud.endpoint() + "/host/upload"}, {"name", "attachment"},
+                                    {"filePath", mediaFile("ABC.jpg", bytes)}, {"header", {{"X-Token", "t-1"}}},
+                                    {"formData", {{"kind", "receipt"}}}, {"fileType", "image"}},
+                                   presenter, answers.success(), answers.fail());
+    ASSERT_EQ(presenter->huds().size(), 1u);  // shown while the upload runs
+    ASSERT_TRUE(answers.waitForOne());
+    ASSERT_EQ(answers.successes().size(), 1u);
+    EXPECT_EQ(answers.successes()[0]["msg"], "success");
     EXPECT_TRUE(presenter->huds()[0]->isHidden());
     ASSERT_EQ(cloud.hostUploads().size(), 1u);
     const auto first = cloud.hostUploads()[0];
