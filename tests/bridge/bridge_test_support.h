@@ -9,6 +9,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <random>
 #include <string>
@@ -17,6 +18,7 @@
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
 #include "VODUpload/src/VODServiceEndpoint.h"
+#include "api/QuorvaneApiManager.h"
 #include "emulator/cloud_emulator.h"
 #include "foundation/dispatch.h"
 #include "foundation/temp_files.h"
@@ -74,6 +76,9 @@ private:
     std::atomic<int> calls_{0};
 };
 
+const Value kRequestFailed{{"code", "nativeErrorCode.000"}, {"message", "请求失败，请稍后再试"}};
+const Value kUploadFailed{{"code", "nativeErrorCode.014"}, {"message", "上传失败"}};
+
 class BridgeCloudTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -99,6 +104,16 @@ protected:
         return "/var/mobile/old-sandbox/tmp/media/" + name;
     }
     std::string localPath(const std::string& name) const { return tmp.path() + "/media/" + name; }
+
+    // Hands `request` to the façade's upload; waits for the first answer unless `wait` is false.
+    std::unique_ptr<Answers> ossUpload(const Value& request, bool wait = true) {
+        auto answers = std::make_unique<Answers>();
+        QuorvaneApiManager::OSSUploadFile(request, nullptr, answers->success(), answers->fail());
+        if (wait) {
+            EXPECT_TRUE(answers->waitForOne());
+        }
+        return answers;
+    }
 
     std::string token() const { return cloud.options().enterpriseAccessToken; }
     std::string bucket() const { return cloud.options().bucket; }

@@ -1,17 +1,20 @@
-// The façade's multipart upload to a host URL, its routing by "type", and the share and save
-// commands working from an image URL.
+// The façade's multipart upload to a host URL (which answers count as a success and which host paths
+// name a file), its routing by "type", and the share and save commands working from an image URL.
 #include <filesystem>
+#include <fstream>
+#include <tuple>
 
-#include "api/QuorvaneApiManager.h"
 #include "bridge_test_support.h"
 #include "foundation/crypto.h"
 #include "platform/activity_view_controller.h"
 #include "platform/headless/headless_photo_library.h"
 #include "platform/headless/headless_presenter.h"
+#include "vodapi/loopback_server.h"
 
 namespace quorvane::test {
 namespace {
 
+namespace fs = std::filesystem;
 using emulator::Fault;
 
 // A 1×1 PNG.
@@ -22,80 +25,108 @@ std::string pngBytes() {
 
 class FacadeUpload : public BridgeCloudTest {
 protected:
+    // Hands `params` to the façade's multipart upload and waits for its first answer.
+    std::unique_ptr<Answers> upload(const Value& params) {
+        auto answers = std::make_unique<Answers>();
+        QuorvaneApiManager::uploadFile(params, presenter, answers->success(), answers->fail());
+        EXPECT_TRUE(answers->waitForOne());
+        settle(50ms);
+        return answers;
+    }
     std::shared_ptr<platform::headless::HeadlessPresenter> presenter = platform::headless::HeadlessPresenter::create();
 };
 
-TEST_F(FacadeUpload, FileGoesToTheHostUrlWithItsFieldsAndIsThenDeleted) {
+TEST_F(FacadeUpload, FileGoesToTheHostUrlWithItsFieldsAndKindAndIsThenDeleted) {
     const std::string bytes = randomBytes(50000, 3);
-    Value params{{"url", cloud.endpoint() + "/host/upload"}, {"name", "attachment"},
-                 {"filePath", mediaFile("ABC.jpg", bytes)}, {"header", {{"X-Token", "t-1"}}},
-                 {"formData", {{"kind", "receipt"}}}, {"fileType", "image"}};
     Answers answers;
-    QuorvaneApiManager::uploadFile(params, presenter, answers.success(), answers.fail());
-    ASSERT_EQ(presenter->huds().size(), 1u);
+    QuorvaneApiManager::uploadFile({{"url", cloud.endpoint() + "/host/upload"}, {"name", "attachment"},
+                                    {"filePath", mediaFile("ABC.jpg", bytes)}, {"header", {{"X-Token", "t-1"}}},
+                                    {"formData", {{"kind", "receipt"}}}, {"fileType", "image"}},
+                                   presenter, answers.success(), answers.fail());
+    ASSERT_EQ(presenter->huds().size(), 1u);  // shown while the upload runs
     ASSERT_TRUE(answers.waitForOne());
     ASSERT_EQ(answers.successes().size(), 1u);
     EXPECT_EQ(answers.successes()[0]["msg"], "success");
     EXPECT_TRUE(presenter->huds()[0]->isHidden());
     ASSERT_EQ(cloud.hostUploads().size(), 1u);
-    const auto upload = cloud.hostUploads()[0];
-    EXPECT_EQ(upload.fileField, "attachment");
-    EXPECT_EQ(upload.fileName, ".jpg");  // "image" is not "Image": the default kind
-    EXPECT_EQ(upload.fileContentType, "image/jpg");
-    EXPECT_EQ(upload.fileBytes, bytes);
-    EXPECT_EQ(upload.fields, (Value{{"kind", "receipt"}}));
+    const auto first = cloud.hostUploads()[0];
+    EXPECT_EQ(first.fileField, "attachment");
+    EXPECT_EQ(first.fileName, ".jpg");  // "image" is not "Image": the default kind
+    EXPECT_EQ(first.fileContentType, "image/jpg");
+    EXPECT_EQ(first.fileBytes, bytes);
+    EXPECT_EQ(first.fields, (Value{{"kind", "receipt"}}));
     bool tokenSent = false;
-    for (const auto& [name, value] : upload.headers) tokenSent |= name == "X-Token" && value == "t-1";
+    for (const auto& [name, value] : first.headers) tokenSent |= name == "X-Token" && value == "t-1";
     EXPECT_TRUE(tokenSent);
-    EXPECT_FALSE(std::filesystem::exists(localPath("ABC.jpg")));
-}
+    EXPECT_FALSE(fs::exists(localPath("ABC.jpg")));
 
-// The kind names the file part and its type; the field takes the given name.
-TEST_F(FacadeUpload, AudioAndVideoKindsNameThePartBySuffix) {
+    // The kind names the file part and its type; the field takes the given name.
     const char* kinds[][4] = {{"Audio", "v.mp3", ".mp3", "audio/mp3"}, {"Video", "clip.mp4", ".mp4", "video/mp4"}};
     for (const auto& [kind, file, suffix, type] : kinds) {
-        Answers answers;
-        QuorvaneApiManager::uploadFile({{"url", cloud.endpoint() + "/host/upload"}, {"name", kind},
-                                        {"filePath", mediaFile(file, "bytes")}, {"fileType", kind}},
-                                       presenter, answers.success(), answers.fail());
-        ASSERT_TRUE(answers.waitForOne()) << kind;
-        const auto upload = cloud.hostUploads().back();
-        EXPECT_EQ(upload.fileName, suffix);
-        EXPECT_EQ(upload.fileContentType, type);
-        EXPECT_EQ(upload.fileField, kind);
+        upload({{"url", cloud.endpoint() + "/host/upload"}, {"name", kind}, {"filePath", mediaFile(file, "bytes")},
+                {"fileType", kind}});
+        const auto sent = cloud.hostUploads().back();
+        EXPECT_EQ(sent.fileName, suffix);
+        EXPECT_EQ(sent.fileContentType, type);
+        EXPECT_EQ(sent.fileField, kind);
     }
-    EXPECT_EQ(cloud.hostUploads().size(), 2u);
-}
-
-TEST_F(FacadeUpload, MissingFileAndFailedRequestAreReportedByWord) {
-    Answers missing, noSeparator;
-    Value params{{"url", cloud.endpoint() + "/host/upload"}, {"filePath", "/sandbox/tmp/media/gone.jpg"}};
-    QuorvaneApiManager::uploadFile(params, presenter, missing.success(), missing.fail());
-    std::ofstream(tmp.path() + "/here.jpg") << "x";
-    params["filePath"] = tmp.path() + "/here.jpg";  // readable, but not under a media directory
-    QuorvaneApiManager::uploadFile(params, presenter, noSeparator.success(), noSeparator.fail());
-    EXPECT_EQ(missing.failures(), std::vector<Value>{"FileNotExists"});
-    EXPECT_EQ(noSeparator.failures(), std::vector<Value>{"FileNotExists"});
-    EXPECT_TRUE(presenter->huds().empty());
-
-    cloud.addFault(Fault::error("HostUpload", 500, "InternalError"));
-    Answers failed;
-    params["filePath"] = mediaFile("keep.jpg", "bytes");
-    QuorvaneApiManager::uploadFile(params, presenter, failed.success(), failed.fail());
-    ASSERT_TRUE(failed.waitForOne());
-    EXPECT_EQ(failed.failures(), std::vector<Value>{"RequestFailed"});
-    ASSERT_EQ(presenter->huds().size(), 1u);
-    EXPECT_TRUE(presenter->huds()[0]->isHidden());
-    EXPECT_TRUE(std::filesystem::exists(localPath("keep.jpg")));  // kept for a retry
+    EXPECT_EQ(cloud.hostUploads().size(), 3u);
     EXPECT_TRUE(cloud.enterpriseCalls().empty());
 }
 
-TEST_F(FacadeUpload, UnknownUploadTypeDoesNothing) {
-    Answers answers;
-    QuorvaneApiManager::OSSUploadFile({{"type", "Video"}, {"files", Value::array()}}, nullptr, answers.success(),
-                                      answers.fail());
+// Only a plain name after the last media separator names a file, and only a dictionary is a success;
+// anything else keeps the file for a retry.
+TEST_F(FacadeUpload, HostPathsNameAFileOnlyAfterTheMediaSeparatorAndOnlyADictionaryIsASuccess) {
+    vodapi_test::LoopbackServer host;
+    auto to = [&](const std::string& path, const std::string& filePath) {
+        return upload({{"url", host.base() + path}, {"name", "f"}, {"filePath", filePath}});
+    };
+    host.answer("POST", "/upload", 200, R"({"ok":true})");
+    mediaFile("inside.jpg", "inside");
+    fs::create_directories(tmp.path() + "/media/sub");
+    std::ofstream(tmp.path() + "/media/sub/nested.jpg") << "nested";
+    std::ofstream(tmp.path() + "/outside.jpg") << "outside";
+    std::ofstream(tmp.path() + "/here.jpg") << "x";  // readable, but not under a media directory
+    const std::string paths[] = {"/old/tmp/media/../outside.jpg", "/old/tmp/media/../../outside.jpg",
+                                 "/old/tmp/media/sub/nested.jpg", "/old/tmp/media/..", "/old/tmp/media/.",
+                                 "/old/tmp/media/", "/sandbox/tmp/media/gone.jpg", tmp.path() + "/here.jpg"};
+    for (const auto& path : paths)
+        EXPECT_EQ(to("upload", path)->failures(), std::vector<Value>{"FileNotExists"}) << path;
+    EXPECT_TRUE(host.seen().empty());
+    EXPECT_TRUE(presenter->huds().empty());
+    EXPECT_TRUE(fs::exists(tmp.path() + "/outside.jpg"));
+    EXPECT_TRUE(fs::exists(tmp.path() + "/media/sub/nested.jpg"));
+
+    // The name after the last separator is what counts; the file that went is deleted after the answer.
+    EXPECT_EQ(to("upload", "/a/media/b/media/inside.jpg")->successes().size(), 1u);
+    EXPECT_EQ(host.seen().size(), 1u);
+    EXPECT_FALSE(fs::exists(localPath("inside.jpg")));
+
+    const std::tuple<const char*, int, const char*> refused[] = {{"array", 200, "[1,2]"}, {"number", 200, "123"},
+        {"html", 200, "<html><body>ok</body></html>"}, {"text", 200, "\"done\""}, {"error", 500, "{}"}};
+    for (const auto& [path, status, body] : refused) {
+        SCOPED_TRACE(path);
+        host.answer("POST", std::string("/") + path, status, body);
+        const std::string name = std::string(path) + ".jpg";
+        auto answers = to(path, mediaFile(name, "bytes"));
+        EXPECT_EQ(answers->failures(), std::vector<Value>{"RequestFailed"});
+        EXPECT_TRUE(answers->successes().empty());
+        EXPECT_TRUE(fs::exists(localPath(name)));
+    }
+    EXPECT_EQ(host.seen().size(), 6u);
+    EXPECT_EQ(presenter->huds().size(), 6u);
+    for (const auto& hud : presenter->huds()) EXPECT_TRUE(hud->isHidden());
+
+    host.answer("POST", "/object", 200, R"({"url":"https://files.example/1","n":[1,2]})");
+    auto answers = to("object", mediaFile("object.jpg", "bytes"));
+    ASSERT_EQ(answers->successes().size(), 1u);
+    EXPECT_EQ(answers->successes()[0], (Value{{"url", "https://files.example/1"}, {"n", {1, 2}}}));
+    EXPECT_FALSE(fs::exists(localPath("object.jpg")));
+
+    // An upload of a type other than "video" or "image" does nothing.
+    auto unknown = ossUpload({{"type", "Video"}, {"files", Value::array()}}, false);
     settle();
-    EXPECT_EQ(answers.count(), 0);
+    EXPECT_EQ(unknown->count(), 0);
     EXPECT_TRUE(cloud.requests().empty());
 }
 
@@ -122,7 +153,7 @@ TEST_F(FacadeUpload, ImagesDecodeFromFilesAndHttpButNotFromOtherBytes) {
     EXPECT_EQ(fetched->format, "png");
 }
 
-TEST_F(FacadeUpload, SaveImageReportsTheLibrarysAnswerByHud) {
+TEST_F(FacadeUpload, SaveImageReportsTheLibrarysAnswerByHudAndShareCarriesTheItems) {
     auto library = std::make_shared<platform::headless::HeadlessPhotoLibrary>();
     platform::PhotoLibrary::setSharedPhotoLibrary(library);
     std::ofstream(tmp.path() + "/logo.png", std::ios::binary) << pngBytes();
@@ -142,10 +173,8 @@ TEST_F(FacadeUpload, SaveImageReportsTheLibrarysAnswerByHud) {
     for (const auto& hud : presenter->huds()) texts.push_back(hud->detailsText());
     std::sort(texts.begin(), texts.end());
     EXPECT_EQ(texts, (std::vector<std::string>{"保存失败，请检查相册访问权限", "已保存到相册"}));
-}
 
-TEST_F(FacadeUpload, ShareSheetCarriesTheItemsAndReportsTheChoice) {
-    std::ofstream(tmp.path() + "/logo.png", std::ios::binary) << pngBytes();
+    // The share sheet carries the items and reports the choice.
     std::optional<std::string> chosen;
     int calls = 0;
     bool completed = false;

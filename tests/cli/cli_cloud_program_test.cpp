@@ -4,15 +4,17 @@
 // every request (statuses and resets) and --quiet silences it.
 #include <gtest/gtest.h>
 #include <httplib.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <filesystem>
 #include <fstream>
 #include <map>
 #include <set>
+#include <sstream>
+#include <tuple>
 
 #include "cli/cli_process.h"
+#include "foundation/temp_files.h"
 #include "support/port_holder.h"
 
 namespace quorvane {
@@ -46,30 +48,17 @@ std::map<std::string, std::string> factsUntilStopped(std::vector<std::string> ar
 
 std::vector<std::string> linesWith(const std::string& text, const std::string& needle) {
     std::vector<std::string> out;
-    std::size_t at = 0;
-    while (at < text.size()) {
-        auto end = text.find('\n', at);
-        auto line = text.substr(at, end == std::string::npos ? std::string::npos : end - at);
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
         if (line.find(needle) != std::string::npos) out.push_back(line);
-        if (end == std::string::npos) break;
-        at = end + 1;
-    }
     return out;
 }
 
-class CloudProgram : public ::testing::Test {
-protected:
-    void SetUp() override {
-        dir_ = fs::temp_directory_path() / ("quorvane-cloud-program-" + std::to_string(::getpid()));
-        fs::create_directories(dir_);
-    }
-    void TearDown() override { fs::remove_all(dir_); }
-    std::string write(const std::string& name, const std::string& text) {
-        std::ofstream(dir_ / name) << text;
-        return (dir_ / name).string();
-    }
-    fs::path dir_;
-};
+// `text` written to a file in `dir`; its path.
+std::string write(const foundation::ScopedTempDir& dir, const std::string& name, const std::string& text) {
+    std::ofstream(dir.path() + "/" + name) << text;
+    return dir.path() + "/" + name;
+}
 
 TEST(CloudPrograms, BothTakeTheSameOptionsAndPrintTheSameFacts) {
     CliProcess help({QUORVANE_CLOUD_PATH, "--help"}, {});
@@ -77,15 +66,14 @@ TEST(CloudPrograms, BothTakeTheSameOptionsAndPrintTheSameFacts) {
     CliProcess bad({QUORVANE_CLOUD_PATH, "--no-such-option"}, {});
     EXPECT_EQ(bad.wait(kGenerous), 2);
 
-    auto storage = fs::temp_directory_path() / ("quorvane-cloud-facts-" + std::to_string(::getpid()));
+    foundation::ScopedTempDir storage;
     const std::vector<std::string> options{"--port", "0", "--bucket", "facts-bucket", "--region", "cn-beijing",
-                                           "--storage", storage.string()};
+                                           "--storage", storage.path()};
     std::vector<std::string> program{QUORVANE_CLOUD_PATH}, subcommand{QUORVANE_CLI_PATH, "cloud"};
     program.insert(program.end(), options.begin(), options.end());
     subcommand.insert(subcommand.end(), options.begin(), options.end());
     auto fromProgram = factsUntilStopped(program);
     auto fromSubcommand = factsUntilStopped(subcommand);
-    fs::remove_all(storage);
     std::set<std::string> programKeys, subcommandKeys;
     for (const auto& [key, value] : fromProgram) programKeys.insert(key);
     for (const auto& [key, value] : fromSubcommand) subcommandKeys.insert(key);
@@ -97,19 +85,29 @@ TEST(CloudPrograms, BothTakeTheSameOptionsAndPrintTheSameFacts) {
     EXPECT_EQ(fromSubcommand["region"], "cn-beijing");
 }
 
-TEST_F(CloudProgram, APortHeldByAnotherSocketIsAnErrorNeverReady) {
-    test::PortHolder holder;  // it offers to share the port: the cloud must not take it
+// A port held by another socket (it offers to share the port: the cloud must not take it) and a fault
+// script that does not parse: errors, never "ready".
+TEST(CloudPrograms, APortInUseOrAMalformedFaultScriptIsAnErrorNeverReady) {
+    foundation::ScopedTempDir dir;
+    test::PortHolder holder;
     ASSERT_NE(holder.port(), 0);
     const auto port = std::to_string(holder.port());
-
-    CliProcess cloud({QUORVANE_CLOUD_PATH, "--port", port}, {});
-    EXPECT_EQ(cloud.wait(kGenerous), 1);
-    for (const auto& line : cloud.lines()) EXPECT_NE(line, "ready");
-    EXPECT_NE(cloud.errors().find("127.0.0.1:" + port + " is in use"), std::string::npos) << cloud.errors();
+    auto script = write(dir, "bad.json", R"([{"operation": "UploadPart", "fault": "explode"}])");
+    const std::tuple<std::vector<std::string>, int, std::string> cases[] = {
+        {{QUORVANE_CLOUD_PATH, "--port", port}, 1, "127.0.0.1:" + port + " is in use"},
+        {{QUORVANE_CLOUD_PATH, "--faults", script}, 2, "entry 1: unknown fault \"explode\""},
+    };
+    for (const auto& [args, exit, message] : cases) {
+        CliProcess cloud(args, {});
+        EXPECT_EQ(cloud.wait(kGenerous), exit) << message;
+        for (const auto& line : cloud.lines()) EXPECT_NE(line, "ready");
+        EXPECT_NE(cloud.errors().find(message), std::string::npos) << cloud.errors();
+    }
 }
 
-TEST_F(CloudProgram, FaultScriptFiresAsWrittenAndTheLogShowsEachRequest) {
-    auto script = write("faults.json", R"([
+TEST(CloudPrograms, FaultScriptFiresAsWrittenAndTheLogShowsEachRequest) {
+    foundation::ScopedTempDir dir;
+    auto script = write(dir, "faults.json", R"([
         {"operation": "PutWebtracking", "status": 503, "count": 2},
         {"operation": "PutWebtracking", "fault": "reset"}])");
     CliProcess cloud({QUORVANE_CLOUD_PATH, "--port", "0", "--faults", script}, {});
@@ -143,14 +141,6 @@ TEST_F(CloudProgram, FaultScriptFiresAsWrittenAndTheLogShowsEachRequest) {
     quiet.signal(SIGINT);
     EXPECT_EQ(quiet.wait(kGenerous), 0);
     EXPECT_TRUE(linesWith(quiet.errors(), "PutWebtracking").empty()) << quiet.errors();
-}
-
-TEST_F(CloudProgram, AMalformedFaultScriptIsAUsageError) {
-    auto script = write("bad.json", R"([{"operation": "UploadPart", "fault": "explode"}])");
-    CliProcess cloud({QUORVANE_CLOUD_PATH, "--faults", script}, {});
-    EXPECT_EQ(cloud.wait(kGenerous), 2);
-    for (const auto& line : cloud.lines()) EXPECT_NE(line, "ready");
-    EXPECT_NE(cloud.errors().find("entry 1: unknown fault \"explode\""), std::string::npos) << cloud.errors();
 }
 
 }  // namespace

@@ -63,6 +63,21 @@ protected:
         return std::make_unique<CliProcess>(std::move(args), std::move(env));
     }
 
+    // Runs the program to its end, expecting exit status `code`.
+    std::unique_ptr<CliProcess> ran(int code, std::vector<std::string> args,
+                                    std::vector<std::pair<std::string, std::string>> env = {}) {
+        auto process = run(std::move(args), std::move(env));
+        EXPECT_EQ(process->wait(kGenerous), code) << process->errors();
+        return process;
+    }
+
+    // The one event of the run with the given name; null unless there is exactly one.
+    static Value only(const CliProcess& process, const std::string& name) {
+        auto found = events(process, name);
+        EXPECT_EQ(found.size(), 1u) << name << ": " << process.errors();
+        return found.size() == 1 ? found[0] : Value();
+    }
+
     // The JSON events of the run with the given "event" name.
     static std::vector<Value> events(const CliProcess& process, const std::string& name) {
         std::vector<Value> found;

@@ -6,6 +6,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <thread>
 
@@ -17,12 +18,10 @@ CliProcess::CliProcess(std::vector<std::string> args, std::vector<std::pair<std:
     // Everything the child needs is built before fork: the test process has threads, so the child
     // may only call async-signal-safe functions.
     std::vector<std::string> environment;
-    for (char** entry = environ; *entry; ++entry) {
-        std::string text = *entry;
-        bool replaced = false;
-        for (const auto& [name, value] : env) replaced = replaced || text.rfind(name + "=", 0) == 0;
-        if (!replaced) environment.push_back(text);
-    }
+    for (char** entry = environ; *entry; ++entry)
+        if (std::none_of(env.begin(), env.end(),
+                         [&](const auto& e) { return std::string(*entry).starts_with(e.first + "="); }))
+            environment.push_back(*entry);
     for (const auto& [name, value] : env) environment.push_back(name + "=" + value);
     std::vector<char*> argv, envp;
     for (auto& arg : args) argv.push_back(arg.data());
@@ -113,8 +112,8 @@ void CliProcess::signal(int signo) {
 
 int CliProcess::wait(std::chrono::milliseconds timeout) {
     auto deadline = std::chrono::steady_clock::now() + timeout;
-    while (readLine(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()))) {
-    }
+    while (readLine(std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now())))
+        continue;
     while (err_ >= 0 && std::chrono::steady_clock::now() < deadline) {
         char buffer[4096];
         auto n = read(err_, buffer, sizeof buffer);

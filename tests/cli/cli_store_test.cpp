@@ -21,15 +21,13 @@ class CliStore : public CliUploadToService {
 protected:
     // Connection and STS credentials of the test's emulator.
     std::vector<std::string> with(std::vector<std::string> args) {
-        for (const std::string& option : std::vector<std::string>{"--endpoint", cloud_.endpoint(), "--region", cloud_.options().region, "--key-id",
-                                   sts_.AccessKeyId, "--secret", sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken})
-            args.push_back(option);
+        args.insert(args.end(), {"--endpoint", cloud_.endpoint(), "--region", cloud_.options().region, "--key-id",
+                                 sts_.AccessKeyId, "--secret", sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken});
         return args;
     }
     // Stores `name` (a file made with makeFile) under `key` with the program's own upload.
     void store(const std::string& file, const std::string& key) {
-        auto process = run(with({"upload", "--json", "--oss", file, "oss://" + bucket() + "/" + key}));
-        ASSERT_EQ(process->wait(kGenerous), 0) << process->errors();
+        ran(0, with({"upload", "--json", "--oss", file, "oss://" + bucket() + "/" + key}));
     }
     std::string bucket() const { return cloud_.options().bucket; }
     static std::string readFile(const fs::path& path) {
@@ -37,6 +35,14 @@ protected:
         std::stringstream bytes;
         bytes << in.rdbuf();
         return bytes.str();
+    }
+    // A partial download of `key` as an earlier run leaves it: `bytes` and the record naming the object.
+    void partial(const fs::path& dest, const std::string& key, const std::string& bytes, std::size_t size) {
+        std::ofstream(dest.string() + ".quorvane-part", std::ios::binary) << bytes;
+        auto object = cloud_.object(bucket(), key);
+        ASSERT_TRUE(object);
+        std::ofstream(dest.string() + ".quorvane-part.json")
+            << Value{{"bucket", bucket()}, {"key", key}, {"eTag", object->etag}, {"size", size}}.dump();
     }
     // Runs curl; its exit status and the HTTP status it printed.
     std::pair<int, std::string> curl(const std::string& arguments) {
@@ -55,53 +61,36 @@ TEST_F(CliStore, GetDownloadsTheExactBytesContinuesAPartialFileAndRefusesABadCrc
 
     // Whole, in ranges of 64 KiB: six range requests, then the file takes its name.
     auto dest = root_ / "down.bin";
-    auto whole = run(with({"get", "--json", "--range-size", "65536", "oss://" + bucket() + "/data/big.bin", dest.string()}));
-    ASSERT_EQ(whole->wait(kGenerous), 0) << whole->errors();
+    auto whole = ran(0, with({"get", "--json", "--range-size", "65536", "oss://" + bucket() + "/data/big.bin", dest.string()}));
     EXPECT_TRUE(readFile(dest) == bytes);
-    ASSERT_EQ(events(*whole, "success").size(), 1u);
-    EXPECT_EQ(events(*whole, "success")[0]["crc64"], std::to_string(foundation::Crc64::compute(bytes)));
+    EXPECT_EQ(only(*whole, "success")["crc64"], std::to_string(foundation::Crc64::compute(bytes)));
     EXPECT_EQ(events(*whole, "progress").back()["downloaded"], size);
     EXPECT_FALSE(fs::exists(root_ / "down.bin.quorvane-part"));
 
     // A partial file of an earlier run (its record names this very object): only the rest is asked for.
-    auto object = cloud_.object(bucket(), "data/big.bin");
-    ASSERT_TRUE(object);
     auto resumed = root_ / "resumed.bin";
     const std::size_t already = 2 * 65536 + 17;
-    std::ofstream(root_ / "resumed.bin.quorvane-part", std::ios::binary).write(bytes.data(), already);
-    std::ofstream(root_ / "resumed.bin.quorvane-part.json")
-        << Value{{"bucket", bucket()}, {"key", "data/big.bin"}, {"eTag", object->etag}, {"size", size}}.dump();
+    partial(resumed, "data/big.bin", bytes.substr(0, already), size);
     const auto getsBefore = cloud_.requests("GetObject").size();
-    auto second = run(with({"get", "--json", "--range-size", "65536", "oss://" + bucket() + "/data/big.bin", resumed.string()}));
-    ASSERT_EQ(second->wait(kGenerous), 0) << second->errors();
+    auto second = ran(0, with({"get", "--json", "--range-size", "65536", "oss://" + bucket() + "/data/big.bin", resumed.string()}));
     EXPECT_TRUE(readFile(resumed) == bytes);
-    ASSERT_EQ(events(*second, "resuming").size(), 1u);
-    EXPECT_EQ(events(*second, "resuming")[0]["downloaded"], already);
+    EXPECT_EQ(only(*second, "resuming")["downloaded"], already);
     EXPECT_EQ(cloud_.requests("GetObject").size() - getsBefore, 4u);  // (size - already) / 64 KiB, rounded up
 
     // A partial file whose bytes are not the object's: the CRC-64 of the whole catches it.
     auto spoiled = root_ / "spoiled.bin";
-    std::string wrong(already, 'x');
-    std::ofstream(root_ / "spoiled.bin.quorvane-part", std::ios::binary).write(wrong.data(), already);
-    std::ofstream(root_ / "spoiled.bin.quorvane-part.json")
-        << Value{{"bucket", bucket()}, {"key", "data/big.bin"}, {"eTag", object->etag}, {"size", size}}.dump();
-    auto third = run(with({"get", "--json", "oss://" + bucket() + "/data/big.bin", spoiled.string()}));
-    EXPECT_EQ(third->wait(kGenerous), 1);
-    ASSERT_EQ(events(*third, "failure").size(), 1u);
-    EXPECT_EQ(events(*third, "failure")[0]["code"], "InvalidCRC");
+    partial(spoiled, "data/big.bin", std::string(already, 'x'), size);
+    auto third = ran(1, with({"get", "--json", "oss://" + bucket() + "/data/big.bin", spoiled.string()}));
+    EXPECT_EQ(only(*third, "failure")["code"], "InvalidCRC");
     EXPECT_FALSE(fs::exists(spoiled));
     EXPECT_FALSE(fs::exists(root_ / "spoiled.bin.quorvane-part"));
 
     // Missing objects fail with the service's code; bad arguments are usage errors before anything is sent.
-    auto missing = run(with({"get", "--json", "oss://" + bucket() + "/no/such", (root_ / "x").string()}));
-    EXPECT_EQ(missing->wait(kGenerous), 1);
+    ran(1, with({"get", "--json", "oss://" + bucket() + "/no/such", (root_ / "x").string()}));
     EXPECT_FALSE(fs::exists(root_ / "x"));
-    for (const auto& args : std::vector<std::vector<std::string>>{{"get", "oss://" + bucket() + "/dir/"},
-                                                                  {"get", "s3://b/k"},
-                                                                  {"get"}}) {
-        auto usage = run(with(args));
-        EXPECT_EQ(usage->wait(kGenerous), 2) << args.back();
-    }
+    for (const auto& args :
+         std::vector<std::vector<std::string>>{{"get", "oss://" + bucket() + "/dir/"}, {"get", "s3://b/k"}, {"get"}})
+        ran(2, with(args));
 }
 
 TEST_F(CliStore, LsListsSizesCrcsAndPrefixesAndRmDeletesWhatItListed) {
@@ -113,50 +102,41 @@ TEST_F(CliStore, LsListsSizesCrcsAndPrefixesAndRmDeletesWhatItListed) {
     store(b, "other/keep.bin");
 
     // One level: the object at the top and the "directory" below.
-    auto level = run(with({"ls", "--json", "oss://" + bucket() + "/photos/"}));
-    ASSERT_EQ(level->wait(kGenerous), 0) << level->errors();
+    auto level = ran(0, with({"ls", "--json", "oss://" + bucket() + "/photos/"}));
     auto objects = events(*level, "object");
     ASSERT_EQ(objects.size(), 1u);
     EXPECT_EQ(objects[0]["key"], "photos/top.bin");
     EXPECT_EQ(objects[0]["size"], 1000);
     EXPECT_EQ(objects[0]["crc64"], std::to_string(foundation::Crc64::compute(contents_[a])));
-    ASSERT_EQ(events(*level, "prefix").size(), 1u);
-    EXPECT_EQ(events(*level, "prefix")[0]["prefix"], "photos/2024/");
+    EXPECT_EQ(only(*level, "prefix")["prefix"], "photos/2024/");
 
     // -r: every key below, in pages of any size.
-    auto all = run(with({"ls", "-r", "--json", "oss://" + bucket() + "/photos/"}));
-    ASSERT_EQ(all->wait(kGenerous), 0) << all->errors();
+    auto all = ran(0, with({"ls", "-r", "--json", "oss://" + bucket() + "/photos/"}));
     std::set<std::string> keys;
     for (const auto& event : events(*all, "object")) keys.insert(event["key"]);
     EXPECT_EQ(keys, (std::set<std::string>{"photos/2024/a.bin", "photos/2024/deep/b.bin", "photos/top.bin"}));
-    EXPECT_EQ(events(*all, "summary")[0]["bytes"], 4000);
-    auto text = run(with({"ls", "-r", "oss://" + bucket() + "/photos/2024/deep/"}));
-    ASSERT_EQ(text->wait(kGenerous), 0);
+    EXPECT_EQ(only(*all, "summary")["bytes"], 4000);
+    auto text = ran(0, with({"ls", "-r", "oss://" + bucket() + "/photos/2024/deep/"}));
     ASSERT_EQ(text->lines().size(), 2u);  // the object, then the summary
     EXPECT_NE(text->lines()[0].find(std::to_string(foundation::Crc64::compute(contents_[b]))), std::string::npos);
 
     // A dry run deletes nothing; -r then deletes exactly the prefix's objects, and a key ending in "/"
     // without -r is a usage error.
-    auto dry = run(with({"rm", "-r", "--dry-run", "--json", "oss://" + bucket() + "/photos/2024/"}));
-    ASSERT_EQ(dry->wait(kGenerous), 0) << dry->errors();
+    auto dry = ran(0, with({"rm", "-r", "--dry-run", "--json", "oss://" + bucket() + "/photos/2024/"}));
     EXPECT_EQ(events(*dry, "planned").size(), 2u);
     EXPECT_TRUE(cloud_.object(bucket(), "photos/2024/a.bin"));
-    EXPECT_EQ(run(with({"rm", "oss://" + bucket() + "/photos/"}))->wait(kGenerous), 2);
-    auto rm = run(with({"rm", "-r", "--json", "oss://" + bucket() + "/photos/2024/"}));
-    ASSERT_EQ(rm->wait(kGenerous), 0) << rm->errors();
+    ran(2, with({"rm", "oss://" + bucket() + "/photos/"}));
+    auto rm = ran(0, with({"rm", "-r", "--json", "oss://" + bucket() + "/photos/2024/"}));
     EXPECT_EQ(events(*rm, "deleted").size(), 2u);
     EXPECT_FALSE(cloud_.object(bucket(), "photos/2024/a.bin"));
     EXPECT_FALSE(cloud_.object(bucket(), "photos/2024/deep/b.bin"));
     EXPECT_TRUE(cloud_.object(bucket(), "photos/top.bin"));
-    auto one = run(with({"rm", "--json", "oss://" + bucket() + "/photos/top.bin", "oss://" + bucket() + "/other/keep.bin"}));
-    ASSERT_EQ(one->wait(kGenerous), 0) << one->errors();
+    ran(0, with({"rm", "--json", "oss://" + bucket() + "/photos/top.bin", "oss://" + bucket() + "/other/keep.bin"}));
     EXPECT_TRUE(cloud_.objects().empty());
 
     // A refused listing is exit 1 with the service's code.
-    auto refused = run(with({"ls", "--json", "oss://no-such-bucket/"}));
-    EXPECT_EQ(refused->wait(kGenerous), 1);
-    ASSERT_EQ(events(*refused, "failure").size(), 1u);
-    EXPECT_EQ(events(*refused, "failure")[0]["code"], "NoSuchBucket");
+    auto refused = ran(1, with({"ls", "--json", "oss://no-such-bucket/"}));
+    EXPECT_EQ(only(*refused, "failure")["code"], "NoSuchBucket");
 }
 
 TEST_F(CliStore, UploadsListsUnfinishedUploadsAndAbortsByPrefixOrId) {
@@ -181,21 +161,16 @@ TEST_F(CliStore, UploadsListsUnfinishedUploadsAndAbortsByPrefixOrId) {
         ASSERT_TRUE(task->result()) << task->error()->toString();
         ids.push_back(task->result()->uploadId);
     }
-    auto listed = run(with({"uploads", "--json", "oss://" + bucket() + "/"}));
-    ASSERT_EQ(listed->wait(kGenerous), 0) << listed->errors();
+    auto listed = ran(0, with({"uploads", "--json", "oss://" + bucket() + "/"}));
     EXPECT_EQ(events(*listed, "upload").size(), 3u);
 
-    auto one = run(with({"uploads", "--json", "--abort", "--id", ids[2], "oss://" + bucket() + "/"}));
-    ASSERT_EQ(one->wait(kGenerous), 0) << one->errors();
-    ASSERT_EQ(events(*one, "aborted").size(), 1u);
-    EXPECT_EQ(events(*one, "aborted")[0]["key"], "small/three.bin");
-    auto prefix = run(with({"uploads", "--json", "--abort", "oss://" + bucket() + "/big/"}));
-    ASSERT_EQ(prefix->wait(kGenerous), 0) << prefix->errors();
+    auto one = ran(0, with({"uploads", "--json", "--abort", "--id", ids[2], "oss://" + bucket() + "/"}));
+    EXPECT_EQ(only(*one, "aborted")["key"], "small/three.bin");
+    auto prefix = ran(0, with({"uploads", "--json", "--abort", "oss://" + bucket() + "/big/"}));
     EXPECT_EQ(events(*prefix, "aborted").size(), 2u);
     for (const auto& upload : cloud_.uploads()) EXPECT_NE(upload.state, emulator::UploadState::Open) << upload.key;
-    auto gone = run(with({"uploads", "--abort", "--id", ids[0], "oss://" + bucket() + "/"}));
-    EXPECT_EQ(gone->wait(kGenerous), 1);
-    EXPECT_EQ(run(with({"uploads", "--id", ids[0], "oss://" + bucket() + "/"}))->wait(kGenerous), 2);
+    ran(1, with({"uploads", "--abort", "--id", ids[0], "oss://" + bucket() + "/"}));
+    ran(2, with({"uploads", "--id", ids[0], "oss://" + bucket() + "/"}));
 }
 
 TEST_F(CliStore, VerifyComparesSizeAndCrcAndExitsOneOnAnyDifference) {
@@ -206,8 +181,7 @@ TEST_F(CliStore, VerifyComparesSizeAndCrcAndExitsOneOnAnyDifference) {
     store(changed, "v/changed.bin");
     makeFile("dir/changed.bin", 70000, 4);  // same size, other bytes
 
-    auto all = run(with({"verify", "--json", same, changed, absent, "oss://" + bucket() + "/v/"}));
-    EXPECT_EQ(all->wait(kGenerous), 1) << all->errors();
+    auto all = ran(1, with({"verify", "--json", same, changed, absent, "oss://" + bucket() + "/v/"}));
     std::map<std::string, Value> byObject;
     for (const auto& event : events(*all, "verified")) byObject[event["object"]] = event;
     ASSERT_EQ(byObject.size(), 3u);
@@ -217,14 +191,12 @@ TEST_F(CliStore, VerifyComparesSizeAndCrcAndExitsOneOnAnyDifference) {
     EXPECT_FALSE(byObject["v/absent.bin"]["ok"].get<bool>());
     EXPECT_EQ(byObject["v/absent.bin"]["reason"], "not stored");
 
-    auto one = run(with({"verify", same, "oss://" + bucket() + "/v/same.bin"}));
-    EXPECT_EQ(one->wait(kGenerous), 0) << one->errors();
+    ran(0, with({"verify", same, "oss://" + bucket() + "/v/same.bin"}));
     // With -r, keys are the paths below the directory, as `upload -r` gives them.
-    auto tree = run(with({"verify", "-r", "--json", "--exclude", "absent.bin", "--exclude", "changed.bin",
-                          (root_ / "dir").string(), "oss://" + bucket() + "/v/"}));
-    EXPECT_EQ(tree->wait(kGenerous), 0) << tree->errors();
+    auto tree = ran(0, with({"verify", "-r", "--json", "--exclude", "absent.bin", "--exclude", "changed.bin",
+                             (root_ / "dir").string(), "oss://" + bucket() + "/v/"}));
     EXPECT_EQ(events(*tree, "verified").size(), 1u);
-    EXPECT_EQ(run(with({"verify", same}))->wait(kGenerous), 2);
+    ran(2, with({"verify", same}));
 }
 
 TEST_F(CliStore, PresignedUrlsLetCurlGetAndPutUntilTheyExpire) {
@@ -233,10 +205,7 @@ TEST_F(CliStore, PresignedUrlsLetCurlGetAndPutUntilTheyExpire) {
     auto presign = [&](std::vector<std::string> extra) {
         std::vector<std::string> args{"presign", "--json", "oss://" + bucket() + "/share/shared.bin"};
         args.insert(args.end(), extra.begin(), extra.end());
-        auto process = run(with(args));
-        EXPECT_EQ(process->wait(kGenerous), 0) << process->errors();
-        auto found = events(*process, "presigned");
-        return found.empty() ? std::string() : found[0]["url"].get<std::string>();
+        return only(*ran(0, with(args)), "presigned").value("url", "");
     };
     auto url = presign({"--expires", "15m"});
     ASSERT_NE(url.find("x-oss-signature="), std::string::npos) << url;
@@ -259,20 +228,17 @@ TEST_F(CliStore, PresignedUrlsLetCurlGetAndPutUntilTheyExpire) {
     auto brief = presign({"--expires", "1"});
     std::this_thread::sleep_for(std::chrono::milliseconds(2500));
     EXPECT_EQ(curl("'" + brief + "'").second, "403");
-    for (const char* expires : {"8d", "0", "1y", "-5"}) {
-        auto bad = run(with({"presign", "oss://" + bucket() + "/share/shared.bin", "--expires", expires}));
-        EXPECT_EQ(bad->wait(kGenerous), 2) << expires;
-    }
+    for (const char* expires : {"8d", "0", "1y", "-5"})
+        ran(2, with({"presign", "oss://" + bucket() + "/share/shared.bin", "--expires", expires}));
 }
 
 TEST_F(CliStore, ConfigWritesAPrivateProfileThatAnExplicitProfileUsesOverTheEnvironment) {
     auto credentials = root_ / "config" / "quorvane" / "credentials";
     fs::create_directories(credentials.parent_path());
     std::ofstream(credentials) << "[other]\naccess_key_id = keep-me\naccess_key_secret = keep-me-too\n";
-    auto written = run({"config", "--json", "--profile", "emu", "--endpoint", cloud_.endpoint(), "--region",
-                        cloud_.options().region, "--bucket", bucket(), "--key-id", sts_.AccessKeyId, "--secret",
-                        sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken});
-    ASSERT_EQ(written->wait(kGenerous), 0) << written->errors();
+    auto written = ran(0, {"config", "--json", "--profile", "emu", "--endpoint", cloud_.endpoint(), "--region",
+                           cloud_.options().region, "--bucket", bucket(), "--key-id", sts_.AccessKeyId, "--secret",
+                           sts_.AccessKeySecret, "--sts-token", sts_.SecurityToken});
     struct stat info {};
     ASSERT_EQ(::stat(credentials.c_str(), &info), 0);
     EXPECT_EQ(info.st_mode & 0777, 0600u);
@@ -289,25 +255,20 @@ TEST_F(CliStore, ConfigWritesAPrivateProfileThatAnExplicitProfileUsesOverTheEnvi
                                                              {"OSS_ACCESS_KEY_SECRET", "foreign-secret-0123"},
                                                              {"OSS_ENDPOINT", "http://127.0.0.1:9"},
                                                              {"OSS_REGION", cloud_.options().region}};
-    auto got = run({"get", "--json", "--profile", "emu", "oss://" + bucket() + "/p.bin", (root_ / "p.out").string()},
-                   foreign);
-    EXPECT_EQ(got->wait(kGenerous), 0) << got->errors();
+    ran(0, {"get", "--json", "--profile", "emu", "oss://" + bucket() + "/p.bin", (root_ / "p.out").string()}, foreign);
     EXPECT_TRUE(readFile(root_ / "p.out") == contents_[file]);
     // Without --profile the environment's keys are used, at the environment's endpoint.
-    auto envOnly = run({"get", "--json", "oss://" + bucket() + "/p.bin", (root_ / "q.out").string()}, foreign);
-    EXPECT_EQ(envOnly->wait(kGenerous), 1);
+    ran(1, {"get", "--json", "oss://" + bucket() + "/p.bin", (root_ / "q.out").string()}, foreign);
     // And `upload` with keys only in the environment goes to their service, not to the local cloud.
     std::vector<std::pair<std::string, std::string>> exported{{"OSS_ACCESS_KEY_ID", sts_.AccessKeyId},
                                                               {"OSS_ACCESS_KEY_SECRET", sts_.AccessKeySecret},
                                                               {"OSS_SESSION_TOKEN", sts_.SecurityToken},
                                                               {"OSS_ENDPOINT", cloud_.endpoint()},
                                                               {"OSS_REGION", cloud_.options().region}};
-    auto up = run({"upload", "--json", file, "oss://" + bucket() + "/from-env.bin"}, exported);
-    EXPECT_EQ(up->wait(kGenerous), 0) << up->errors();
+    ran(0, {"upload", "--json", file, "oss://" + bucket() + "/from-env.bin"}, exported);
     EXPECT_TRUE(cloud_.objectBytes(bucket(), "from-env.bin") == contents_[file]);
     // A dry run needs no keys at all.
-    auto dry = run({"upload", "--json", "--dry-run", file, "oss://" + bucket() + "/", "--endpoint", cloud_.endpoint()});
-    EXPECT_EQ(dry->wait(kGenerous), 0) << dry->errors();
+    auto dry = ran(0, {"upload", "--json", "--dry-run", file, "oss://" + bucket() + "/", "--endpoint", cloud_.endpoint()});
     EXPECT_EQ(events(*dry, "planned").size(), 1u);
 }
 
@@ -330,8 +291,7 @@ TEST_F(CliStore, StandardInputIsStreamedInPartsAndStoredByteForByte) {
     auto streamed = pipe(big, "stream/big.bin");
     EXPECT_TRUE(cloud_.objectBytes(bucket(), "stream/big.bin") == contents_[big]);
     EXPECT_EQ(cloud_.requests("UploadPart").size(), 4u);
-    ASSERT_EQ(events(*streamed, "success").size(), 1u);
-    EXPECT_EQ(events(*streamed, "success")[0]["bytes"], 3 * kPart + 1000);
+    EXPECT_EQ(only(*streamed, "success")["bytes"], 3 * kPart + 1000);
 
     const auto putsBefore = cloud_.requests("PutObject").size();
     pipe(small, "stream/small.bin");
@@ -339,8 +299,8 @@ TEST_F(CliStore, StandardInputIsStreamedInPartsAndStoredByteForByte) {
     EXPECT_EQ(cloud_.requests("PutObject").size(), putsBefore + 1);
 
     // Standard input has no name of its own, and goes alone.
-    EXPECT_EQ(run(with({"upload", "-", "oss://" + bucket() + "/dir/"}))->wait(kGenerous), 2);
-    EXPECT_EQ(run(with({"upload", "-", small, "oss://" + bucket() + "/dir/"}))->wait(kGenerous), 2);
+    ran(2, with({"upload", "-", "oss://" + bucket() + "/dir/"}));
+    ran(2, with({"upload", "-", small, "oss://" + bucket() + "/dir/"}));
 }
 
 }  // namespace

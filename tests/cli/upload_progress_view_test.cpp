@@ -24,7 +24,9 @@ std::vector<Value> jsonLines(const std::string& text) {
     return lines;
 }
 
-TEST(UploadProgressView, JsonProgressIsThrottledButTheLastReportAlwaysShows) {
+// Progress is throttled but the last report always shows, and never goes back after a retry;
+// outcomes carry ids and only a success carries the byte count; bytes that are not UTF-8 never throw.
+TEST(UploadProgressView, JsonEventsAreThrottledNeverGoBackAndCarryTheirFields) {
     std::ostringstream out;
     UploadProgressView view(ViewMode::Json, out);
     auto t = Clock::time_point{} + 1h;
@@ -34,34 +36,38 @@ TEST(UploadProgressView, JsonProgressIsThrottledButTheLastReportAlwaysShows) {
     view.progress("a.bin", 300, 1000, t + 130ms);
     view.progress("a.bin", 1000, 1000, t + 140ms);  // complete: shown at once
     view.progress("b.bin", 5, 10, t + 500ms);       // not started: ignored
+    view.started("c.bin", t + 1s);
+    view.progress("c.bin", 2097152, 4194304, t + 2s);
+    view.progress("c.bin", 524288, 4194304, t + 3s);  // a part sent again from its start
+    view.finished({"v.mp4", true, std::string("vid1"), std::string("bkt"), std::string("obj"), 42, {}, {}});
+    view.finished({"x.bin", false, std::nullopt, std::string("bkt"), std::nullopt, 0, "InvalidArgument", "bad"});
+    view.started("bad\xff\xfename.bin", t + 4s);
+    view.finished({"bad\xff\xfename.bin", false, std::nullopt, std::nullopt, std::nullopt, 0, "E\xff",
+                   "server \xfe\xff text"});
     auto lines = jsonLines(out.str());
-    ASSERT_EQ(lines.size(), 4u);
+    ASSERT_EQ(lines.size(), 11u);
     EXPECT_EQ(lines[0]["event"], "started");
     EXPECT_EQ(lines[1]["uploaded"], 100);
     EXPECT_EQ(lines[2]["uploaded"], 300);
     EXPECT_EQ(lines[3]["uploaded"], 1000);
     EXPECT_EQ(lines[3]["total"], 1000);
-}
+    EXPECT_EQ(lines[6]["uploaded"], 2097152);
 
-TEST(UploadProgressView, OutcomesCarryIdsAndOnlySuccessCarriesTheByteCount) {
-    std::ostringstream out;
-    UploadProgressView view(ViewMode::Json, out);
-    view.finished({"v.mp4", true, std::string("vid1"), std::string("bkt"), std::string("obj"), 42, {}, {}});
-    view.finished({"x.bin", false, std::nullopt, std::string("bkt"), std::nullopt, 0, "InvalidArgument", "bad"});
-    auto lines = jsonLines(out.str());
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_TRUE(lines[0]["time"].is_string());
-    lines[0].erase("time");
-    EXPECT_EQ(lines[0], (Value{{"event", "success"}, {"file", "v.mp4"}, {"videoId", "vid1"}, {"bucket", "bkt"},
+    EXPECT_TRUE(lines[7]["time"].is_string());
+    lines[7].erase("time");
+    EXPECT_EQ(lines[7], (Value{{"event", "success"}, {"file", "v.mp4"}, {"videoId", "vid1"}, {"bucket", "bkt"},
                                {"object", "obj"}, {"bytes", 42}}));
-    EXPECT_EQ(lines[1]["event"], "failure");
-    EXPECT_TRUE(lines[1]["videoId"].is_null());
-    EXPECT_TRUE(lines[1]["object"].is_null());
-    EXPECT_EQ(lines[1]["code"], "InvalidArgument");
-    EXPECT_FALSE(lines[1].contains("bytes"));
+    EXPECT_EQ(lines[8]["event"], "failure");
+    EXPECT_TRUE(lines[8]["videoId"].is_null());
+    EXPECT_TRUE(lines[8]["object"].is_null());
+    EXPECT_EQ(lines[8]["code"], "InvalidArgument");
+    EXPECT_FALSE(lines[8].contains("bytes"));
+    EXPECT_EQ(lines[10]["message"], "server \xEF\xBF\xBD\xEF\xBF\xBD text");
 }
 
-TEST(UploadProgressView, RateCountsOnlyTheBytesOfThisRun) {
+// The rate counts only the bytes of this run; each retry is a line of its own, never folded into the one
+// before, with server text made printable; quiet shows failures only.
+TEST(UploadProgressView, PlainLinesForRateRetriesAndQuiet) {
     std::ostringstream out;
     UploadProgressView view(ViewMode::Plain, out);
     auto t = Clock::time_point{} + 1h;
@@ -71,6 +77,26 @@ TEST(UploadProgressView, RateCountsOnlyTheBytesOfThisRun) {
     ASSERT_TRUE(view.rate());
     EXPECT_DOUBLE_EQ(*view.rate(), 1000.0);
     EXPECT_NE(out.str().find("resuming a.bin: 5000 of 10000 bytes already uploaded"), std::string::npos);
+
+    std::ostringstream retries;
+    UploadProgressView retrying(ViewMode::Plain, retries);
+    retrying.requestRetry("a.bin", 1, 2, "HTTP 503 \x1b[2JSlowDown", 0.2);
+    retrying.retry("a.bin", 1, 5, "Network error: refused", 2.0);
+    retrying.retry("a.bin", 2, 5, "Network error: refused", 2.0);
+    EXPECT_EQ(retries.str(),
+              "a request for a.bin failed (HTTP 503 [2JSlowDown): sending it again in 0.2 s, 1 of 2\n"
+              "trouble with a.bin (Network error: refused): retry 1 of 5 in 2.0 s\n"
+              "trouble with a.bin (Network error: refused): retry 2 of 5 in 2.0 s\n");
+
+    std::ostringstream quiet;
+    UploadProgressView failuresOnly(ViewMode::Plain, quiet);
+    failuresOnly.setQuiet(true);
+    failuresOnly.started("a.bin", t);
+    failuresOnly.progress("a.bin", 10, 10, t + 1s);
+    failuresOnly.finished({"a.bin", true, std::nullopt, std::string("b"), std::string("a.bin"), 10, {}, {}});
+    failuresOnly.finished({"c.bin", false, std::nullopt, std::string("b"), std::nullopt, 0, "Denied", "no"});
+    failuresOnly.summary({1, 0, 1, 10, 10, 1.0});
+    EXPECT_EQ(quiet.str(), "failed c.bin: no (Denied)\n");
 }
 
 TEST(UploadProgressView, TerminalBarRedrawsInPlaceAndEndsItsLineBeforeOtherText) {
@@ -88,15 +114,6 @@ TEST(UploadProgressView, TerminalBarRedrawsInPlaceAndEndsItsLineBeforeOtherText)
     EXPECT_NE(text.find("\nhello\n", bar), std::string::npos);
 }
 
-TEST(UploadProgressView, HumanUnitsAndDurations) {
-    EXPECT_EQ(UploadProgressView::humanBytes(812), "812 B");
-    EXPECT_EQ(UploadProgressView::humanBytes(1536), "1.5 KiB");
-    EXPECT_EQ(UploadProgressView::humanBytes(3.0 * 1024 * 1024 * 1024), "3.0 GiB");
-    EXPECT_EQ(UploadProgressView::humanDuration(65), "1:05");
-    EXPECT_EQ(UploadProgressView::humanDuration(3 * 3600 + 3), "3:00:03");
-    EXPECT_EQ(UploadProgressView::humanDuration(std::nullopt), "--:--");
-}
-
 // The terminal line of each redraw: the text after the last "\r\033[K" of each write.
 std::vector<std::string> barLines(const std::string& text) {
     std::vector<std::string> bars;
@@ -109,7 +126,13 @@ std::vector<std::string> barLines(const std::string& text) {
     return bars;
 }
 
-TEST(UploadProgressView, TheTerminalLineFitsEveryWidth) {
+TEST(UploadProgressView, HumanUnitsAndATerminalLineThatFitsEveryWidth) {
+    EXPECT_EQ(UploadProgressView::humanBytes(812), "812 B");
+    EXPECT_EQ(UploadProgressView::humanBytes(1536), "1.5 KiB");
+    EXPECT_EQ(UploadProgressView::humanBytes(3.0 * 1024 * 1024 * 1024), "3.0 GiB");
+    EXPECT_EQ(UploadProgressView::humanDuration(65), "1:05");
+    EXPECT_EQ(UploadProgressView::humanDuration(3 * 3600 + 3), "3:00:03");
+    EXPECT_EQ(UploadProgressView::humanDuration(std::nullopt), "--:--");
     const std::string longName = "a-very-long-file-name-\xE4\xB8\xAD\xE6\x96\x87-that-goes-on-and-on.bin";
     for (int columns : {20, 40, 80, 200}) {
         for (std::uint64_t total : {std::uint64_t{0}, std::uint64_t{1000}, std::uint64_t{5} << 40}) {
@@ -152,31 +175,6 @@ TEST(UploadProgressView, SeveralFilesAtOnceShareOneLineThatFitsAndFollowsResizes
         auto first = text.find("\r\033[K");
         EXPECT_EQ(text.find('\n', first), std::string::npos);
     }
-}
-
-TEST(UploadProgressView, ProgressNeverGoesBackAfterARetry) {
-    std::ostringstream out;
-    UploadProgressView view(ViewMode::Json, out);
-    auto t = Clock::time_point{} + 1h;
-    view.started("a.bin", t);
-    view.progress("a.bin", 2097152, 4194304, t + 1s);
-    view.progress("a.bin", 524288, 4194304, t + 2s);  // a part sent again from its start
-    auto lines = jsonLines(out.str());
-    ASSERT_EQ(lines.size(), 3u);
-    EXPECT_EQ(lines[2]["uploaded"], 2097152);
-}
-
-// Each retry is a line of its own, never folded into the one before, with server text made printable.
-TEST(UploadProgressView, EachRetryLineTellsCountLimitCauseAndWait) {
-    std::ostringstream out;
-    UploadProgressView view(ViewMode::Plain, out);
-    view.requestRetry("a.bin", 1, 2, "HTTP 503 \x1b[2JSlowDown", 0.2);
-    view.retry("a.bin", 1, 5, "Network error: refused", 2.0);
-    view.retry("a.bin", 2, 5, "Network error: refused", 2.0);
-    EXPECT_EQ(out.str(),
-              "a request for a.bin failed (HTTP 503 [2JSlowDown): sending it again in 0.2 s, 1 of 2\n"
-              "trouble with a.bin (Network error: refused): retry 1 of 5 in 2.0 s\n"
-              "trouble with a.bin (Network error: refused): retry 2 of 5 in 2.0 s\n");
 }
 
 // A silence is told at once, then every 10 s in lines and events, every call on the terminal line
@@ -225,30 +223,6 @@ TEST(UploadProgressView, SilenceIsToldEveryTenSecondsUntilTheFileMovesAgain) {
     silent.setQuiet(true);
     silent.waiting("d.bin", 5);
     EXPECT_EQ(quiet.str(), "");
-}
-
-TEST(UploadProgressView, JsonNeverThrowsOnBytesThatAreNotUtf8) {
-    std::ostringstream out;
-    UploadProgressView view(ViewMode::Json, out);
-    view.started("bad\xff\xfename.bin", Clock::time_point{});
-    view.finished({"bad\xff\xfename.bin", false, std::nullopt, std::nullopt, std::nullopt, 0, "E\xff",
-                   "server \xfe\xff text"});
-    auto lines = jsonLines(out.str());
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[1]["message"], "server \xEF\xBF\xBD\xEF\xBF\xBD text");
-}
-
-TEST(UploadProgressView, QuietShowsFailuresOnly) {
-    std::ostringstream out;
-    UploadProgressView view(ViewMode::Plain, out);
-    view.setQuiet(true);
-    auto t = Clock::time_point{} + 1h;
-    view.started("a.bin", t);
-    view.progress("a.bin", 10, 10, t + 1s);
-    view.finished({"a.bin", true, std::nullopt, std::string("b"), std::string("a.bin"), 10, {}, {}});
-    view.finished({"c.bin", false, std::nullopt, std::string("b"), std::nullopt, 0, "Denied", "no"});
-    view.summary({1, 0, 1, 10, 10, 1.0});
-    EXPECT_EQ(out.str(), "failed c.bin: no (Denied)\n");
 }
 
 }  // namespace

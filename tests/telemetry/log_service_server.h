@@ -72,10 +72,6 @@ public:
         std::lock_guard lock(mutex_);
         return received_;
     }
-    std::size_t entered() const {
-        std::lock_guard lock(mutex_);
-        return entered_;
-    }
 
 private:
     httplib::Server server_;
