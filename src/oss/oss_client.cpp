@@ -67,7 +67,10 @@ void OSSClient::Impl::shutdown() {
     {
         std::lock_guard lock(runningMutex);
         shuttingDown = true;
-        for (const auto& [id, op] : running) cancelling.push_back(op.token);
+        // One whose task is being completed has its outcome: cancelling it now would only leave its
+        // request marked cancelled for the caller's next use of it.
+        for (const auto& [id, op] : running)
+            if (op.delivering == std::thread::id()) cancelling.push_back(op.token);
     }
     for (auto& token : cancelling) token->cancel();
     // Cancelled operations end promptly (a cancelled HTTP transfer completes at once) and their tasks

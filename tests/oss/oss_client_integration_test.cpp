@@ -47,7 +47,8 @@ TEST_F(OssEmulatorTest, PutObjectFromFileAndMemoryWithEachKindOfCredentialsAndSe
     auto sts = cloud.issueSts();
     cloud.expireToken(sts.SecurityToken);
     auto init = on<OSSInitMultipartUploadRequest>("v.mp4");
-    auto task = waited(makeClient({}, stsKeys(sts))->multipartUploadInit(init));
+    auto expired = makeClient({}, stsKeys(sts));
+    auto task = waited(expired->multipartUploadInit(init));
     ASSERT_EQ(codeOf(task), -403);
     EXPECT_EQ(task->error()->domain, kOSSServerErrorDomain);
     EXPECT_EQ(task->error()->userInfo["Code"], "SecurityTokenExpired");
