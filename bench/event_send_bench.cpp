@@ -51,11 +51,11 @@ struct Server {
 
 void run(const char* label, bool stalled, int events) {
     Server server(stalled);
-    AVCVEventManager::setLogServiceEndpoint("http://127.0.0.1:" + std::to_string(server.port));
     auto transport = std::make_shared<AVCVEventTransport>(AVCVEventTransportOptions{
         4, 20, std::make_shared<foundation::HttpClient>(foundation::HttpClientOptions{2, 8})});
     AVCVEventManager manager;
     manager.setTransport(transport);
+    manager.setEndpoint("http://127.0.0.1:" + std::to_string(server.port));
     const Value common = {{"pd", "upload"}, {"md", "uploader"}, {"sm", "upload"}, {"av", "1.6.5"}};
     std::vector<double> micros;
     micros.reserve(events);

@@ -13,7 +13,6 @@
 #include "VODUpload/src/AVCVAssetInfo.h"
 #include "VODUpload/src/VODInnerFileInfo.h"
 #include "VODUpload/src/VODObjectCache.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
 #include "credentials.h"
 #include "foundation/http_client.h"
 #include "foundation/log.h"

@@ -12,6 +12,7 @@
 #include "foundation/value.h"
 #include "platform/image.h"
 #include "platform/presenter.h"
+#include "upload_bridge/ApiOSSUploadTool.h"
 #include "upload_bridge/QuorvaneErrors.h"
 
 namespace quorvane {
@@ -76,6 +77,10 @@ public:
     // other type: nothing. The controller is not used.
     static void OSSUploadFile(const Value& params, Controller controller, SuccessCallback successCallback,
                               FailCallback failCallback);
+    // The services OSSUploadFile talks to (the enterprise API, the video and log services): the host
+    // builds them once and installs them before its first upload; until then, the system's own. The
+    // façade's commands are class operations, so this is the one place such a setting can live.
+    static void setUploadServices(ApiOSSUploadTool::Config services);
     // The system share sheet with "title", the image at "logo" and the link "url".
     static void shareUniversal(const Value& params, Controller controller, ShareCallback callback);
     // Downloads the image and stores it in the photo library; the outcome is a 2-second HUD.

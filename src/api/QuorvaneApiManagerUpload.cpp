@@ -1,5 +1,7 @@
 // The façade's upload commands (multipart to the host's URL, object storage and VOD through the
 // bridge) and the commands that share or save an image from a URL.
+#include <mutex>
+
 #include "api/ImageDecoder.h"
 #include "api/QuorvaneApiManager.h"
 #include "foundation/dispatch.h"
@@ -33,6 +35,17 @@ FileKind fileKindOf(const std::string& fileType) {
     if (fileType == "Video") return {MediaTypeVideo, ".mp4"};
     if (fileType == "Audio") return {MediaTypeAudio, ".mp3"};
     return {MediaTypeImage, ".jpg"};
+}
+
+std::mutex servicesMutex;
+ApiOSSUploadTool::Config& installedServices() {
+    static ApiOSSUploadTool::Config services;
+    return services;
+}
+
+ApiOSSUploadTool::Config uploadServices() {
+    std::lock_guard lock(servicesMutex);
+    return installedServices();
 }
 
 std::optional<std::string> download(const std::string& url) {
@@ -73,9 +86,14 @@ void QuorvaneApiManager::uploadFile(const Value& params, Controller controller, 
         [](const Progress&) {});
 }
 
+void QuorvaneApiManager::setUploadServices(ApiOSSUploadTool::Config services) {
+    std::lock_guard lock(servicesMutex);
+    installedServices() = std::move(services);
+}
+
 void QuorvaneApiManager::OSSUploadFile(const Value& params, Controller, SuccessCallback successCallback,
                                        FailCallback failCallback) {
-    auto tool = ApiOSSUploadTool::create();
+    auto tool = ApiOSSUploadTool::create(uploadServices());
     const std::string type = stringParam(params, "type");
     auto success = [successCallback](const Value& result) { successCallback(result); };
     auto fail = [failCallback](const Value& failure) { failCallback(failure); };

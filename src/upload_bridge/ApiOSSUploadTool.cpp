@@ -1,7 +1,5 @@
-// The tool's construction, the listener it installs on its upload engine, and the enterprise API host.
+// The tool's construction and the listener it installs on its upload engine.
 #include "upload_bridge/ApiOSSUploadTool.h"
-
-#include <mutex>
 
 #include "VODUpload/src/VODUploadClient.h"
 #include "foundation/dispatch.h"
@@ -12,30 +10,11 @@
 namespace quorvane {
 namespace {
 
-std::mutex baseUrlMutex;
-std::optional<std::string>& baseUrlSlot() {
-    static std::optional<std::string> baseUrl;
-    return baseUrl;
-}
-
 std::string describe(const std::shared_ptr<UploadFileInfo>& file) {
     return file ? file->filePath : "(null)";
 }
 
 }  // namespace
-
-void ApiOSSUploadTool::setEnterpriseApiBaseUrl(std::optional<std::string> baseUrl) {
-    if (baseUrl) while (!baseUrl->empty() && baseUrl->back() == '/') baseUrl->pop_back();
-    std::lock_guard lock(baseUrlMutex);
-    baseUrlSlot() = std::move(baseUrl);
-}
-
-std::string ApiOSSUploadTool::enterpriseApiBaseUrl() {
-    std::lock_guard lock(baseUrlMutex);
-    return baseUrlSlot().value_or(kDefaultEnterpriseApiBaseUrl);
-}
-
-std::string ApiOSSUploadTool::enterpriseApiHostName() { return hostNameOf(enterpriseApiBaseUrl()); }
 
 std::string ApiOSSUploadTool::hostNameOf(std::string host) {
     if (auto scheme = host.find("://"); scheme != std::string::npos) host.erase(0, scheme + 3);
@@ -49,14 +28,7 @@ std::string ApiOSSUploadTool::getfilePathFromSandboxTmpWithMiddleDir(const std::
     return foundation::sandboxTempFilePath(middleDir, fileName);
 }
 
-ApiOSSUploadTool::Config ApiOSSUploadTool::Config::current() {
-    Config config;
-    config.enterpriseApiBaseUrl = ApiOSSUploadTool::enterpriseApiBaseUrl();
-    config.vod = VODServiceConfig::current();
-    return config;
-}
-
-std::shared_ptr<ApiOSSUploadTool> ApiOSSUploadTool::create() { return create(Config::current()); }
+std::shared_ptr<ApiOSSUploadTool> ApiOSSUploadTool::create() { return create(Config{}); }
 
 std::shared_ptr<ApiOSSUploadTool> ApiOSSUploadTool::create(Config config) {
     auto tool = std::make_shared<ApiOSSUploadTool>(std::move(config));
@@ -74,7 +46,7 @@ ApiOSSUploadTool::Config normalized(ApiOSSUploadTool::Config config) {
 
 }  // namespace
 
-ApiOSSUploadTool::ApiOSSUploadTool() : ApiOSSUploadTool(Config::current()) {}
+ApiOSSUploadTool::ApiOSSUploadTool() : ApiOSSUploadTool(Config{}) {}
 ApiOSSUploadTool::ApiOSSUploadTool(Config config) : config_(normalized(std::move(config))) {}
 ApiOSSUploadTool::~ApiOSSUploadTool() = default;
 

@@ -31,27 +31,21 @@ public:
     // One argument: an array of result dictionaries / a failure dictionary.
     using ResultBlock = std::function<void(const Value&)>;
 
-    // --- The enterprise API host (a deployment setting; the request paths are fixed) ---
+    // --- The services (deployment settings; the request paths are fixed) ---
     static constexpr const char* kDefaultEnterpriseApiBaseUrl = "https://api.quorvane.com";
-    // Scheme and host (and port) the requests go to, e.g. "http://127.0.0.1:8080"; nullopt restores
-    // the default. Process-wide: the default of tools created from now on; any thread.
-    static void setEnterpriseApiBaseUrl(std::optional<std::string> baseUrl);
-    static std::string enterpriseApiBaseUrl();
-    // The host's name alone (the domain of signing errors).
-    static std::string enterpriseApiHostName();
 
     // What one tool talks to, fixed at its creation.
     struct Config {
-        std::string enterpriseApiBaseUrl = kDefaultEnterpriseApiBaseUrl;  // a trailing "/" is dropped
+        // Scheme and host (and port) of the enterprise API, e.g. "http://127.0.0.1:8080"; a trailing
+        // "/" is dropped.
+        std::string enterpriseApiBaseUrl = kDefaultEnterpriseApiBaseUrl;
         std::shared_ptr<foundation::HttpClient> httpClient;  // enterprise requests; nullptr = the shared one
         VODServiceConfig vod;                                // the tool's upload engine
-        // The process-wide settings, read now.
-        static Config current();
     };
 
     // A new tool (init): its upload engine, with the tool's listener installed. Always held by
     // std::shared_ptr; the work it starts keeps it alive until that work has answered. Without a
-    // configuration, the process-wide settings as they are now.
+    // configuration, the system's own services.
     static std::shared_ptr<ApiOSSUploadTool> create();
     static std::shared_ptr<ApiOSSUploadTool> create(Config config);
     ApiOSSUploadTool();

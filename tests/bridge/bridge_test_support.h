@@ -15,9 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
 #include "api/QuorvaneApiManager.h"
 #include "emulator/cloud_emulator.h"
 #include "foundation/dispatch.h"
@@ -86,15 +84,20 @@ protected:
         platform::Window::setKeyWindow(std::make_shared<platform::Window>());
         foundation::setTemporaryDirectory(tmp.path() + "/");
         ASSERT_TRUE(cloud.start());
-        ApiOSSUploadTool::setEnterpriseApiBaseUrl(cloud.endpoint());
-        VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
-        AVCVEventManager::setLogServiceEndpoint(cloud.endpoint());
+        QuorvaneApiManager::setUploadServices(services());
     }
     void TearDown() override {
         AVCVEventTransport::shared()->waitUntilIdle(20s);
-        AVCVEventManager::setLogServiceEndpoint("");
-        VODServiceEndpoint::setBaseUrl(std::nullopt);
-        ApiOSSUploadTool::setEnterpriseApiBaseUrl(std::nullopt);
+        QuorvaneApiManager::setUploadServices({});
+    }
+
+    // The enterprise API, the video service and the log service, all at the emulator.
+    ApiOSSUploadTool::Config services() const {
+        ApiOSSUploadTool::Config config;
+        config.enterpriseApiBaseUrl = cloud.endpoint();
+        config.vod.vodBaseUrl = cloud.endpoint() + "/";
+        config.vod.logServiceEndpoint = cloud.endpoint();
+        return config;
     }
 
     // Writes tmp/media/<name>; returns the path as a host would hand it back from an earlier run.

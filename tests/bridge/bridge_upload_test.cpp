@@ -88,7 +88,7 @@ TEST_F(BridgeCloudTest, TwoToolsEachFetchTheirConfigurationFromTheirOwnHost) {
     std::vector<std::shared_ptr<ApiOSSUploadTool>> tools;
     unsigned seed = 31;
     for (auto& run : runs) {
-        auto config = ApiOSSUploadTool::Config::current();
+        auto config = services();
         config.enterpriseApiBaseUrl = run.cloud.endpoint() + "/";
         tools.push_back(ApiOSSUploadTool::create(config));
         Value files = Value::array({Value{{"filePath", mediaFile(run.name, randomBytes(9000, seed++))},
@@ -246,7 +246,7 @@ TEST_F(ImageUpload, ConfigurationFailuresAnswerWithCodesAndAWrongSecretFailsEver
 
 TEST_F(ImageUpload, CancelDuringTheSecondFileSendsNothingMoreAndNeverAnswers) {
     cloud.addFaults({Fault::delay("PutObject", 0), Fault::delay("PutObject", 1500)});
-    auto tool = ApiOSSUploadTool::create();
+    auto tool = ApiOSSUploadTool::create(services());
     std::weak_ptr<ApiOSSUploadTool> weak = tool;
     Answers answers;
     tool->simpleUploadMany(request({"a.jpg", "b.jpg", "c.jpg"}), answers.success(), answers.fail());
@@ -344,7 +344,7 @@ TEST_F(VideoUpload, EngineFailuresAnswerOnceTokenExpiredOrWithTheEnginesCode) {
 
 TEST_F(VideoUpload, CancelStopsTheEngineSilentlyAndReleasesTheTool) {
     cloud.addFaults({Fault::delay("UploadPart", 1500), Fault::delay("UploadPart", 1500)});
-    auto tool = ApiOSSUploadTool::create();
+    auto tool = ApiOSSUploadTool::create(services());
     std::weak_ptr<ApiOSSUploadTool> weak = tool;
     Answers answers;
     tool->VODUploadFile(request(mediaFile("long.mp4", randomBytes(3500000, 9))), answers.success(), answers.fail());

@@ -10,7 +10,7 @@ protected:
     void SetUp() override {
         EngineCloudTest::SetUp();
         client->stop();
-        auto config = VODServiceConfig::current();
+        auto config = services();
         config.signatureVersion = VODSignatureVersion::Acs3HmacSha256;
         useClient(VODUploadClient::create(config));
         clip = makeFile("clip.mp4", "");

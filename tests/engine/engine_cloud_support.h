@@ -135,10 +135,12 @@ protected:
 
     void SetUp() override {
         ASSERT_TRUE(cloud.start());
-        pointServicesAt(cloud);
         sts = cloud.issueSts();
-        useClient(VODUploadClient::create());
+        useClient(VODUploadClient::create(services()));
     }
+
+    // The video service and the log service of this test's emulator.
+    VODServiceConfig services() const { return servicesAt(cloud); }
 
     // Makes `c` the test's client, reporting and recording where the fixture looks.
     void useClient(std::shared_ptr<VODUploadClient> c) {
@@ -151,7 +153,7 @@ protected:
     void TearDown() override {
         if (client) client->stop();
         client.reset();
-        restoreServices();
+        drainEvents();
     }
 
     bool initSts(const std::shared_ptr<VODUploadClient>& c) {

@@ -97,7 +97,7 @@ TEST_F(CreateUpload, SecondRunAfterAnInterruptionRefreshesAndKeepsTheObject) {
     client.reset();  // the process goes away
 
     RecordingListener again;
-    auto next = VODUploadClient::create();
+    auto next = VODUploadClient::create(services());
     next->setRecordDirectoryPath(dir.file("records"));
     auto fresh = cloud.issueSts();
     ASSERT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration,

@@ -155,7 +155,7 @@ class SinglePut : public FileIntegrity {
 protected:
     void SetUp() override {
         FileIntegrity::SetUp();
-        auto config = VODServiceConfig::current();
+        auto config = services();
         config.httpClient = http;
         useClient(VODUploadClient::create(std::move(config)));
         client->setSingleRequestUpload(true);
@@ -231,7 +231,7 @@ protected:
     void runAgain(Rerun& run, const std::string& path, const std::string& key,
                   emulator::CloudEmulator* service = nullptr) {
         auto& to = service ? *service : cloud;
-        auto next = VODUploadClient::create();
+        auto next = VODUploadClient::create(services());
         next->setRecordDirectoryPath(dir.file("records"));
         engineOf(*next).setRetryWait(20ms);
         auto l = run.listener.make();
@@ -372,7 +372,7 @@ TEST_F(RecordedUpload, UploadsOfDroppedRecordsAndOfGoneFilesAreAborted) {
 
     // A second file is interrupted too, then deleted.
     auto goneFile = makeFile("deleted.bin", randomBytes(2 * kMiB, 26));
-    useClient(VODUploadClient::create());
+    useClient(VODUploadClient::create(services()));
     const auto gone = interruptedRun(goneFile, "in/deleted.bin");
     ASSERT_FALSE(gone.empty());
     ASSERT_TRUE(std::filesystem::remove(goneFile));

@@ -36,7 +36,7 @@ TEST_F(BadNetwork, SilentObjectStorageIsRetriedThenFailsInsteadOfHanging) {
 TEST_F(BadNetwork, SilentVideoServiceFailsTheFile) {
     SilentServer silent;
     // A client of its own, made with the silent service and a one-second idle time-out.
-    VODServiceConfig config = VODServiceConfig::current();
+    VODServiceConfig config = services();
     config.vodBaseUrl = silent.endpoint() + "/";
     config.idleTimeoutSeconds = 1;
     client->stop();

@@ -75,7 +75,7 @@ TEST_F(V4Cloud, TheVideoServicesUploadAuthNamesTheRegionToSignFor) {
 
     // Asked for V1, the same upload is refused with the service's code and never retried as network trouble.
     RecordingListener v1;
-    auto old = VODUploadClient::create();
+    auto old = VODUploadClient::create(services());
     old->setRecordDirectoryPath(dir.file("records-v1"));
     old->setStorageSignature(oss::OSSSignatureVersion::V1, "");
     ASSERT_TRUE(old->init(cloud.options().accessKeyId, cloud.options().accessKeySecret, v1.make()));

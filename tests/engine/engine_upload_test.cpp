@@ -291,7 +291,7 @@ TEST_F(TlsMultipartUpload, ObjectStorageTrustsTheGivenCaFile) {
     EXPECT_TRUE(cloud.requests("InitiateMultipartUpload").empty());  // no request got through the handshake
 
     RecordingListener trusting;
-    auto second = VODUploadClient::create();
+    auto second = VODUploadClient::create(services());
     second->setRecordDirectoryPath(dir.file("records-ca"));
     second->setCaFile(cloud.caFile());
     ASSERT_TRUE(second->init(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, sts.Expiration, trusting.make()));

@@ -2,12 +2,11 @@
 // Pointing the upload engine's services at the in-process cloud emulator for one test, and steering
 // engine internals the cloud tests need. Header only: link the emulator and the engine to use it.
 #include <chrono>
-#include <optional>
 #include <string>
 
 #include "VODUpload/src/AVCVEventManager.h"
 #include "VODUpload/src/AVCVEventTransport.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
+#include "VODUpload/src/VODServiceConfig.h"
 #include "VODUpload/src/VODUploadEngine.h"
 #include "emulator/cloud_emulator.h"
 
@@ -31,17 +30,15 @@ struct VODUploadEngineTestAccess {
 namespace test {
 
 // The video service and the log service, both at the started emulator.
-inline void pointServicesAt(const emulator::CloudEmulator& cloud) {
-    VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
-    AVCVEventManager::setLogServiceEndpoint(cloud.endpoint());
+inline VODServiceConfig servicesAt(const emulator::CloudEmulator& cloud) {
+    VODServiceConfig config;
+    config.vodBaseUrl = cloud.endpoint() + "/";
+    config.logServiceEndpoint = cloud.endpoint();
+    return config;
 }
 
-// Lets queued telemetry reach the emulator, then puts both services back to their defaults.
-inline void restoreServices() {
-    AVCVEventTransport::shared()->waitUntilIdle(std::chrono::seconds(10));
-    AVCVEventManager::setLogServiceEndpoint("");
-    VODServiceEndpoint::setBaseUrl(std::nullopt);
-}
+// Lets queued telemetry reach the emulator before it stops.
+inline void drainEvents() { AVCVEventTransport::shared()->waitUntilIdle(std::chrono::seconds(10)); }
 
 }  // namespace test
 }  // namespace quorvane

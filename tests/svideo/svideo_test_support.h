@@ -106,7 +106,6 @@ class SVideoCloudTest : public ::testing::Test {
 protected:
     void SetUp() override {
         ASSERT_TRUE(cloud.start());
-        pointServicesAt(cloud);
         sts = cloud.issueSts();
         // Named after the test, so resume-cache identities never collide between tests.
         std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
@@ -117,7 +116,7 @@ protected:
         ASSERT_TRUE(writeClip(clip, ClipSpec{.frames = 12, .bitRate = 8000000}));
         ASSERT_GT(coverSize(), 2 * kPartSize);
         ASSERT_GT(clipSize(), 4 * kPartSize);
-        client = VODUploadSVideoClient::create();
+        client = VODUploadSVideoClient::create(servicesAt(cloud));
         client->setDelegate(delegate);
         client->setUploadPartSize(kPartSize);
         client->setRecordDirectoryPath(dir.file("records"));
@@ -137,7 +136,7 @@ protected:
         waitUntil([&] { return !client || client->client()->state() != VODClientState::Started; }, 10s);
         client.reset();
         VODObjectCache::sharedCache().clearObjectWithPath(clip);
-        restoreServices();
+        drainEvents();
     }
 
     bool start() {

@@ -30,10 +30,9 @@ protected:
     void SetUp() override {
         reachability_->setFlags(kReachabilityFlagsReachable);  // Wi-Fi
         AVCVSystemInfo::setBundleInfo("com.quorvane.demo", "Quorvane Demo", "demo");
-        AVCVEventManager::setLogServiceEndpoint(server_.endpoint());
+        manager_->setEndpoint(server_.endpoint());
         manager_->setTransport(transport_);
     }
-    void TearDown() override { AVCVEventManager::setLogServiceEndpoint(""); }
 
     const Value common_ = {{AVCVEventProductKey, AVCVEventProductUpload}, {AVCVEventModuleKey, AVCVEventModuleUploader},
                            {AVCVEventSubModuleKey, AVCVEventSubModuleUpload}, {AVCVEventVersionKey, "1.6.5"}};
@@ -102,15 +101,16 @@ TEST_F(EventManagerTest, CommonValuesGoIntoTheUrlAsSuppliedCellularIsCellnetwork
 }
 
 TEST_F(EventManagerTest, NoEndpointOrADisabledManagerAndItsNewInstancesSendNothing) {
-    AVCVEventManager::setLogServiceEndpoint("");
+    manager_->setEndpoint("");
     manager_->sendEvent(1, Value());
     EXPECT_EQ(transport_->pending() + transport_->completed(), 0u);
-    AVCVEventManager::setLogServiceEndpoint(server_.endpoint());
+    manager_->setEndpoint(server_.endpoint());
 
     manager_->setEnabled(false);
     auto upload = manager_->newInstance("upload");
     EXPECT_FALSE(upload->enabled());
     EXPECT_EQ(upload->logstore(), "upload");
+    EXPECT_EQ(upload->endpoint(), server_.endpoint());
     for (int i = 0; i < 5; ++i) {
         manager_->sendEvent(i, Value{{"a", i}});
         upload->sendEvent(i, Value{{"a", i}}, common_);
@@ -126,13 +126,15 @@ TEST_F(EventManagerTest, NoEndpointOrADisabledManagerAndItsNewInstancesSendNothi
     EXPECT_EQ(transport_->dropped(), 0u);
 
     // An endpoint without a scheme is taken as https.
-    AVCVEventManager::setLogServiceEndpoint("log.example.test/");
+    manager_->setEndpoint("log.example.test/");
     EXPECT_EQ(manager_->eventHostUrl(), "https://log.example.test/logstores/svideo/track?APIVersion=0.6.0");
 
-    // The shared manager starts enabled on "svideo"; a dictionary is encoded in its own order.
+    // The shared manager starts enabled on "svideo", sending nowhere; a dictionary is encoded in its
+    // own order.
     auto shared = AVCVEventManager::sharedManager();
     EXPECT_EQ(shared, AVCVEventManager::sharedManager());
     EXPECT_TRUE(shared->enabled());
+    EXPECT_EQ(shared->endpoint(), "");
     EXPECT_EQ(shared->logstore(), "svideo");
     EXPECT_TRUE(std::regex_match(shared->requestID(), std::regex("[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}")));
     EXPECT_EQ(AVCVEventManager::urlEncodingWithDict(Value{{"b", 1.5}, {"a", true}, {"c", nullptr}, {"d", 2.0}}),
@@ -146,11 +148,11 @@ TEST(EventBackpressure, StalledLogServiceNeverHoldsTheCallerNothingIsQueuedAndAD
     test::ScriptedReachability reachability;
     test::LogServiceServer server;
     server.hold();
-    AVCVEventManager::setLogServiceEndpoint(server.endpoint());
     AVCVEventTransportOptions options;
     options.maxInFlight = 4;
     auto transport = test::makeTransport(options);
     auto manager = std::make_shared<AVCVEventManager>();
+    manager->setEndpoint(server.endpoint());
     manager->setTransport(transport);
 
     // The sends run on their own thread so a caller that blocked would show up as a timeout here
@@ -180,20 +182,19 @@ TEST(EventBackpressure, StalledLogServiceNeverHoldsTheCallerNothingIsQueuedAndAD
     EXPECT_EQ(server.received().size(), 5u);
 
     // A log service that is not there at all: requests fail fast, nothing is retried, nothing leaks.
-    AVCVEventManager::setLogServiceEndpoint(test::LogServiceServer().endpoint());  // stopped at once
+    manager->setEndpoint(test::LogServiceServer().endpoint());  // stopped at once
     auto deadTransport = test::makeTransport();
     manager->setTransport(deadTransport);
     for (int i = 0; i < 20; ++i) manager->sendEvent(i, Value());
     ASSERT_TRUE(deadTransport->waitUntilIdle(kWait));
     EXPECT_EQ(deadTransport->completed() + deadTransport->dropped(), 20u);
-    AVCVEventManager::setLogServiceEndpoint("");
 }
 
 #ifdef QUORVANE_TEST_WITH_EMULATOR
 TEST_F(EventManagerTest, OnTheEmulatorTheLogServiceRecordsTheEnvelopeAndTheDecodedArgs) {
     emulator::CloudEmulator cloud;
     ASSERT_TRUE(cloud.start());
-    AVCVEventManager::setLogServiceEndpoint(cloud.endpoint());
+    manager_->setEndpoint(cloud.endpoint());
     auto upload = manager_->newInstance("upload");
     upload->setTransport(transport_);
     upload->sendEvent(1001, Value{{"fs", 1024}, {"ft", "video/mp4"}}, common_);

@@ -8,7 +8,7 @@
 
 #include "VODUpload/src/VODInnerApi.h"
 #include "VODUpload/src/VODOpenApi.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
+#include "VODUpload/src/VODServiceConfig.h"
 #include "emulator/cloud_emulator.h"
 #include "foundation/crypto.h"
 #include "foundation/http_client.h"
@@ -17,7 +17,6 @@
 using quorvane::Value;
 using quorvane::VODInnerApi;
 using quorvane::VODOpenApi;
-using quorvane::VODServiceEndpoint;
 using quorvane::emulator::CloudEmulator;
 using vodapi_test::makeRecorder;
 
@@ -37,16 +36,15 @@ protected:
     void SetUp() override {
         ASSERT_TRUE(cloudStarted);
         cloud.reset();
-        VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
+        services.vodBaseUrl = cloud.endpoint() + "/";
         region = cloud.options().region;
     }
-    void TearDown() override { VODServiceEndpoint::setBaseUrl(std::nullopt); }
 
     std::shared_ptr<vodapi_test::ReplyRecorder> createVideo(const quorvane::emulator::StsCredentials& sts,
                                                             const std::string& title) {
         auto recorder = makeRecorder();
         VODOpenApi::createUploadVideo(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, title, "movie.mp4",
-                                      region, {{"FileSize", 1234}}, recorder->handler());
+                                      region, {{"FileSize", 1234}}, recorder->handler(), services);
         EXPECT_TRUE(recorder->waitForCall());
         return recorder;
     }
@@ -55,6 +53,7 @@ protected:
     static inline bool cloudStarted = false;
     CloudEmulator& cloud = *cloudInstance;
     std::string region;
+    quorvane::VODServiceConfig services;  // the video service at the emulator
 };
 
 std::string replyText(const std::optional<Value>& reply, const char* key) {
@@ -84,14 +83,14 @@ TEST_F(VODApiEmulator, CreateAndRefreshWithStsCredentialsIssueUploadTextsUntilTa
 
     auto refreshed = makeRecorder();
     VODOpenApi::refreshUploadVideo(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, videoId, region,
-                                   refreshed->handler());
+                                   refreshed->handler(), services);
     ASSERT_TRUE(refreshed->waitForCall());
     EXPECT_FALSE(refreshed->error());
     EXPECT_EQ(replyText(refreshed->reply(), "VideoId"), videoId);
 
     auto unknown = makeRecorder();
     VODOpenApi::refreshUploadVideo(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, "no-such-video", region,
-                                   unknown->handler());
+                                   unknown->handler(), services);
     ASSERT_TRUE(unknown->waitForCall());
     EXPECT_EQ(unknown->errorText(), "vod 404");
     EXPECT_EQ(replyText(unknown->reply(), "Code"), quorvane::VODOpenApiVideoNotFound);
@@ -99,7 +98,7 @@ TEST_F(VODApiEmulator, CreateAndRefreshWithStsCredentialsIssueUploadTextsUntilTa
     // A request changed after signing, and a token past its time, are refused.
     std::string url = VODOpenApi::requestUrl(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, region,
                                              {{"Action", "CreateUploadVideo"}, {"Title", "a"}, {"FileName", "f.mp4"}},
-                                             VODOpenApi::randomUUID());
+                                             VODOpenApi::randomUUID(), services);
     auto at = url.find("Title=a&");
     ASSERT_NE(at, std::string::npos);
     url.replace(at, 8, "Title=b&");  // changed after signing
@@ -124,11 +123,12 @@ TEST_F(VODApiEmulator, ProgressReportsArriveSignedAndGetFindsTheReportedVideo) {
     quorvane::VODInnerFileInfo info(path);
 
     auto first = calls<std::optional<quorvane::Error>>(), second = calls<std::optional<quorvane::Error>>();
-    VODInnerApi::reportUploadProgress(info, 0.5f, 1048576, 3, "UPLOAD-1", "", "ADDR==", region, first->handler());
+    VODInnerApi::reportUploadProgress(info, 0.5f, 1048576, 3, "UPLOAD-1", "", "ADDR==", region, first->handler(),
+                                      services);
     ASSERT_TRUE(first->wait());
     EXPECT_FALSE(std::get<0>(*first->got));
     VODInnerApi::reportUploadProgress(info, 1.0f / 3.0f, 1048576, 4, "UPLOAD-1", "VID-7", "ADDR==", region,
-                                      second->handler());
+                                      second->handler(), services);
     ASSERT_TRUE(second->wait());
 
     auto reports = cloud.progressReports();
@@ -152,7 +152,7 @@ TEST_F(VODApiEmulator, ProgressReportsArriveSignedAndGetFindsTheReportedVideo) {
     EXPECT_NE(reports[0].fields.value("SignatureNonce", ""), reports[1].fields.value("SignatureNonce", ""));
 
     auto get = calls<std::optional<std::string>, std::optional<quorvane::Error>>();
-    VODInnerApi::getUploadProgress(info, region, get->handler());
+    VODInnerApi::getUploadProgress(info, region, get->handler(), services);
     ASSERT_TRUE(get->wait());
     EXPECT_EQ(std::get<0>(*get->got), "VID-7");
     EXPECT_FALSE(std::get<1>(*get->got));
@@ -170,12 +170,13 @@ TEST(VODApiEmulatorTls, HttpsEndpointIsVerifiedAgainstTheGivenCaFile) {
     options.https = true;
     CloudEmulator cloud(options);
     ASSERT_TRUE(cloud.start());
-    VODServiceEndpoint::setBaseUrl(cloud.endpoint() + "/");
+    quorvane::VODServiceConfig services;
+    services.vodBaseUrl = cloud.endpoint() + "/";
     auto sts = cloud.issueSts();
     auto send = [&] {
         auto recorder = makeRecorder();
         VODOpenApi::refreshUploadVideo(sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken, "unknown",
-                                       cloud.options().region, recorder->handler());
+                                       cloud.options().region, recorder->handler(), services);
         EXPECT_TRUE(recorder->waitForCall());
         return recorder;
     };
@@ -183,10 +184,8 @@ TEST(VODApiEmulatorTls, HttpsEndpointIsVerifiedAgainstTheGivenCaFile) {
     auto untrusted = send();
     EXPECT_EQ(untrusted->errorDomain(), quorvane::foundation::kHttpErrorDomain);
 
-    VODServiceEndpoint::setCaFile(cloud.caFile());
+    services.caFile = cloud.caFile();
     auto trusted = send();
-    VODServiceEndpoint::setCaFile("");
-    VODServiceEndpoint::setBaseUrl(std::nullopt);
     EXPECT_EQ(trusted->errorDomain(), "vod");
     EXPECT_EQ(replyText(trusted->reply(), "Code"), quorvane::VODOpenApiVideoNotFound);
 }

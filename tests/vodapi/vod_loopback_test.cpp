@@ -5,7 +5,7 @@
 
 #include "VODUpload/src/VODInnerApi.h"
 #include "VODUpload/src/VODOpenApi.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
+#include "VODUpload/src/VODServiceConfig.h"
 #include "foundation/http_client.h"
 #include "foundation/log.h"
 #include "loopback_server.h"
@@ -17,17 +17,19 @@ using quorvane::Error;
 using quorvane::Value;
 using quorvane::VODInnerApi;
 using quorvane::VODOpenApi;
-using quorvane::VODServiceEndpoint;
+using quorvane::VODServiceConfig;
 using vodapi_test::deadBase;
 using vodapi_test::LoopbackServer;
 using vodapi_test::makeRecorder;
 
 namespace {
 
-struct EndpointGuard {
-    explicit EndpointGuard(const std::string& base) { VODServiceEndpoint::setBaseUrl(base); }
-    ~EndpointGuard() { VODServiceEndpoint::setBaseUrl(std::nullopt); }
-};
+// The video service at `base`.
+VODServiceConfig at(const std::string& base) {
+    VODServiceConfig services;
+    services.vodBaseUrl = base;
+    return services;
+}
 
 }  // namespace
 
@@ -41,9 +43,9 @@ TEST(VODOpenApiReply, EachOutcomeReachesTheHandlerExactlyOnceWithItsErrorRecord)
     s.answer("GET", "/first-failure/", 300, R"({"Code":"Moved"})");
 
     auto call = [](const std::string& base) {
-        EndpointGuard endpoint(base);
         auto recorder = makeRecorder();
-        auto task = VODOpenApi::refreshUploadVideo("kid", "secret", "token", "vid", "cn-shanghai", recorder->handler());
+        auto task =
+            VODOpenApi::refreshUploadVideo("kid", "secret", "token", "vid", "cn-shanghai", recorder->handler(), at(base));
         EXPECT_NE(task, nullptr);
         EXPECT_TRUE(recorder->waitForCall()) << base;
         return recorder;
@@ -87,22 +89,22 @@ TEST(VODOpenApiReply, EachOutcomeReachesTheHandlerExactlyOnceWithItsErrorRecord)
 TEST(VODOpenApiReply, CreateCallsSendTheirActionParamsAndLogOnlyWhenSwitchedOn) {
     LoopbackServer s;
     s.answer("GET", "/", 200, R"({"VideoId":"v1"})");
-    EndpointGuard endpoint(s.base());
+    const auto services = at(s.base());
     quorvane::foundation::LogCapture log;
     auto image = makeRecorder();
     VODOpenApi::createUploadImage("kid", "secret", "token", "cover", "cn-shanghai", {{"ImageExt", "png"}},
-                                  image->handler());
+                                  image->handler(), services);
     ASSERT_TRUE(image->waitForCall());
     EXPECT_TRUE(log.lines().empty());
 
     quorvane::oss::OSSLog::enableLog();
     auto withMap = makeRecorder();
     VODOpenApi::createUploadVideo("kid", "secret", "token", "ignored", "/tmp/a.mp4", "cn-shanghai",
-                                  {{"Title", "我的 视频*~"}, {"FileSize", 1024}}, withMap->handler());
+                                  {{"Title", "我的 视频*~"}, {"FileSize", 1024}}, withMap->handler(), services);
     ASSERT_TRUE(withMap->waitForCall());
     auto withoutMap = makeRecorder();
     VODOpenApi::createUploadVideo("kid", "secret", "token", "t", "b.mp4", "cn-shanghai", nullptr,
-                                  withoutMap->handler());
+                                  withoutMap->handler(), services);
     ASSERT_TRUE(withoutMap->waitForCall());
     quorvane::oss::OSSLog::disableLog();
 
@@ -142,27 +144,26 @@ protected:
         std::ofstream(path, std::ios::binary) << "some video bytes";
         info = std::make_unique<quorvane::VODInnerFileInfo>(path);
     }
-    void TearDown() override {
-        VODServiceEndpoint::setBaseUrl(std::nullopt);
-        std::remove(path.c_str());
-    }
+    void TearDown() override { std::remove(path.c_str()); }
 
     // Runs one call against `base` and waits for its handler.
     template <typename Start>
     Outcome run(const std::string& base, Start start) {
-        VODServiceEndpoint::setBaseUrl(base);
         auto calls = std::make_shared<vodapi_test::HandlerCalls<std::optional<std::string>, std::optional<Error>>>();
-        start(calls->handler());
+        start(calls->handler(), at(base));
         EXPECT_TRUE(calls->wait()) << base;
         return calls->got ? Outcome{std::get<0>(*calls->got), std::get<1>(*calls->got)} : Outcome{};
     }
     Outcome get(const std::string& base) {
-        return run(base, [this](auto done) { VODInnerApi::getUploadProgress(*info, "cn-shanghai", done); });
+        return run(base, [this](auto done, const VODServiceConfig& services) {
+            VODInnerApi::getUploadProgress(*info, "cn-shanghai", done, services);
+        });
     }
     Outcome report(const std::string& base) {
-        return run(base, [this](auto done) {
-            VODInnerApi::reportUploadProgress(*info, 0.25f, 1024, 1, "U", "", "A", "cn-shanghai",
-                                              [done](std::optional<Error> e) { done(std::nullopt, std::move(e)); });
+        return run(base, [this](auto done, const VODServiceConfig& services) {
+            VODInnerApi::reportUploadProgress(
+                *info, 0.25f, 1024, 1, "U", "", "A", "cn-shanghai",
+                [done](std::optional<Error> e) { done(std::nullopt, std::move(e)); }, services);
         });
     }
 

@@ -8,7 +8,6 @@
 
 #include "VODUpload/src/VODAcs3Signer.h"
 #include "VODUpload/src/VODOpenApi.h"
-#include "VODUpload/src/VODServiceEndpoint.h"
 
 using quorvane::Value;
 using quorvane::VODAcs3Request;
@@ -93,7 +92,6 @@ TEST(VODOpenApiSigning, QueryEncodingSortingStringToSignAndKey) {
 }
 
 TEST(VODOpenApiSigning, RequestUrlCarriesCommonParamsAndEncodedSignatureByDefault) {
-    quorvane::VODServiceEndpoint::setBaseUrl(std::nullopt);
     std::string url = VODOpenApi::requestUrl("kid", "secret", "tok+en", "cn-shanghai",
                                              {{"Action", "RefreshUploadVideo"}, {"Format", "XML"}}, "NONCE-1");
     std::string query =
@@ -103,10 +101,6 @@ TEST(VODOpenApiSigning, RequestUrlCarriesCommonParamsAndEncodedSignatureByDefaul
     // (base64 "dZyPQwVwRKJBgLQiMoRdxrSOHg8=", its "=" escaped).
     EXPECT_EQ(url, "https://vod.cn-shanghai.aliyuncs.com/?" + query + "&Signature=dZyPQwVwRKJBgLQiMoRdxrSOHg8%3D");
     EXPECT_EQ(url.find("Timestamp"), std::string::npos);
-
-    quorvane::VODServiceEndpoint::setBaseUrl("http://127.0.0.1:9");
-    EXPECT_EQ(quorvane::VODServiceEndpoint::urlForRegion("cn-beijing"), "http://127.0.0.1:9/");
-    quorvane::VODServiceEndpoint::setBaseUrl(std::nullopt);
 
     // HMAC-SHA1 stays the default form: the signed request is the URL above, without headers.
     VODServiceConfig config;
@@ -119,6 +113,10 @@ TEST(VODOpenApiSigning, RequestUrlCarriesCommonParamsAndEncodedSignatureByDefaul
               VODOpenApi::requestUrl("LTAIkey", "secret", "token", "cn-shanghai", params, "nonce-1", config));
     EXPECT_NE(request.url.find("SignatureMethod=HMAC-SHA1"), std::string::npos);
     EXPECT_TRUE(request.headers.empty());
+
+    // A base URL replaces the regional host whatever the region, with its "/".
+    config.vodBaseUrl = "http://127.0.0.1:9";
+    EXPECT_EQ(config.urlForRegion("cn-beijing"), "http://127.0.0.1:9/");
 }
 
 TEST(VODOpenApiSigning, NonceIsAnUpperCaseUuidAndTimeStampIsIsoGmt) {

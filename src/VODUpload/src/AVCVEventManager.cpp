@@ -9,16 +9,6 @@
 
 namespace quorvane {
 
-namespace {
-
-std::mutex gEndpointMutex;
-std::string& endpointSetting() {
-    static std::string endpoint;
-    return endpoint;
-}
-
-}  // namespace
-
 std::shared_ptr<AVCVEventManager> AVCVEventManager::sharedManager() {
     static const auto manager = std::make_shared<AVCVEventManager>();
     return manager;
@@ -151,27 +141,14 @@ void AVCVEventManager::setLogstore(std::string logstore) {
     logstore_ = std::move(logstore);
 }
 
-void AVCVEventManager::setLogServiceEndpoint(const std::string& endpoint) {
-    std::lock_guard lock(gEndpointMutex);
-    endpointSetting() = endpoint;
-}
-
-std::string AVCVEventManager::logServiceEndpoint() {
-    std::lock_guard lock(gEndpointMutex);
-    return endpointSetting();
-}
-
-void AVCVEventManager::setEndpoint(std::optional<std::string> endpoint) {
+void AVCVEventManager::setEndpoint(std::string endpoint) {
     std::lock_guard lock(mutex_);
     endpoint_ = std::move(endpoint);
 }
 
 std::string AVCVEventManager::endpoint() const {
-    {
-        std::lock_guard lock(mutex_);
-        if (endpoint_) return *endpoint_;
-    }
-    return logServiceEndpoint();
+    std::lock_guard lock(mutex_);
+    return endpoint_;
 }
 
 std::shared_ptr<AVCVEventTransport> AVCVEventManager::transport() const {

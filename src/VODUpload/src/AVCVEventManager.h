@@ -57,14 +57,10 @@ public:
     std::string logstore() const;
     void setLogstore(std::string logstore);
 
-    // Where events go: "scheme://host[:port]", or a bare host (https). The process-wide default is
-    // empty, and while it is no event leaves the process; a host sets it, or gives each client its
-    // own in VODServiceConfig.
-    static void setLogServiceEndpoint(const std::string& endpoint);
-    static std::string logServiceEndpoint();
-    // This manager's own log service, in the same forms (empty: no event leaves); nullopt follows the
-    // process-wide endpoint at each event.
-    void setEndpoint(std::optional<std::string> endpoint);
+    // Where this manager's events go: "scheme://host[:port]", or a bare host (https). Empty, the
+    // default, and no event leaves the process; an upload client sets its manager's from its
+    // VODServiceConfig, and newInstance copies it.
+    void setEndpoint(std::string endpoint);
     std::string endpoint() const;
 
     // The transport this manager queues on (the process-wide one by default).
@@ -76,7 +72,7 @@ private:
     std::atomic<bool> enabled_{true};
     std::string requestID_;
     std::string logstore_ = "svideo";
-    std::optional<std::string> endpoint_;
+    std::string endpoint_;
     std::shared_ptr<AVCVEventTransport> transport_;
 };
 

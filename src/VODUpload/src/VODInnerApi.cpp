@@ -98,7 +98,7 @@ void VODInnerApi::reportUploadProgress(const VODInnerFileInfo& fileInfo, float u
                                        const std::string& uploadAddress, const std::string& region,
                                        VODInnerReportHandler completeHandler) {
     reportUploadProgress(fileInfo, uploadRatio, partSize, donePartsCount, uploadId, videoId, uploadAddress, region,
-                         std::move(completeHandler), VODServiceConfig::current());
+                         std::move(completeHandler), VODServiceConfig{});
 }
 
 void VODInnerApi::reportUploadProgress(const VODInnerFileInfo& fileInfo, float uploadRatio, long partSize,
@@ -139,7 +139,7 @@ void VODInnerApi::reportUploadProgress(const VODInnerFileInfo& fileInfo, float u
 
 void VODInnerApi::getUploadProgress(const VODInnerFileInfo& fileInfo, const std::string& region,
                                     VODInnerProgressHandler completeHandler) {
-    getUploadProgress(fileInfo, region, std::move(completeHandler), VODServiceConfig::current());
+    getUploadProgress(fileInfo, region, std::move(completeHandler), VODServiceConfig{});
 }
 
 void VODInnerApi::getUploadProgress(const VODInnerFileInfo& fileInfo, const std::string& region,

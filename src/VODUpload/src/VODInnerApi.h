@@ -2,7 +2,7 @@
 // The VOD service's upload-progress actions (ReportUploadProgress, GetUploadProgress): form-encoded
 // POSTs to the OpenAPI endpoint, authenticated by an AuthInfo digest rather than the app's
 // credentials. Stateless and fire-and-forget; handlers run on the HTTP client's worker thread. Each
-// action comes twice: with the process-wide settings, and with a client's own VODServiceConfig last.
+// action comes twice: with the system's own services, and with a client's own VODServiceConfig last.
 #include <functional>
 #include <optional>
 #include <string>

@@ -184,7 +184,7 @@ std::string VODOpenApi::signature(const std::string& keySecret, const std::strin
 
 std::string VODOpenApi::requestUrl(const std::string& keyId, const std::string& keySecret, const std::string& token,
                                    const std::string& region, const Value& params, const std::string& nonce) {
-    return requestUrl(keyId, keySecret, token, region, params, nonce, VODServiceConfig::current());
+    return requestUrl(keyId, keySecret, token, region, params, nonce, VODServiceConfig{});
 }
 
 std::string VODOpenApi::requestUrl(const std::string& keyId, const std::string& keySecret, const std::string& token,
@@ -214,7 +214,7 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::request(const std::string& key
                                                           const std::string& token, const std::string& region,
                                                           const Value& params,
                                                           VODOpenApiCompletionHandler completionHandler) {
-    return request(keyId, keySecret, token, region, params, std::move(completionHandler), VODServiceConfig::current());
+    return request(keyId, keySecret, token, region, params, std::move(completionHandler), VODServiceConfig{});
 }
 
 std::shared_ptr<foundation::HttpTask> VODOpenApi::request(const std::string& keyId, const std::string& keySecret,
@@ -237,7 +237,7 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadVideo(
     const std::string& fileName, const std::string& region, const Value& optionalParams,
     VODOpenApiCompletionHandler completionHandler) {
     return createUploadVideo(keyId, keySecret, token, title, fileName, region, optionalParams,
-                             std::move(completionHandler), VODServiceConfig::current());
+                             std::move(completionHandler), VODServiceConfig{});
 }
 
 std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadVideo(
@@ -261,7 +261,7 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::refreshUploadVideo(const std::
                                                                      const std::string& region,
                                                                      VODOpenApiCompletionHandler completionHandler) {
     return refreshUploadVideo(keyId, keySecret, token, videoId, region, std::move(completionHandler),
-                              VODServiceConfig::current());
+                              VODServiceConfig{});
 }
 
 std::shared_ptr<foundation::HttpTask> VODOpenApi::refreshUploadVideo(
@@ -277,7 +277,7 @@ std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadImage(
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& imageType,
     const std::string& region, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler) {
     return createUploadImage(keyId, keySecret, token, imageType, region, optionalParams, std::move(completionHandler),
-                             VODServiceConfig::current());
+                             VODServiceConfig{});
 }
 
 std::shared_ptr<foundation::HttpTask> VODOpenApi::createUploadImage(

@@ -2,7 +2,7 @@
 // Signed requests to the VOD OpenAPI (CreateUploadVideo, RefreshUploadVideo, CreateUploadImage)
 // with the caller's temporary credentials. Stateless; any thread may call. The completion handler
 // runs exactly once, on the HTTP client's worker thread. Each operation comes twice: with the
-// process-wide settings, and with a client's own VODServiceConfig as its last parameter.
+// system's own services, and with a client's own VODServiceConfig as its last parameter.
 #include <functional>
 #include <memory>
 #include <optional>

@@ -2,13 +2,10 @@
 // The services one client talks to: the video service (VOD OpenAPI and its progress reports), the
 // log service, and the HTTP client that carries the requests. Given to a client at creation, so two
 // clients in one process can use different endpoints. A default-constructed value holds the system's
-// own values; current() takes the process-wide settings (VODServiceEndpoint, the log-service
-// endpoint) as they are at the moment of the call.
+// own values; nothing here is process-wide, so a host builds its settings once and hands them down.
 #include <memory>
 #include <optional>
 #include <string>
-
-#include "VODUpload/src/VODServiceEndpoint.h"
 
 namespace quorvane {
 
@@ -22,12 +19,17 @@ class VODObjectCache;
 enum class VODSignatureVersion { HmacSha1, Acs3HmacSha256 };
 
 struct VODServiceConfig {
+    // The regional pattern of the video service; "%s" takes the region id.
+    static constexpr const char* kDefaultPattern = "https://vod.%s.aliyuncs.com/";
+    // The platform's default request time-out.
+    static constexpr long kDefaultIdleTimeoutSeconds = 60;
+
     // Base URL of the video service; nullopt = the regional "https://vod.<region>.aliyuncs.com/".
     std::optional<std::string> vodBaseUrl;
     // An extra CA bundle for the video service's certificate; empty = the system store alone.
     std::string caFile;
     // Seconds without a byte moved before a video-service request is given up; non-positive = 60.
-    long idleTimeoutSeconds = VODServiceEndpoint::kDefaultIdleTimeoutSeconds;
+    long idleTimeoutSeconds = kDefaultIdleTimeoutSeconds;
     // "scheme://host[:port]" or a bare host (https) of the log service; empty = no event leaves.
     std::string logServiceEndpoint;
     // The client every request of this configuration goes through; nullptr = the process-wide one.
@@ -42,11 +44,10 @@ struct VODServiceConfig {
     // process-wide one on the standard user-defaults store.
     std::shared_ptr<VODObjectCache> resumeCache;
 
-    // The process-wide settings, read now.
-    static VODServiceConfig current();
-
     // The base URL ending in "/" that requests for `region` go to.
     std::string urlForRegion(const std::string& region) const;
+    // The regional pattern filled in, whatever base URL is set.
+    static std::string regionalUrl(const std::string& region);
     long effectiveIdleTimeoutSeconds() const;
     std::shared_ptr<foundation::HttpClient> client() const;
 };

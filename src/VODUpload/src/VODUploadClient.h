@@ -28,8 +28,7 @@ class VODUploadEngine;
 
 class VODUploadClient {
 public:
-    // Without a configuration the client takes the process-wide service settings as they are now;
-    // either way it reads no global later.
+    // Without a configuration the client talks to the system's own services (VODServiceConfig{}).
     VODUploadClient();
     explicit VODUploadClient(VODServiceConfig config);
     static std::shared_ptr<VODUploadClient> create() { return std::make_shared<VODUploadClient>(); }

@@ -28,7 +28,7 @@ std::string accountCachesDirectory() {
 
 }  // namespace
 
-VODUploadEngine::VODUploadEngine() : VODUploadEngine(VODServiceConfig::current()) {}
+VODUploadEngine::VODUploadEngine() : VODUploadEngine(VODServiceConfig{}) {}
 
 VODUploadEngine::VODUploadEngine(VODServiceConfig config)
     : serviceConfig_(std::move(config)),

@@ -57,7 +57,7 @@ struct VODUploadProgressContext;
 class VODUploadEngine : public std::enable_shared_from_this<VODUploadEngine> {
 public:
     // Always held by std::shared_ptr (callbacks hold the client weakly). Without a configuration the
-    // client takes the process-wide settings as they are now; either way it reads no global later.
+    // client talks to the system's own services.
     VODUploadEngine();
     explicit VODUploadEngine(VODServiceConfig config);
     static std::shared_ptr<VODUploadEngine> create() { return std::make_shared<VODUploadEngine>(); }

@@ -8,13 +8,13 @@
 
 namespace quorvane {
 
-VODUploadSVideoClient::VODUploadSVideoClient() : VODUploadSVideoClient(VODServiceConfig::current()) {}
+VODUploadSVideoClient::VODUploadSVideoClient() : VODUploadSVideoClient(VODServiceConfig{}) {}
 
 VODUploadSVideoClient::VODUploadSVideoClient(VODServiceConfig config)
     : client_(VODUploadClient::create(std::move(config))),
       queue_(std::make_shared<foundation::SerialQueue>("com.quorvane.svideoupload")) {}
 
-std::shared_ptr<VODUploadSVideoClient> VODUploadSVideoClient::create() { return create(VODServiceConfig::current()); }
+std::shared_ptr<VODUploadSVideoClient> VODUploadSVideoClient::create() { return create(VODServiceConfig{}); }
 
 std::shared_ptr<VODUploadSVideoClient> VODUploadSVideoClient::create(VODServiceConfig config) {
     auto client = std::make_shared<VODUploadSVideoClient>(std::move(config));

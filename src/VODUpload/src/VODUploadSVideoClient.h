@@ -43,8 +43,7 @@ public:
     static constexpr std::int32_t kStatusPaused = 2;
 
     // Always held by std::shared_ptr: the engine listener holds the client weakly. create() runs init().
-    // Its own service requests and its engine use `config`; without one, the process-wide settings
-    // as they are now.
+    // Its own service requests and its engine use `config`; without one, the system's own services.
     VODUploadSVideoClient();
     explicit VODUploadSVideoClient(VODServiceConfig config);
     static std::shared_ptr<VODUploadSVideoClient> create();
