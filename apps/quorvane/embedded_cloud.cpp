@@ -1,10 +1,22 @@
 #include "embedded_cloud.h"
 
 #include <filesystem>
+#include <fstream>
+#include <optional>
 
 #include "upload_records.h"
 
 namespace quorvane::app {
+namespace {
+
+std::optional<int> lastPort(const std::filesystem::path& file) {
+    std::ifstream in(file);
+    int port = 0;
+    if (in >> port && port > 0 && port < 65536) return port;
+    return std::nullopt;
+}
+
+}  // namespace
 
 EmbeddedCloud::EmbeddedCloud(std::string storageDir) : storageDir_(std::move(storageDir)) {}
 
@@ -20,12 +32,22 @@ bool EmbeddedCloud::start(std::string& error) {
     emulator::EmulatorOptions options;
     options.storageDir = storageDir_;
     options.threads = 8;  // one client: a few keep-alive connections
+    // The port of the last run first: upload records name the service they were made with, so a
+    // local cloud on a new port would make every interrupted upload start again from nothing.
+    const auto portFile = std::filesystem::path(storageDir_) / "port";
+    options.port = lastPort(portFile).value_or(0);
     cloud_ = std::make_unique<emulator::CloudEmulator>(options);
-    if (!cloud_->start()) {
+    if (!cloud_->start() && options.port != 0) {
+        options.port = 0;  // taken by now: any free one
+        cloud_ = std::make_unique<emulator::CloudEmulator>(options);
+        cloud_->start();
+    }
+    if (!cloud_->running()) {
         error = "the local cloud could not start on " + storageDir_;
         cloud_.reset();
         return false;
     }
+    std::ofstream(portFile, std::ios::trunc) << cloud_->port() << "\n";
     return true;
 }
 

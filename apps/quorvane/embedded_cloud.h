@@ -16,7 +16,8 @@ public:
     explicit EmbeddedCloud(std::string storageDir);
     ~EmbeddedCloud();
 
-    // Starts serving and points this process's video-service and log-service endpoints at it.
+    // Starts serving on the port the last run used when it is free (kept in the storage directory),
+    // else on any free one.
     bool start(std::string& error);
     void stop();
 

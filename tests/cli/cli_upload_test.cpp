@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "cli/cli_fixture.h"
+#include "foundation/temp_files.h"
 #include "support/net_faults.h"
 
 namespace quorvane {
@@ -48,6 +49,19 @@ TEST_F(CliUpload, EmbeddedCloudStoresTheExactBytesOfEachFileLoadingOnlyWhatItNee
         // Media files are registered with the video service, other files go straight to the bucket.
         EXPECT_EQ(success["videoId"].is_string(), file == clip) << success.dump();
     }
+    cloud.stop();
+
+    // Each run serves where the last one did, so an interrupted upload's record still names this
+    // service; a port taken meanwhile only moves the next run.
+    auto cloudAt = [](const CliProcess& run) { return only(run, "note").value("message", ""); };
+    EXPECT_EQ(cloudAt(*plain), cloudAt(*process));
+    emulator::EmulatorOptions squatter;
+    squatter.port = std::stoi(foundation::readFile(storage + "/port").value_or("0"));
+    CloudEmulator taken(squatter);
+    ASSERT_TRUE(taken.start());
+    auto moved = ran(0, {"upload", "--json", "--storage", storage, makeFile("moved.bin", 1000, 5)});
+    EXPECT_NE(cloudAt(*moved), cloudAt(*plain));
+    EXPECT_EQ(only(*moved, "summary")["uploaded"], 1);
 }
 
 // An interrupt pauses the upload. A run whose part listing fails must not cost the record its parts;
