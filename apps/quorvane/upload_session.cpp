@@ -419,8 +419,7 @@ void UploadSession::pauseForResume() {
     for (auto& slot : running_)
         if (slot.client && slot.client->state() == VODClientState::Started) slot.client->pause();
     view_.interrupted(plan_.resumeHint);
-    // Let the cancelled part requests return before the process goes.
-    foundation::MainLoop::instance().runUntil([] { return false; }, std::chrono::milliseconds(300));
+    // The cancelled part requests return while the command waits for its HTTP client to go idle.
 }
 
 int UploadSession::finish(std::chrono::steady_clock::time_point began) {
