@@ -4,10 +4,13 @@
 
 #include <filesystem>
 #include <fstream>
+#include <random>
 #include <thread>
 
 #include "foundation/log.h"
 #include "foundation/temp_files.h"
+#include "oss/crc64.h"
+#include "oss/oss_body.h"
 #include "oss/oss_checkpoint.h"
 #include "oss/oss_error.h"
 #include "oss/oss_log.h"
@@ -232,4 +235,26 @@ TEST(OSSLog, LinesOnlyWhenSwitchedOn) {
     OSSLog::logError("oss client init success!");
     OSSLog::disableLog();
     EXPECT_EQ(capture.lines(), (std::vector<std::string>{"[Debug]: start called.", "[Error]: oss client init success!"}));
+}
+
+// A stored part is checked against its range of the local file: every byte of the range counts, the
+// 1-byte last part of a file as much as a range longer than the read buffer, and a range past the end
+// has no CRC at all.
+TEST(OSSLocalFile, CrcOfARangeCoversEveryByteOfItAndNothingMore) {
+    std::mt19937 random(20261127);
+    std::string bytes(600 * 1024, '\0');
+    for (auto& c : bytes) c = static_cast<char>(random());
+    const std::string path = ::testing::TempDir() + "oss_crc_range.bin";
+    std::ofstream(path, std::ios::binary) << bytes;
+    auto crcOf = [&](std::size_t offset, std::size_t length) {
+        return Crc64::update(0, bytes.data() + offset, length);
+    };
+    for (auto [offset, length] : {std::pair<std::size_t, std::size_t>{0, 1}, {bytes.size() - 1, 1}, {100, 256 * 1024 + 1},
+                                  {0, bytes.size()}, {7, 0}}) {
+        SCOPED_TRACE(std::to_string(offset) + "+" + std::to_string(length));
+        EXPECT_EQ(crc64OfFileRange(path, offset, length), crcOf(offset, length));
+    }
+    EXPECT_EQ(crc64OfFileRange(path, bytes.size() - 1, 2), std::nullopt);
+    EXPECT_EQ(crc64OfFileRange(path + ".gone", 0, 1), std::nullopt);
+    std::filesystem::remove(path);
 }
