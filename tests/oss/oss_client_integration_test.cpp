@@ -100,6 +100,17 @@ TEST_F(OssEmulatorTest, BadInputGetsClearErrors) {
         EXPECT_EQ(codeOf(waited(client->putObject(put))), OSSClientErrorCodeFileCantRead);
     }
 
+    // A part for no object, or for a bucket the service could not have, is refused before sending.
+    for (auto [bucketName, key] : {std::pair<std::string, std::string>{bucket(), ""}, {"", "k"}, {"Not_A_Bucket", "k"}}) {
+        auto part = on<OSSUploadPartRequest>(key);
+        part->bucketName = bucketName;
+        part->uploadId = "0004B9894A22E5B1888A1E29F823****";
+        part->partNumber = 1;
+        part->uploadPartData = "bytes";
+        EXPECT_EQ(codeOf(waited(client->uploadPart(part))), OSSClientErrorCodeInvalidArgument) << bucketName << "/" << key;
+    }
+    EXPECT_TRUE(cloud.requests("UploadPart").empty());
+
     for (const char* endpoint : {"", "https://", "http://:80"}) {
         OSSClient bad(endpoint, rootKeys());
         EXPECT_FALSE(bad.isValid());
