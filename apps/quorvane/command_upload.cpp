@@ -39,11 +39,11 @@ std::vector<std::string>& commandArguments() {
     return arguments;
 }
 
-// With --bwlimit, a client of its own whose cap all this run's bodies share; else the shared one.
+// The run's one HTTP client, built here and handed to everything the run makes (storage, video
+// service, events); with --bwlimit its cap is shared by all of the run's bodies.
 std::shared_ptr<foundation::HttpClient> httpClientFor(const UploadOptions& o) {
-    if (o.bwlimit.empty()) return nullptr;
     auto options = foundation::HttpClient::sharedOptions();
-    options.sendRateLimit = *parseRate(o.bwlimit);
+    if (!o.bwlimit.empty()) options.sendRateLimit = *parseRate(o.bwlimit);
     return std::make_shared<foundation::HttpClient>(options);
 }
 
@@ -348,7 +348,7 @@ int runUpload(UploadOptions options) {
         watchTerminalSize();
         view.setColumnsProbe([] { return terminalResized() ? terminalColumns(STDOUT_FILENO) : 0; });
     }
-    auto http = plan.http ? plan.http : foundation::HttpClient::shared();
+    auto http = plan.http;
     auto session = std::make_shared<UploadSession>(std::move(plan), view, cloud.get());
     int status = session->run();
     // The last events of the run may still be on their way to the log service: they get a moment to
