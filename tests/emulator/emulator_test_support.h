@@ -80,9 +80,7 @@ protected:
         const std::string type = "application/octet-stream";
         return client->Put(path(key), signedHeaders(k, "PUT", path(key), type, md5, ossHeaders), body, type);
     }
-    httplib::Result get(const std::string& target, const std::string& resource, const Key& k) {
-        return client->Get(target, signedHeaders(k, "GET", resource));
-    }
+    httplib::Result get(const std::string& key) { return client->Get(path(key), signedHeaders(root, "GET", path(key))); }
 
     CloudEmulator cloud;
     std::unique_ptr<httplib::Client> client;

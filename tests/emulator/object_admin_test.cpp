@@ -9,9 +9,7 @@
 namespace quorvane::emulator {
 namespace {
 
-using testing::CloudTest;
-using testing::signedHeaders;
-using testing::xmlField;
+using namespace testing;
 
 const std::string kBody = "the stored bytes that nothing here may change";
 

@@ -19,9 +19,7 @@ namespace quorvane::emulator {
 namespace {
 
 namespace fs = std::filesystem;
-using testing::Key;
-using testing::kTrack;
-using testing::signedHeaders;
+using namespace testing;
 
 TEST(RequestLog, RedactsEveryAuthenticatingQueryValueIsPrintedOnlyWhenAskedAndNeverCarriesTheToken) {
     auto target = redactedTarget(
@@ -52,7 +50,7 @@ TEST(RequestLog, RedactsEveryAuthenticatingQueryValueIsPrintedOnlyWhenAskedAndNe
         const std::string target = "/" + options.bucket + "/logged.txt";
         Key key{sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken};
         auto res = client.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "hello", "text/plain");
-        ASSERT_EQ(testing::outcome(res), "200");
+        ASSERT_EQ(outcome(res), "200");
         ASSERT_TRUE(client.Get("/_console/state.json"));  // the console's own requests are not logged
         cloud.stop();
         std::vector<std::string> lines;
@@ -123,7 +121,7 @@ TEST(Console, StateShowsObjectsAndRequestsAndFaultsCanBeScriptedWhileRunning) {
     client.set_read_timeout(20);
     ASSERT_TRUE(client.Get(kTrack));
     auto page = client.Get("/_console/");
-    ASSERT_EQ(testing::outcome(page), "200");
+    ASSERT_EQ(outcome(page), "200");
     EXPECT_NE(page->body.find("state.json"), std::string::npos);
     auto res = client.Get("/_console/state.json");
     ASSERT_TRUE(res);
@@ -141,13 +139,13 @@ TEST(Console, StateShowsObjectsAndRequestsAndFaultsCanBeScriptedWhileRunning) {
     const std::string script = R"([{"operation": "PutWebtracking", "status": 503, "count": 2}])";
     // Only as JSON: a form another site's page could send is refused and adds nothing.
     auto plain = client.Post("/_console/faults", script, "text/plain");
-    ASSERT_EQ(testing::outcome(plain), "415");
+    ASSERT_EQ(outcome(plain), "415");
     auto bad = client.Post("/_console/faults", R"([{"operation": "X", "fault": "boom"}])", "application/json");
-    ASSERT_EQ(testing::outcome(bad), "400");
+    ASSERT_EQ(outcome(bad), "400");
     EXPECT_NE(bad->body.find("unknown fault \"boom\""), std::string::npos) << bad->body;
     EXPECT_EQ(cloud.pendingFaults(), 0u);
     auto added = client.Post("/_console/faults", script, "application/json");
-    ASSERT_EQ(testing::outcome(added), "200");
+    ASSERT_EQ(outcome(added), "200");
     EXPECT_EQ(Value::parse(added->body)["pending"], 2);
     EXPECT_EQ(client.Get(kTrack)->status, 503);
     auto seen = Value::parse(client.Get("/_console/faults")->body);
@@ -191,7 +189,7 @@ TEST(Console, IsRefusedToOtherMachinesUnlessAsked) {
         ASSERT_TRUE(res) << httplib::to_string(res.error());
         EXPECT_EQ(res->status, anyone ? 200 : 403);
         auto other = client.Get(kTrack);  // the services answer anyone
-        ASSERT_EQ(testing::outcome(other), "200");
+        ASSERT_EQ(outcome(other), "200");
     }
 }
 
@@ -238,7 +236,7 @@ TEST(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
     const std::string target = "/" + options.bucket + "/kept.txt";
     Key key{sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken};
     auto res = client.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "kept", "text/plain");
-    ASSERT_EQ(testing::outcome(res), "200");
+    ASSERT_EQ(outcome(res), "200");
     // A token altered by one character is still refused.
     auto forged = sts.SecurityToken;
     forged[10] = forged[10] == 'A' ? 'B' : 'A';

@@ -11,8 +11,7 @@
 namespace quorvane::emulator {
 namespace {
 
-using testing::signedHeaders;
-using testing::xmlField;
+using namespace testing;
 namespace fs = std::filesystem;
 
 // Files larger than `bytes` cannot be written while this lives: a write past it fails with EFBIG
@@ -51,7 +50,7 @@ EmulatorOptions freshStorage() {
     return options;
 }
 
-class FullDiskTest : public testing::CloudTest {
+class FullDiskTest : public CloudTest {
 protected:
     FullDiskTest() : CloudTest(freshStorage()) {}
     void TearDown() override {
@@ -89,7 +88,7 @@ TEST_F(FullDiskTest, RefusedWritesAnswerAnErrorAndKeepWhatWasStored) {
         FileSizeLimit limit(1000);
         // Bodies that fit in the writer's buffer meet the limit only when it is flushed.
         for (const auto& key : {"kept.bin", "new.bin"})
-            EXPECT_EQ(testing::outcome(put(key, std::string(3000, 'n'))), "500 InternalError") << key;
+            EXPECT_EQ(outcome(put(key, std::string(3000, 'n'))), "500 InternalError") << key;
         EXPECT_EQ(put("big.bin", std::string(3 << 20, 'b'))->status, 500);
         // The data fits, its record does not.
         EXPECT_EQ(put("noted.bin", "small", {{"x-oss-meta-note", std::string(1200, 'm')}})->status, 500);
@@ -112,9 +111,9 @@ TEST_F(FullDiskTest, RefusedWritesAnswerAnErrorAndKeepWhatWasStored) {
 
 TEST_F(FullDiskTest, NamesAndMetadataThatAreNotUtf8AreRefusedWithoutFiles) {
     const auto before = filesUnder(dir);
-    EXPECT_EQ(testing::outcome(put("bad-\xff-key", "body")), "400 InvalidObjectName");
+    EXPECT_EQ(outcome(put("bad-\xff-key", "body")), "400 InvalidObjectName");
     for (const char* value : {"\xc3", "\xc0\xaf", "\xed\xa0\x80", "caf\xe9"}) {
-        EXPECT_EQ(testing::outcome(put("meta.bin", "body", {{"x-oss-meta-note", value}})), "400 InvalidArgument") << value;
+        EXPECT_EQ(outcome(put("meta.bin", "body", {{"x-oss-meta-note", value}})), "400 InvalidArgument") << value;
         EXPECT_EQ(post("meta.mp4", "uploads", "", {{"x-oss-meta-note", value}})->status, 400);
     }
     EXPECT_EQ(filesUnder(dir), before);

@@ -9,9 +9,7 @@ namespace quorvane::emulator {
 namespace {
 
 using namespace std::chrono_literals;
-using testing::CloudTest;
-using testing::json;
-using testing::Key;
+using namespace testing;
 
 Value decoded(const Value& reply, const char* key) {
     return *foundation::parseJson(*foundation::base64Decode(reply[key].get<std::string>()));
@@ -103,7 +101,7 @@ TEST_F(VodTest, CreateUploadVideoHandsOutWorkingAddressAndCredentials) {
     // The credentials write to the object the address names.
     Key upload{auth["AccessKeyId"], auth["AccessKeySecret"], auth["SecurityToken"]};
     std::string object = "/" + address["Bucket"].get<std::string>() + "/" + address["FileName"].get<std::string>();
-    auto put = client->Put(object, testing::signedHeaders(upload, "PUT", object, "video/mp4"), "frames", "video/mp4");
+    auto put = client->Put(object, signedHeaders(upload, "PUT", object, "video/mp4"), "frames", "video/mp4");
     EXPECT_EQ(put->status, 200) << put->body;
 
     auto videos = cloud.videos();
