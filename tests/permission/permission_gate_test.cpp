@@ -8,8 +8,7 @@ namespace quorvane {
 namespace {
 
 using platform::PrivacyKind;
-using testing::PrivacyTest;
-using testing::waitFor;
+using namespace testing;
 
 class PermissionGate : public PrivacyTest {
 protected:
@@ -25,16 +24,23 @@ TEST_F(PermissionGate, FirstRefusalIsSilentRepeatRefusalGivesTheErrorWord) {
     privacy.authority->scriptAnswer(PrivacyKind::Camera, false);
     passCameraGate();
     ASSERT_TRUE(waitFor([&] { return privacy.authority->prompts(PrivacyKind::Camera) == 1; }));
-    testing::settle();
+    settle();
     EXPECT_TRUE(failures.empty());
     EXPECT_EQ(proceeded, 0);
 
     passCameraGate();
-    testing::settle();
+    settle();
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_EQ(failures[0], "NoCameraPermission");
     EXPECT_EQ(proceeded, 0);
     EXPECT_EQ(privacy.authority->prompts(PrivacyKind::Camera), 1);
+
+    // The microphone's refusal, known before, gives its own word at once.
+    privacy.authority->setRecordPermission(platform::kRecordPermissionDenied);
+    passPermissionGate(LBXPermissionTypeMicrophone, kErrorWordNoMicrophonePermission,
+                       [this](const Value& failure) { failures.push_back(failure); }, [this] { ++proceeded; });
+    ASSERT_EQ(failures.size(), 2u);
+    EXPECT_EQ(failures[1], "NoMicrophonePermission");
 }
 
 TEST_F(PermissionGate, GrantedProceedsOnceWithoutFailure) {
@@ -46,19 +52,11 @@ TEST_F(PermissionGate, GrantedProceedsOnceWithoutFailure) {
     EXPECT_TRUE(failures.empty());
 }
 
-TEST_F(PermissionGate, MicrophoneRepeatRefusalGivesItsWord) {
-    privacy.authority->setRecordPermission(platform::kRecordPermissionDenied);
-    passPermissionGate(LBXPermissionTypeMicrophone, kErrorWordNoMicrophonePermission,
-                       [this](const Value& failure) { failures.push_back(failure); }, [this] { ++proceeded; });
-    ASSERT_EQ(failures.size(), 1u);
-    EXPECT_EQ(failures[0], "NoMicrophonePermission");
-}
-
 TEST_F(PermissionGate, ScannerFirstRefusalShowsNothingARepeatShowsTheSettingsAlert) {
     privacy.authority->scriptAnswer(PrivacyKind::Camera, false);
     passScanPermissionGate([this] { ++proceeded; });
     ASSERT_TRUE(waitFor([&] { return privacy.authority->prompts(PrivacyKind::Camera) == 1; }));
-    testing::settle();
+    settle();
     EXPECT_FALSE(root->presentedViewController());
 
     passScanPermissionGate([this] { ++proceeded; });
