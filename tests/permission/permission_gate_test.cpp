@@ -12,9 +12,8 @@ using namespace testing;
 
 class PermissionGate : public PrivacyTest {
 protected:
-    void passCameraGate() {
-        passPermissionGate(LBXPermissionTypeCamera, kErrorWordNoCameraPermission,
-                           [this](const Value& failure) { failures.push_back(failure); }, [this] { ++proceeded; });
+    void pass(int type = LBXPermissionTypeCamera, const char* word = kErrorWordNoCameraPermission) {
+        passPermissionGate(type, word, [this](const Value& failure) { failures.push_back(failure); }, [this] { ++proceeded; });
     }
     std::vector<Value> failures;
     int proceeded = 0;
@@ -22,32 +21,29 @@ protected:
 
 TEST_F(PermissionGate, FirstRefusalIsSilentRepeatRefusalGivesTheErrorWord) {
     privacy.authority->scriptAnswer(PrivacyKind::Camera, false);
-    passCameraGate();
+    pass();
     ASSERT_TRUE(waitFor([&] { return privacy.authority->prompts(PrivacyKind::Camera) == 1; }));
     settle();
     EXPECT_TRUE(failures.empty());
     EXPECT_EQ(proceeded, 0);
 
-    passCameraGate();
+    pass();
     settle();
-    ASSERT_EQ(failures.size(), 1u);
-    EXPECT_EQ(failures[0], "NoCameraPermission");
-    EXPECT_EQ(proceeded, 0);
+    EXPECT_EQ(failures, std::vector<Value>{"NoCameraPermission"});
     EXPECT_EQ(privacy.authority->prompts(PrivacyKind::Camera), 1);
 
     // The microphone's refusal, known before, gives its own word at once.
     privacy.authority->setRecordPermission(platform::kRecordPermissionDenied);
-    passPermissionGate(LBXPermissionTypeMicrophone, kErrorWordNoMicrophonePermission,
-                       [this](const Value& failure) { failures.push_back(failure); }, [this] { ++proceeded; });
-    ASSERT_EQ(failures.size(), 2u);
-    EXPECT_EQ(failures[1], "NoMicrophonePermission");
+    pass(LBXPermissionTypeMicrophone, kErrorWordNoMicrophonePermission);
+    EXPECT_EQ(failures, (std::vector<Value>{"NoCameraPermission", "NoMicrophonePermission"}));
+    EXPECT_EQ(proceeded, 0);
 }
 
 TEST_F(PermissionGate, GrantedProceedsOnceWithoutFailure) {
     privacy.authority->scriptAnswer(PrivacyKind::Camera, true);
-    passCameraGate();
+    pass();
     ASSERT_TRUE(waitFor([&] { return proceeded == 1; }));
-    passCameraGate();  // already authorised
+    pass();  // already authorised
     EXPECT_EQ(proceeded, 2);
     EXPECT_TRUE(failures.empty());
 }
