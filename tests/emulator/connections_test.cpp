@@ -177,7 +177,7 @@ TEST_F(ConnectionTest, AmbiguousBodyLengthsAreRefused) {
         EXPECT_NE(answer.find("<Code>InvalidArgument</Code>"), std::string::npos) << framing;
     }
     EXPECT_FALSE(cloud.object(bucket(), "twice.bin"));
-    EXPECT_EQ(put("twice.bin", "hello", root)->status, 200);
+    EXPECT_EQ(put("twice.bin", "hello")->status, 200);
 
     // The same from a request given as bytes, without a socket.
     EXPECT_EQ(CloudEmulator().answerRawRequest("GET / HTTP/1.1\r\n\r\n"), "");  // not started
