@@ -118,7 +118,6 @@ TEST_F(FacadeLocation, DeniedShowsTheSettingsAlertAndFails) {
 
 TEST_F(FacadeLocation, SuccessIsTheElevenKeyDictionary) {
     QuorvaneApiManager manager;
-    ASSERT_TRUE(manager.locationTool());
     std::vector<Value> results;
     manager.getLocationWithController(nullptr, [&](const Value& result) { results.push_back(result); }, nullptr);
     privacy.location->deliverLocations({kBeijing});
