@@ -184,11 +184,8 @@ TEST(Console, IsRefusedToOtherMachinesUnlessAsked) {
         ASSERT_TRUE(cloud.start());
         httplib::Client client(address, cloud.port());  // the peer is then that address, not loopback
         client.set_read_timeout(20);
-        auto res = client.Get("/_console/state.json");
-        ASSERT_TRUE(res) << httplib::to_string(res.error());
-        EXPECT_EQ(res->status, anyone ? 200 : 403);
-        auto other = client.Get(kTrack);  // the services answer anyone
-        ASSERT_EQ(outcome(other), "200");
+        EXPECT_EQ(outcome(client.Get("/_console/state.json")), anyone ? "200" : "403");
+        EXPECT_EQ(outcome(client.Get(kTrack)), "200");  // the services answer anyone
     }
 }
 
@@ -233,16 +230,16 @@ TEST(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
     client.enable_server_certificate_verification(true);
     client.set_read_timeout(20);
     const std::string target = "/" + options.bucket + "/kept.txt";
+    auto putKept = [&](auto& via, const Key& key, const std::string& body) {  // the status, 0 for no answer
+        auto res = via.Put(target, signedHeaders(key, "PUT", target, "text/plain"), body, "text/plain");
+        return res ? res->status : 0;
+    };
     Key key{sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken};
-    auto res = client.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "kept", "text/plain");
-    ASSERT_EQ(outcome(res), "200");
+    ASSERT_EQ(putKept(client, key, "kept"), 200);
     // A token altered by one character is still refused.
     auto forged = sts.SecurityToken;
     forged[10] = forged[10] == 'A' ? 'B' : 'A';
-    Key bad{sts.AccessKeyId, sts.AccessKeySecret, forged};
-    res = client.Put(target, signedHeaders(bad, "PUT", target, "text/plain"), "x", "text/plain");
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->status, 403);
+    EXPECT_EQ(putKept(client, Key{sts.AccessKeyId, sts.AccessKeySecret, forged}, "x"), 403);
     EXPECT_EQ(second.objectBytes(options.bucket, "kept.txt"), "kept");
 
     // Without the storage directory nothing is kept: a new cloud knows neither.
@@ -250,9 +247,7 @@ TEST(KeptStorage, CaFileAndStsCredentialsOutliveARestart) {
     ASSERT_TRUE(fresh.start());
     httplib::Client plain("127.0.0.1", fresh.port());
     plain.set_read_timeout(20);
-    res = plain.Put(target, signedHeaders(key, "PUT", target, "text/plain"), "kept", "text/plain");
-    ASSERT_TRUE(res);
-    EXPECT_EQ(res->status, 403);
+    EXPECT_EQ(putKept(plain, key, "kept"), 403);
 }
 
 }  // namespace
