@@ -75,14 +75,16 @@ protected:
     std::string bucket() const { return cloud.options().bucket; }
     std::string path(const std::string& key) const { return "/" + bucket() + "/" + key; }
 
-    httplib::Result put(const std::string& key, const std::string& body, const Key& k,
-                        std::map<std::string, std::string> ossHeaders = {}, const std::string& md5 = "") {
+    httplib::Result putAs(const Key& k, const std::string& key, const std::string& body,
+                          std::map<std::string, std::string> ossHeaders = {}, const std::string& md5 = "") {
         const std::string type = "application/octet-stream";
         return client->Put(path(key), signedHeaders(k, "PUT", path(key), type, md5, ossHeaders), body, type);
     }
-    httplib::Result get(const std::string& target, const std::string& resource, const Key& k) {
-        return client->Get(target, signedHeaders(k, "GET", resource));
+    httplib::Result put(const std::string& key, const std::string& body, std::map<std::string, std::string> ossHeaders = {},
+                        const std::string& md5 = "") {
+        return putAs(root, key, body, std::move(ossHeaders), md5);
     }
+    httplib::Result get(const std::string& key) { return client->Get(path(key), signedHeaders(root, "GET", path(key))); }
 
     CloudEmulator cloud;
     std::unique_ptr<httplib::Client> client;

@@ -10,18 +10,14 @@
 namespace quorvane::emulator {
 namespace {
 
-using testing::CloudTest;
-using testing::md5Base64;
-using testing::outcome;
-using testing::signedHeaders;
-using testing::xmlField;
+using namespace testing;
 
 // Written apart from the emulator's encoder.
 std::string pct(const std::string& s) { return foundation::urlEncode(s); }
 
 struct Listing {
     std::vector<std::string> keys, prefixes;
-    std::string truncated, next;
+    std::string truncated;
     pugi::xml_document doc;
     std::string text(const char* name) const { return doc.first_child().child_value(name); }
 };

@@ -8,10 +8,7 @@
 namespace quorvane::emulator {
 namespace {
 
-using testing::CloudTest;
-using testing::Key;
-using testing::signedHeaders;
-using testing::xmlField;
+using namespace testing;
 
 constexpr std::size_t kPart = 100 * 1024;
 
@@ -31,7 +28,7 @@ struct Multipart {
     void initiate() {
         auto res = client.Post(resource("?uploads"), signedHeaders(key, "POST", resource("?uploads"), "video/mp4"), "",
                                "video/mp4");
-        ASSERT_EQ(testing::outcome(res), "200");
+        ASSERT_EQ(outcome(res), "200");
         uploadId = xmlField(res->body, "UploadId");
         ASSERT_EQ(uploadId.size(), 32u);
     }
@@ -47,19 +44,13 @@ struct Multipart {
             xml += "<Part><PartNumber>" + std::to_string(n) + "</PartNumber><ETag>" + etag + "</ETag></Part>";
         return completeRaw(xml + "</CompleteMultipartUpload>", ossHeaders);
     }
+    std::string ofUpload() const { return resource("?uploadId=" + uploadId); }
     httplib::Result completeRaw(const std::string& xml, std::map<std::string, std::string> ossHeaders = {}) {
-        auto sub = "?uploadId=" + uploadId;
-        return client.Post(resource(sub), signedHeaders(key, "POST", resource(sub), "application/xml", "", ossHeaders),
-                           xml, "application/xml");
+        auto headers = signedHeaders(key, "POST", ofUpload(), "application/xml", "", ossHeaders);
+        return client.Post(ofUpload(), headers, xml, "application/xml");
     }
-    httplib::Result list(const std::string& query) {
-        auto sub = "?uploadId=" + uploadId;
-        return client.Get(resource(sub + query), signedHeaders(key, "GET", resource(sub)));
-    }
-    httplib::Result abort() {
-        auto sub = "?uploadId=" + uploadId;
-        return client.Delete(resource(sub), signedHeaders(key, "DELETE", resource(sub)));
-    }
+    httplib::Result list(const std::string& query) { return client.Get(ofUpload() + query, signedHeaders(key, "GET", ofUpload())); }
+    httplib::Result abort() { return client.Delete(ofUpload(), signedHeaders(key, "DELETE", ofUpload())); }
 };
 
 // Uploads `bodies` as the parts of `object` and completes it.
@@ -78,7 +69,7 @@ void uploadWhole(Multipart& m, const std::vector<std::string>& bodies) {
 // GET whole, GET of ranges that start, end and cross inside the parts, and HEAD all agree with `whole`.
 void expectReadsBack(httplib::Client& client, const Key& key, const std::string& resource, const std::string& whole) {
     auto got = client.Get(resource, signedHeaders(key, "GET", resource));
-    ASSERT_EQ(testing::outcome(got), "200");
+    ASSERT_EQ(outcome(got), "200");
     EXPECT_TRUE(got->body == whole) << "GET " << resource << " differs";
     EXPECT_EQ(got->get_header_value("x-oss-hash-crc64ecma"), std::to_string(foundation::Crc64::compute(whole)));
     const std::size_t n = whole.size();
@@ -87,7 +78,7 @@ void expectReadsBack(httplib::Client& client, const Key& key, const std::string&
         auto headers = signedHeaders(key, "GET", resource);
         headers.emplace("Range", "bytes=" + std::to_string(first) + "-" + std::to_string(last));
         auto part = client.Get(resource, headers);
-        ASSERT_EQ(testing::outcome(part), "206");
+        ASSERT_EQ(outcome(part), "206");
         EXPECT_EQ(part->get_header_value("Content-Range"),
                   "bytes " + std::to_string(first) + "-" + std::to_string(last) + "/" + std::to_string(n));
         EXPECT_TRUE(part->body == whole.substr(first, last - first + 1)) << "range " << first << "-" << last;
@@ -130,7 +121,7 @@ TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotificationAndReadsBack
     EXPECT_EQ(info->etag.substr(info->etag.size() - 3), "-3\"");
 
     auto again = m.complete(list);
-    EXPECT_EQ(testing::outcome(again), "404 NoSuchUpload");
+    EXPECT_EQ(outcome(again), "404 NoSuchUpload");
     EXPECT_EQ(xmlField(again->body, "UploadId"), m.uploadId);
     EXPECT_EQ(cloud.upload(m.uploadId)->state, UploadState::Completed);
 }
@@ -138,16 +129,14 @@ TEST_F(MultipartTest, CompletesWithCombinedCrcAndDecodedNotificationAndReadsBack
 TEST_F(MultipartTest, CompleteRefusesBadPartLists) {
     auto m = upload("bad.bin");
     m.initiate();
-    auto small = m.part(1, bytes(10, 1));
-    auto big = m.part(2, bytes(kPart, 2));
-    auto tail = m.part(3, bytes(10, 3));
-    auto e1 = small->get_header_value("ETag"), e2 = big->get_header_value("ETag"), e3 = tail->get_header_value("ETag");
+    auto e1 = m.part(1, bytes(10, 1))->get_header_value("ETag"), e2 = m.part(2, bytes(kPart, 2))->get_header_value("ETag"),
+         e3 = m.part(3, bytes(10, 3))->get_header_value("ETag");
 
     EXPECT_EQ(xmlField(m.complete({{2, e2}, {1, e1}})->body, "Code"), "InvalidPartOrder");
     EXPECT_EQ(xmlField(m.complete({{2, e2}, {2, e2}})->body, "Code"), "InvalidPartOrder");
     EXPECT_EQ(xmlField(m.complete({{2, e3}})->body, "Code"), "InvalidPart");
     EXPECT_EQ(xmlField(m.complete({{2, e2}, {4, e3}})->body, "Code"), "InvalidPart");
-    EXPECT_EQ(testing::outcome(m.complete({{1, e1}, {2, e2}})), "400 EntityTooSmall");
+    EXPECT_EQ(outcome(m.complete({{1, e1}, {2, e2}})), "400 EntityTooSmall");
     EXPECT_EQ(xmlField(m.completeRaw("<CompleteMultipartUpload><Part>")->body, "Code"), "MalformedXML");
     EXPECT_EQ(xmlField(m.part(10001, "x")->body, "Code"), "InvalidArgument");
     EXPECT_EQ(xmlField(m.part(0, "x")->body, "ArgumentName"), "partNumber");

@@ -9,9 +9,7 @@
 namespace quorvane::emulator {
 namespace {
 
-using testing::CloudTest;
-using testing::signedHeaders;
-using testing::xmlField;
+using namespace testing;
 
 const std::string kBody = "the stored bytes that nothing here may change";
 
@@ -121,7 +119,7 @@ protected:
 
 TEST_F(ObjectAdminTest, CopyKeepsBytesAndCrcAndReplacesMetadataOnRequest) {
     const std::string body(300 * 1024, 'q');
-    ASSERT_EQ(put("src dir/a+b.bin", body, root, {{"x-oss-meta-origin", "first"}, {"x-oss-tagging", "k=v"}})->status, 200);
+    ASSERT_EQ(put("src dir/a+b.bin", body, {{"x-oss-meta-origin", "first"}, {"x-oss-tagging", "k=v"}})->status, 200);
     auto src = cloud.object(bucket(), "src dir/a+b.bin");
 
     // The source named percent-encoded, as clients send it (and sign it).
@@ -193,7 +191,7 @@ TEST(ObjectAdminStorage, CopiesOwnTheirBytesAndBucketsTheirCreationTimeAcrossRes
 }
 
 TEST_F(ObjectAdminTest, AclAndTagsAreStoredBesideTheObjectAndCheckedAgainstTheLimits) {
-    ASSERT_EQ(put("doc.txt", kBody, root, {{"x-oss-object-acl", "public-read"}, {"x-oss-tagging", "a=1&b=two"}})->status, 200);
+    ASSERT_EQ(put("doc.txt", kBody, {{"x-oss-object-acl", "public-read"}, {"x-oss-tagging", "a=1&b=two"}})->status, 200);
     auto acl = signedGet(path("doc.txt"), "?acl");
     EXPECT_EQ(pugi::xml_document().load_string(acl->body.c_str()).status, pugi::status_ok);
     EXPECT_NE(acl->body.find("<Grant>public-read</Grant>"), std::string::npos) << acl->body;

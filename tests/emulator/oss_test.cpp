@@ -6,18 +6,12 @@
 namespace quorvane::emulator {
 namespace {
 
-using testing::CloudTest;
-using testing::json;
-using testing::Key;
-using testing::md5Base64;
-using testing::outcome;
-using testing::signedHeaders;
-using testing::xmlField;
+using namespace testing;
 
 using OssTest = CloudTest;
 
 TEST_F(OssTest, WrongSecretTamperedHeaderAndUnknownKeyAreRefusedWithTheirDocuments) {
-    auto res = put("a.txt", "hello", Key{root.id, "wrong-secret", ""});
+    auto res = putAs(Key{root.id, "wrong-secret", ""}, "a.txt", "hello");
     ASSERT_EQ(outcome(res), "403 SignatureDoesNotMatch");
     EXPECT_EQ(xmlField(res->body, "OSSAccessKeyId"), root.id);
     EXPECT_EQ(xmlField(res->body, "StringToSign").substr(0, 30), "PUT\n\napplication/octet-stream\n");
@@ -32,17 +26,17 @@ TEST_F(OssTest, WrongSecretTamperedHeaderAndUnknownKeyAreRefusedWithTheirDocumen
     headers.emplace("x-oss-meta-owner", "mallory");
     EXPECT_EQ(outcome(client->Put(path("b.txt"), headers, "data", "application/octet-stream")),
               "403 SignatureDoesNotMatch");
-    EXPECT_EQ(outcome(put("b.txt", "data", Key{"LTAInobody", "x", ""})), "403 InvalidAccessKeyId");
+    EXPECT_EQ(outcome(putAs(Key{"LTAInobody", "x", ""}, "b.txt", "data")), "403 InvalidAccessKeyId");
 }
 
 TEST_F(OssTest, StsTokenWorksUntilExpiredOrWrongAndASkewedDateIsRefused) {
     auto sts = cloud.issueSts();
     Key key{sts.AccessKeyId, sts.AccessKeySecret, sts.SecurityToken};
-    EXPECT_EQ(outcome(put("sts.bin", "payload", key)), "200");
-    EXPECT_EQ(xmlField(put("sts.bin", "payload", Key{key.id, key.secret, "CAISforged"})->body, "Code"),
+    EXPECT_EQ(outcome(putAs(key, "sts.bin", "payload")), "200");
+    EXPECT_EQ(xmlField(putAs(Key{key.id, key.secret, "CAISforged"}, "sts.bin", "payload")->body, "Code"),
               "InvalidSecurityToken");
     cloud.expireToken(sts.SecurityToken);
-    auto expired = put("sts.bin", "payload", key);
+    auto expired = putAs(key, "sts.bin", "payload");
     EXPECT_EQ(outcome(expired), "403 SecurityTokenExpired");
     EXPECT_EQ(xmlField(expired->body, "SecurityToken"), sts.SecurityToken);
 
@@ -56,19 +50,19 @@ TEST_F(OssTest, StsTokenWorksUntilExpiredOrWrongAndASkewedDateIsRefused) {
     auto shortLived = cloud.issueSts(std::chrono::seconds(60));
     cloud.setClockSkew(std::chrono::seconds(61));
     // The client's Date is now 61 s behind the server: within skew, but past the token's life.
-    auto lapsed = put("sts.bin", "payload", Key{shortLived.AccessKeyId, shortLived.AccessKeySecret, shortLived.SecurityToken});
+    auto lapsed = putAs(Key{shortLived.AccessKeyId, shortLived.AccessKeySecret, shortLived.SecurityToken}, "sts.bin", "payload");
     EXPECT_EQ(xmlField(lapsed->body, "Code"), "SecurityTokenExpired");
 }
 
 TEST_F(OssTest, PutGetHeadRoundTripWithDigestsAndMetadataAndABadDigestChangesNothing) {
     const std::string body = "123456789";
-    auto res = put("dir/obj.txt", body, root, {{"x-oss-meta-origin", "test"}}, md5Base64(body));
+    auto res = put("dir/obj.txt", body, {{"x-oss-meta-origin", "test"}}, md5Base64(body));
     ASSERT_EQ(outcome(res), "200");
     EXPECT_EQ(res->get_header_value("ETag"), "\"25F9E794323B453885F5181F1B624D0B\"");
     EXPECT_EQ(res->get_header_value("x-oss-hash-crc64ecma"), "11051210869376104954");
 
-    auto got = get(path("dir/obj.txt"), path("dir/obj.txt"), root);
-    ASSERT_TRUE(got);
+    auto got = get("dir/obj.txt");
+    ASSERT_EQ(outcome(got), "200");
     EXPECT_EQ(got->body, body);
     EXPECT_EQ(got->get_header_value("x-oss-meta-origin"), "test");
     EXPECT_EQ(got->get_header_value("x-oss-hash-crc64ecma"), "11051210869376104954");
@@ -77,10 +71,10 @@ TEST_F(OssTest, PutGetHeadRoundTripWithDigestsAndMetadataAndABadDigestChangesNot
     auto missing = client->Head(path("none"), signedHeaders(root, "HEAD", path("none")));
     EXPECT_EQ(missing->status, 404);
     EXPECT_TRUE(missing->body.empty());
-    EXPECT_EQ(outcome(get(path("none"), path("none"), root)), "404 NoSuchKey");
+    EXPECT_EQ(outcome(get("none")), "404 NoSuchKey");
 
     // A body that does not match its Content-MD5 leaves the stored object intact.
-    EXPECT_EQ(outcome(put("dir/obj.txt", "replacement", root, {}, md5Base64("something else"))), "400 InvalidDigest");
+    EXPECT_EQ(outcome(put("dir/obj.txt", "replacement", {}, md5Base64("something else"))), "400 InvalidDigest");
     EXPECT_EQ(cloud.objectBytes(bucket(), "dir/obj.txt"), body);
 }
 
@@ -89,7 +83,6 @@ TEST_F(OssTest, VirtualHostedAddressingUsesTheHostHeader) {
     headers.emplace("Host", bucket() + ".localhost:" + std::to_string(cloud.port()));
     EXPECT_EQ(outcome(client->Put("/vh.txt", headers, "virtual", "text/plain")), "200");
     EXPECT_EQ(cloud.objectBytes(bucket(), "vh.txt"), "virtual");
-    EXPECT_EQ(put("x", "y", root)->status, 200);  // path style still works beside it
     EXPECT_EQ(xmlField(client->Get("/no-such-bucket/k", signedHeaders(root, "GET", "/no-such-bucket/k"))->body, "Code"),
               "NoSuchBucket");
 }
@@ -99,39 +92,39 @@ struct SmallLimitTest : CloudTest {
 };
 
 TEST_F(SmallLimitTest, OversizedBodyGetsEntityTooLargeAndTheConnectionStaysUsable) {
-    EXPECT_EQ(outcome(put("big.bin", std::string(1001, 'x'), root)), "400 EntityTooLarge");
+    EXPECT_EQ(outcome(put("big.bin", std::string(1001, 'x'))), "400 EntityTooLarge");
     EXPECT_FALSE(cloud.object(bucket(), "big.bin"));
-    EXPECT_EQ(put("small.bin", std::string(1000, 'x'), root)->status, 200);
+    EXPECT_EQ(put("small.bin", std::string(1000, 'x'))->status, 200);
 }
 
 TEST_F(OssTest, FaultsFireInOrderForTheirOperationOnlyAResetClosesWithoutAnswerAndACorruptCrcOnlyLies) {
     cloud.addFaults({Fault::error("PutObject", 403, "SecurityTokenExpired"), Fault::error("PutObject", 500, "InternalError")});
-    EXPECT_EQ(get(path("none"), path("none"), root)->status, 404);  // another operation is untouched
-    EXPECT_EQ(outcome(put("f.txt", "x", root)), "403 SecurityTokenExpired");
-    EXPECT_EQ(xmlField(put("f.txt", "x", root)->body, "Code"), "InternalError");
-    EXPECT_EQ(put("f.txt", "x", root)->status, 200);
+    EXPECT_EQ(get("none")->status, 404);  // another operation is untouched
+    EXPECT_EQ(outcome(put("f.txt", "x")), "403 SecurityTokenExpired");
+    EXPECT_EQ(xmlField(put("f.txt", "x")->body, "Code"), "InternalError");
+    EXPECT_EQ(put("f.txt", "x")->status, 200);
     EXPECT_EQ(cloud.firedCount("PutObject"), 2u);
     EXPECT_EQ(cloud.pendingFaults(), 0u);
     EXPECT_EQ(cloud.requests("PutObject").back().status, 200);
     EXPECT_EQ(cloud.requests("PutObject").front().errorCode, "SecurityTokenExpired");
 
     cloud.addFault(Fault::reset("PutObject", 1000));
-    EXPECT_FALSE(put("cut.bin", std::string(200000, 'z'), root));  // the connection died: no status at all
+    EXPECT_FALSE(put("cut.bin", std::string(200000, 'z')));  // the connection died: no status at all
     EXPECT_FALSE(cloud.object(bucket(), "cut.bin"));
     auto recorded = cloud.requests("PutObject");
     ASSERT_EQ(recorded.size(), 4u);
     EXPECT_EQ(recorded[3].status, 0);
     EXPECT_GE(recorded[3].bodySize, 1000u);
-    EXPECT_EQ(put("cut.bin", "ok", root)->status, 200);  // a new connection is served normally
+    EXPECT_EQ(put("cut.bin", "ok")->status, 200);  // a new connection is served normally
 
     cloud.addFault(Fault::corruptCrc("PutObject"));
-    auto res = put("c.txt", "123456789", root);
+    auto res = put("c.txt", "123456789");
     ASSERT_EQ(res->status, 200);
     EXPECT_NE(res->get_header_value("x-oss-hash-crc64ecma"), "11051210869376104954");
     EXPECT_EQ(cloud.object(bucket(), "c.txt")->crc64, 11051210869376104954ULL);  // only the answer lies
 
     cloud.addFault(Fault::error("*", 503, "ServiceUnavailable"));
-    EXPECT_EQ(get(path("c.txt"), path("c.txt"), root)->status, 503);
+    EXPECT_EQ(get("c.txt")->status, 503);
     EXPECT_EQ(cloud.firedFaults().back().operation, "GetObject");
 }
 

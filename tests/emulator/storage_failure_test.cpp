@@ -2,17 +2,16 @@
 // be written: the client gets an error, never a 200, and nothing half-written stays behind.
 #include <signal.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
 #include <filesystem>
 
 #include "emulator_test_support.h"
+#include "foundation/temp_files.h"
 
 namespace quorvane::emulator {
 namespace {
 
-using testing::signedHeaders;
-using testing::xmlField;
+using namespace testing;
 namespace fs = std::filesystem;
 
 // Files larger than `bytes` cannot be written while this lives: a write past it fails with EFBIG
@@ -43,32 +42,18 @@ std::vector<std::string> filesUnder(const fs::path& dir) {
     return out;
 }
 
-// A fresh storage directory for the emulator of each test.
-EmulatorOptions freshStorage() {
-    EmulatorOptions options;
-    options.storageDir = (fs::temp_directory_path() / ("emulator-full-" + std::to_string(::getpid()))).string();
-    fs::remove_all(options.storageDir);
-    return options;
-}
+// A fresh storage directory for each test's emulator, made before it and removed after it.
+struct Scratch {
+    foundation::ScopedTempDir scratch;
+};
 
-class FullDiskTest : public testing::CloudTest {
+class FullDiskTest : private Scratch, public CloudTest {
 protected:
-    FullDiskTest() : CloudTest(freshStorage()) {}
-    void TearDown() override {
-        client.reset();
-        cloud.stop();
-        fs::remove_all(dir);
-    }
+    FullDiskTest() : CloudTest([this] { EmulatorOptions o; o.storageDir = scratch.path(); return o; }()) {}
 
-    httplib::Result put(const std::string& key, const std::string& body,
-                        std::map<std::string, std::string> ossHeaders = {}) {
-        return CloudTest::put(key, body, root, std::move(ossHeaders));
-    }
-    httplib::Result post(const std::string& key, const std::string& query, const std::string& body,
-                         std::map<std::string, std::string> ossHeaders = {}) {
-        const std::string type = "application/xml";
-        return client->Post(path(key) + "?" + query,
-                            signedHeaders(root, "POST", path(key) + "?" + query, type, "", ossHeaders), body, type);
+    httplib::Result initiate(const std::string& key, std::map<std::string, std::string> ossHeaders = {}) {
+        auto resource = path(key) + "?uploads";
+        return client->Post(resource, signedHeaders(root, "POST", resource, "", "", ossHeaders), "", "");
     }
     httplib::Result putPart(const std::string& key, const std::string& uploadId, int number, const std::string& body) {
         auto resource = path(key) + "?partNumber=" + std::to_string(number) + "&uploadId=" + uploadId;
@@ -76,12 +61,12 @@ protected:
         return client->Put(resource, signedHeaders(root, "PUT", resource, type), body, type);
     }
 
-    const fs::path dir = cloud.options().storageDir;
+    const fs::path dir = scratch.path();
 };
 
 TEST_F(FullDiskTest, RefusedWritesAnswerAnErrorAndKeepWhatWasStored) {
     ASSERT_EQ(put("kept.bin", "old bytes")->status, 200);
-    auto uploadId = xmlField(post("movie.mp4", "uploads", "")->body, "UploadId");
+    auto uploadId = xmlField(initiate("movie.mp4")->body, "UploadId");
     ASSERT_FALSE(uploadId.empty());
     ASSERT_EQ(putPart("movie.mp4", uploadId, 1, std::string(200, 'p'))->status, 200);
     const auto before = filesUnder(dir);
@@ -89,11 +74,11 @@ TEST_F(FullDiskTest, RefusedWritesAnswerAnErrorAndKeepWhatWasStored) {
         FileSizeLimit limit(1000);
         // Bodies that fit in the writer's buffer meet the limit only when it is flushed.
         for (const auto& key : {"kept.bin", "new.bin"})
-            EXPECT_EQ(testing::outcome(put(key, std::string(3000, 'n'))), "500 InternalError") << key;
+            EXPECT_EQ(outcome(put(key, std::string(3000, 'n'))), "500 InternalError") << key;
         EXPECT_EQ(put("big.bin", std::string(3 << 20, 'b'))->status, 500);
         // The data fits, its record does not.
         EXPECT_EQ(put("noted.bin", "small", {{"x-oss-meta-note", std::string(1200, 'm')}})->status, 500);
-        EXPECT_EQ(post("other.mp4", "uploads", "", {{"x-oss-meta-note", std::string(1200, 'm')}})->status, 500);
+        EXPECT_EQ(initiate("other.mp4", {{"x-oss-meta-note", std::string(1200, 'm')}})->status, 500);
         EXPECT_EQ(putPart("movie.mp4", uploadId, 2, std::string(3000, 'q'))->status, 500);
     }
     EXPECT_EQ(filesUnder(dir), before);
@@ -112,10 +97,10 @@ TEST_F(FullDiskTest, RefusedWritesAnswerAnErrorAndKeepWhatWasStored) {
 
 TEST_F(FullDiskTest, NamesAndMetadataThatAreNotUtf8AreRefusedWithoutFiles) {
     const auto before = filesUnder(dir);
-    EXPECT_EQ(testing::outcome(put("bad-\xff-key", "body")), "400 InvalidObjectName");
+    EXPECT_EQ(outcome(put("bad-\xff-key", "body")), "400 InvalidObjectName");
     for (const char* value : {"\xc3", "\xc0\xaf", "\xed\xa0\x80", "caf\xe9"}) {
-        EXPECT_EQ(testing::outcome(put("meta.bin", "body", {{"x-oss-meta-note", value}})), "400 InvalidArgument") << value;
-        EXPECT_EQ(post("meta.mp4", "uploads", "", {{"x-oss-meta-note", value}})->status, 400);
+        EXPECT_EQ(outcome(put("meta.bin", "body", {{"x-oss-meta-note", value}})), "400 InvalidArgument") << value;
+        EXPECT_EQ(initiate("meta.mp4", {{"x-oss-meta-note", value}})->status, 400);
     }
     EXPECT_EQ(filesUnder(dir), before);
     EXPECT_EQ(put("caf\xc3\xa9-\xe2\x82\xac.bin", "body", {{"x-oss-meta-note", "\xf0\x9f\x8e\xac"}})->status, 200);

@@ -18,10 +18,7 @@ TEST(LinuxLocation, ConfiguredPositionParsing) {
     ASSERT_TRUE(p);
     EXPECT_DOUBLE_EQ(p->latitude, 39.9);
     EXPECT_DOUBLE_EQ(p->longitude, 116.4);
-    EXPECT_FALSE(parseConfiguredPosition("39.9"));
-    EXPECT_FALSE(parseConfiguredPosition("91,10"));
-    EXPECT_FALSE(parseConfiguredPosition("x,10"));
-    EXPECT_FALSE(parseConfiguredPosition("10,20 north"));
+    for (const char* bad : {"39.9", "91,10", "x,10", "10,20 north"}) EXPECT_FALSE(parseConfiguredPosition(bad)) << bad;
 }
 
 TEST(LinuxLocation, UnconfiguredMeansDeniedAndOff) {

@@ -27,19 +27,10 @@ protected:
         device = platform::headless::installHeadlessDevice();
         privacy = platform::headless::installHeadlessPrivacy();
         privacy.location->setAuthorizationStatus(platform::LocationStatusAuthorizedWhenInUse);
-        privacy.location->scriptPlacemarks({placemark()});
+        privacy.location->scriptPlacemarks({{.administrativeArea = "北京市", .locality = "北京市", .subLocality = std::nullopt,
+                                             .thoroughfare = "长安街", .ISOcountryCode = "CN", .country = "中国", .name = "天安门"}});
     }
     void TearDown() override { settle(); }
-    static platform::Placemark placemark() {
-        platform::Placemark mark;
-        mark.administrativeArea = "北京市";
-        mark.locality = "北京市";
-        mark.thoroughfare = "长安街";  // no sub-locality
-        mark.ISOcountryCode = "CN";
-        mark.country = "中国";
-        mark.name = "天安门";
-        return mark;
-    }
     // Starts a request and hands the fix to the manager once it is updating.
     void request(std::vector<platform::Location> fix = {kBeijing}) {
         tool->getLocationInfo([this](const LocationInfo& info) { infos.push_back(info); });
@@ -53,8 +44,7 @@ protected:
 };
 
 TEST_F(LocationToolTest, OneRequestAnswersOnceFromTheFirstFix) {
-    tool->getLocationInfo([this](const LocationInfo& info) { infos.push_back(info); });
-    privacy.location->deliverLocations({kBeijing, platform::Location{{31.0, 121.0}}});
+    request({kBeijing, platform::Location{{31.0, 121.0}}});
     privacy.location->deliverLocations({platform::Location{{22.5, 114.0}}});
     ASSERT_TRUE(waitFor([&] { return !infos.empty(); }));
     settle();
@@ -128,7 +118,6 @@ TEST_F(FacadeLocation, DeniedShowsTheSettingsAlertAndFails) {
 
 TEST_F(FacadeLocation, SuccessIsTheElevenKeyDictionary) {
     QuorvaneApiManager manager;
-    ASSERT_TRUE(manager.locationTool());
     std::vector<Value> results;
     manager.getLocationWithController(nullptr, [&](const Value& result) { results.push_back(result); }, nullptr);
     privacy.location->deliverLocations({kBeijing});

@@ -7,7 +7,7 @@
 namespace quorvane {
 namespace {
 
-TEST(UIButtonBlock, TouchUpInsideRunsTheLatestBlockOnceWithTheSender) {
+TEST(UIButtonBlock, TouchUpInsideRunsTheLatestBlockOnceWithTheSenderOtherEventsWhenAsked) {
     auto button = std::make_shared<platform::Button>();
     std::vector<std::string> calls;
     UIButton_Block::action(*button);  // nothing kept yet: nothing to run
@@ -20,10 +20,9 @@ TEST(UIButtonBlock, TouchUpInsideRunsTheLatestBlockOnceWithTheSender) {
 
     button->sendActionsForControlEvents(platform::UIControlEventTouchDown);
     EXPECT_EQ(calls.size(), 1u) << "touch-up-inside only";
-}
 
-TEST(UIButtonBlock, ControlEventsChooseWhenTheBlockRuns) {
-    auto button = std::make_shared<platform::Button>();
+    // Other control events choose when another button's block runs.
+    button = std::make_shared<platform::Button>();
     int runs = 0;
     UIButton_Block::addAction(*button, [&](platform::Button&) { ++runs; }, platform::UIControlEventTouchDown);
     button->sendActionsForControlEvents(platform::UIControlEventTouchUpInside);

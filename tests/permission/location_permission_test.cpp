@@ -8,8 +8,7 @@
 namespace quorvane {
 namespace {
 
-using testing::PrivacyTest;
-using testing::waitFor;
+using namespace testing;
 
 class LBXPermissionLocationTest : public PrivacyTest {
 protected:
@@ -20,22 +19,13 @@ protected:
     }
 };
 
-TEST_F(LBXPermissionLocationTest, ServicesOffAndUndeterminedAnswersNoWithoutPrompt) {
-    privacy.location->setServicesEnabled(false);
-    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
-    ASSERT_EQ(answers.size(), 1u);
-    EXPECT_TRUE(!answers[0].granted && !answers[0].firstTime);
-    EXPECT_TRUE(privacy.location->authorizationRequests().empty());
-    EXPECT_TRUE(privacy.location->managers().empty());
-}
-
 TEST_F(LBXPermissionLocationTest, AlwaysKeyWinsAndTheDecisionArrivesOnMain) {
     privacy.appInfo->setInfoDictionary(
         {{"NSLocationWhenInUseUsageDescription", "while in use"}, {"NSLocationAlwaysUsageDescription", "always"}});
     privacy.location->scriptAuthorizationAnswer(platform::LocationStatusAuthorizedAlways);
     LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
     ASSERT_TRUE(waitFor([&] { return answers.size() == 1; }));
-    EXPECT_TRUE(answers[0].granted && answers[0].firstTime && answers[0].onMain);
+    EXPECT_EQ(answers, (Answers{{true, true}}));
     EXPECT_EQ(privacy.location->authorizationRequests(), std::vector<std::string>{"always"});
     EXPECT_FALSE(LBXPermissionLocation::sharedManager()->locationManager());  // stopped and dropped
     EXPECT_FALSE(LBXPermissionLocation::sharedManager()->permissionCompletion());
@@ -46,27 +36,31 @@ TEST_F(LBXPermissionLocationTest, WhenInUseKeyAndRefusal) {
     privacy.location->scriptAuthorizationAnswer(platform::LocationStatusDenied);
     LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
     ASSERT_TRUE(waitFor([&] { return answers.size() == 1; }));
-    EXPECT_TRUE(!answers[0].granted && answers[0].firstTime);
     EXPECT_EQ(privacy.location->authorizationRequests(), std::vector<std::string>{"whenInUse"});
     LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());  // decided now: at once
-    ASSERT_EQ(answers.size(), 2u);
-    EXPECT_TRUE(!answers[1].granted && !answers[1].firstTime);
+    EXPECT_EQ(answers, (Answers{{false, true}, {false, false}}));
 }
 
-TEST_F(LBXPermissionLocationTest, MissingUsageDescriptionFailsTheAssertion) {
+TEST_F(LBXPermissionLocationTest, ServicesOffAnswersNoAtOnceAndAMissingUsageDescriptionFailsTheAssertion) {
     std::vector<std::string> failures;
     platform::setAssertionHandler([&](const platform::AssertionFailure& failure) {
         failures.push_back(failure.source + ":" + std::to_string(failure.line) + " " + failure.text);
     });
+    privacy.location->setServicesEnabled(false);  // no keys either, but nothing is asked
+    LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
+    EXPECT_EQ(answers, (Answers{{false, false}}));
+    EXPECT_TRUE(failures.empty());
+    EXPECT_TRUE(privacy.location->managers().empty());
+
+    privacy.location->setServicesEnabled(true);
     LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
     ASSERT_EQ(failures.size(), 1u);
     EXPECT_EQ(failures[0],
               "LBXPermissionLocation:120 To use location services in iOS 8+, your Info.plist must provide a value for "
               "either NSLocationWhenInUseUsageDescription or NSLocationAlwaysUsageDescription.");
     EXPECT_TRUE(privacy.location->authorizationRequests().empty());
-}
 
-TEST_F(LBXPermissionLocationTest, MissingUsageDescriptionEndsTheProcessByDefault) {
+    platform::setAssertionHandler(nullptr);  // the default handler ends the process
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder()),
                  "Assertion failure in -\\[LBXPermissionLocation startGps:\\], LBXPermissionLocation:120");
@@ -77,14 +71,13 @@ TEST_F(LBXPermissionLocationTest, NewRequestReplacesThePendingCallbackWithoutCal
     int first = 0;
     LBXPermission::authorizeWithType(LBXPermissionTypeLocation, [&](bool, bool) { ++first; });
     LBXPermission::authorizeWithType(LBXPermissionTypeLocation, recorder());
-    testing::settle();  // the "not determined" events while the question is up decide nothing
+    settle();  // the "not determined" events while the question is up decide nothing
     EXPECT_TRUE(answers.empty());
     privacy.location->changeAuthorization(platform::LocationStatusAuthorizedWhenInUse);
     ASSERT_TRUE(waitFor([&] { return answers.size() == 1; }));
-    testing::settle();
+    settle();
     EXPECT_EQ(first, 0);
-    EXPECT_EQ(answers.size(), 1u);
-    EXPECT_TRUE(answers[0].granted && answers[0].firstTime);
+    EXPECT_EQ(answers, (Answers{{true, true}}));
 }
 
 }  // namespace

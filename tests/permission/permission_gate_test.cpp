@@ -8,14 +8,12 @@ namespace quorvane {
 namespace {
 
 using platform::PrivacyKind;
-using testing::PrivacyTest;
-using testing::waitFor;
+using namespace testing;
 
 class PermissionGate : public PrivacyTest {
 protected:
-    void passCameraGate() {
-        passPermissionGate(LBXPermissionTypeCamera, kErrorWordNoCameraPermission,
-                           [this](const Value& failure) { failures.push_back(failure); }, [this] { ++proceeded; });
+    void pass(int type = LBXPermissionTypeCamera, const char* word = kErrorWordNoCameraPermission) {
+        passPermissionGate(type, word, [this](const Value& failure) { failures.push_back(failure); }, [this] { ++proceeded; });
     }
     std::vector<Value> failures;
     int proceeded = 0;
@@ -23,42 +21,38 @@ protected:
 
 TEST_F(PermissionGate, FirstRefusalIsSilentRepeatRefusalGivesTheErrorWord) {
     privacy.authority->scriptAnswer(PrivacyKind::Camera, false);
-    passCameraGate();
+    pass();
     ASSERT_TRUE(waitFor([&] { return privacy.authority->prompts(PrivacyKind::Camera) == 1; }));
-    testing::settle();
+    settle();
     EXPECT_TRUE(failures.empty());
     EXPECT_EQ(proceeded, 0);
 
-    passCameraGate();
-    testing::settle();
-    ASSERT_EQ(failures.size(), 1u);
-    EXPECT_EQ(failures[0], "NoCameraPermission");
-    EXPECT_EQ(proceeded, 0);
+    pass();
+    settle();
+    EXPECT_EQ(failures, std::vector<Value>{"NoCameraPermission"});
     EXPECT_EQ(privacy.authority->prompts(PrivacyKind::Camera), 1);
+
+    // The microphone's refusal, known before, gives its own word at once.
+    privacy.authority->setRecordPermission(platform::kRecordPermissionDenied);
+    pass(LBXPermissionTypeMicrophone, kErrorWordNoMicrophonePermission);
+    EXPECT_EQ(failures, (std::vector<Value>{"NoCameraPermission", "NoMicrophonePermission"}));
+    EXPECT_EQ(proceeded, 0);
 }
 
 TEST_F(PermissionGate, GrantedProceedsOnceWithoutFailure) {
     privacy.authority->scriptAnswer(PrivacyKind::Camera, true);
-    passCameraGate();
+    pass();
     ASSERT_TRUE(waitFor([&] { return proceeded == 1; }));
-    passCameraGate();  // already authorised
+    pass();  // already authorised
     EXPECT_EQ(proceeded, 2);
     EXPECT_TRUE(failures.empty());
-}
-
-TEST_F(PermissionGate, MicrophoneRepeatRefusalGivesItsWord) {
-    privacy.authority->setRecordPermission(platform::kRecordPermissionDenied);
-    passPermissionGate(LBXPermissionTypeMicrophone, kErrorWordNoMicrophonePermission,
-                       [this](const Value& failure) { failures.push_back(failure); }, [this] { ++proceeded; });
-    ASSERT_EQ(failures.size(), 1u);
-    EXPECT_EQ(failures[0], "NoMicrophonePermission");
 }
 
 TEST_F(PermissionGate, ScannerFirstRefusalShowsNothingARepeatShowsTheSettingsAlert) {
     privacy.authority->scriptAnswer(PrivacyKind::Camera, false);
     passScanPermissionGate([this] { ++proceeded; });
     ASSERT_TRUE(waitFor([&] { return privacy.authority->prompts(PrivacyKind::Camera) == 1; }));
-    testing::settle();
+    settle();
     EXPECT_FALSE(root->presentedViewController());
 
     passScanPermissionGate([this] { ++proceeded; });

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <functional>
 #include <optional>
+#include <ostream>
 #include <vector>
 
 #include "foundation/dispatch.h"
@@ -14,8 +15,8 @@
 
 namespace quorvane::testing {
 
-inline bool waitFor(const std::function<bool()>& done, std::chrono::milliseconds timeout = std::chrono::seconds(30)) {
-    return foundation::MainLoop::instance().runUntil(done, timeout);
+inline bool waitFor(const std::function<bool()>& done) {
+    return foundation::MainLoop::instance().runUntil(done, std::chrono::seconds(30));
 }
 
 // Turns the main loop for a while, so a callback that should not come would show.
@@ -25,10 +26,13 @@ inline void settle() {
 
 // One answer of a permission callback, with where it arrived.
 struct Answer {
-    bool granted = false;
-    bool firstTime = false;
-    bool onMain = false;
+    bool granted = false, firstTime = false, onMain = true;
+    bool operator==(const Answer&) const = default;
+    friend std::ostream& operator<<(std::ostream& out, const Answer& a) {
+        return out << "{granted " << a.granted << ", firstTime " << a.firstTime << ", onMain " << a.onMain << "}";
+    }
 };
+using Answers = std::vector<Answer>;
 
 class PrivacyTest : public ::testing::Test {
 protected:
@@ -60,7 +64,7 @@ protected:
     platform::headless::HeadlessPrivacy privacy;
     std::shared_ptr<platform::ControllerWindow> window;
     std::shared_ptr<platform::headless::HeadlessScreen> root;
-    std::vector<Answer> answers;
+    Answers answers;
 };
 
 }  // namespace quorvane::testing

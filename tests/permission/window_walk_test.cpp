@@ -11,7 +11,7 @@ namespace {
 using platform::headless::HeadlessNavigationController;
 using platform::headless::HeadlessScreen;
 using platform::headless::HeadlessTabBarController;
-using testing::PrivacyTest;
+using namespace testing;
 
 using WindowWalk = PrivacyTest;
 
@@ -38,7 +38,7 @@ TEST_F(WindowWalk, FollowsPresentedControllersThenNavigationTops) {
     EXPECT_EQ(UIWindow_LBXHierarchy::currentViewController(*window), modal);
 }
 
-TEST_F(WindowWalk, SettingsWalkStartsAtTheDelegateWindowAndEntersTheSelectedTab) {
+TEST_F(WindowWalk, SettingsWalkStartsAtTheDelegateWindowAndEntersTheSelectedTabItsAlertCompletes) {
     auto tabs = HeadlessTabBarController::create();
     auto navigation = HeadlessNavigationController::create();
     auto top = HeadlessScreen::create();
@@ -51,9 +51,8 @@ TEST_F(WindowWalk, SettingsWalkStartsAtTheDelegateWindowAndEntersTheSelectedTab)
 
     EXPECT_EQ(LBXPermissionSetting::currentTopViewController(), top);
     EXPECT_EQ(LBXPermissionSetting::getTopViewController(), root);  // the key window's walk
-}
 
-TEST_F(WindowWalk, SettingsAlertButtonsCallTheCompletion) {
+    // Its alert comes up on the key window's walk; the cancel button calls the completion and opens nothing.
     int completions = 0;
     LBXPermissionSetting::showAlertToDislayPrivacySettingWithTitle("t", "m", "no", "go", [&] { ++completions; });
     auto alert = presentedAlert();
