@@ -106,15 +106,16 @@ TEST_F(SVideoCancel, CancelFromAProgressCallbackStopsTheClipQuietlyAndTheNextJob
     std::vector<Fault> script(coverParts(), Fault::delay("UploadPart", 0));
     for (int i = 0; i < 20; ++i) script.push_back(Fault::delay("UploadPart", 400));
     cloud.addFaults(script);
-    std::atomic<bool> cancelled = false, idleInside = false;
+    std::atomic<bool> cancelled = false, idleInside = false, returned = false;
     delegate->onEvent = [&](const std::string& event) {
         if (event != "progress" || cancelled || client->step() != 7) return;
         cancelled = true;
         client->cancel();
         idleInside = idle();
+        returned = true;  // the client looks idle from outside before this callback has ended
     };
     ASSERT_TRUE(start());
-    ASSERT_TRUE(waitUntil([&] { return client->client()->listFiles().empty() && idle(); }));
+    ASSERT_TRUE(waitUntil([&] { return returned && client->client()->listFiles().empty() && idle(); }));
     ASSERT_TRUE(waitUntil([&] { return client->client()->state() == VODClientState::Finished; }));
     EXPECT_TRUE(idleInside);
     EXPECT_EQ(delegate->count("failed"), 0);
