@@ -16,29 +16,22 @@ namespace quorvane::test {
 
 class TestServer {
 public:
-    TestServer() : server_(std::make_unique<httplib::Server>()) {}
-    ~TestServer() { stop(); }
-    TestServer(const TestServer&) = delete;
-    TestServer& operator=(const TestServer&) = delete;
-
-    httplib::Server& http() { return *server_; }
-    // Call after adding the handlers.
-    void start() {
-        port_ = server_->bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_->listen_after_bind(); });
-        while (!server_->is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    void stop() {
-        server_->stop();
+    ~TestServer() {
+        server_.stop();
         if (thread_.joinable()) thread_.join();
     }
-    std::uint16_t port() const { return static_cast<std::uint16_t>(port_); }
-    std::string url(const std::string& path) const {
-        return "http://127.0.0.1:" + std::to_string(port_) + path;
+    httplib::Server& http() { return server_; }
+    // Call after adding the handlers.
+    void start() {
+        port_ = server_.bind_to_any_port("127.0.0.1");
+        thread_ = std::thread([this] { server_.listen_after_bind(); });
+        while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
+    std::uint16_t port() const { return static_cast<std::uint16_t>(port_); }
+    std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
 
 private:
-    std::unique_ptr<httplib::Server> server_;
+    httplib::Server server_;
     std::thread thread_;
     int port_ = 0;
 };
