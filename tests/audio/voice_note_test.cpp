@@ -1,10 +1,11 @@
-// The recording overlay and the façade's voice note: the countdown decides the reported seconds,
-// the answer's four keys, the three-second rule, interruptions, and the microphone gate.
+// The recording overlay and the façade's voice note: the overlay's layout, the countdown decides the
+// reported seconds, the answer's four keys, the three-second rule, interruptions, the microphone gate.
 #include <filesystem>
 
 #include "api/QuorvaneApiManager.h"
 #include "audio_test_support.h"
 #include "device/AudioRecordMaskView.h"
+#include "device/QrScanStyle.h"
 #include "foundation/temp_files.h"
 #include "platform/headless/headless_presenter.h"
 
@@ -57,7 +58,7 @@ TEST_F(AudioRecordMaskViewTest, CountdownEndsTheRecordingAtTheLimit) {
     EXPECT_NEAR(audio.seconds(), 10.0, 0.01);
 }
 
-TEST_F(AudioRecordMaskViewTest, StopButtonReportsWholeSecondsElapsed) {
+TEST_F(AudioRecordMaskViewTest, StopButtonReportsWholeSecondsElapsedAndAFailedStartReportsNothing) {
     auto view = show(10);
     microphone->advance(2.5);
     view->stopButton()->tap();
@@ -65,16 +66,35 @@ TEST_F(AudioRecordMaskViewTest, StopButtonReportsWholeSecondsElapsed) {
     EXPECT_EQ(stops[0].seconds, 2);
     EXPECT_EQ(view->superview(), nullptr);
     EXPECT_NEAR(decodeAudioFile(stops[0].path).seconds(), 2.5, 0.01);
-    microphone->advance(20);  // the countdown reaching zero later reports nothing more
+
+    microphone->setUnavailable(true);
+    auto failed = show(5);
+    microphone->advance(20);  // neither countdown reaching zero reports anything more
     EXPECT_EQ(stops.size(), 1u);
+    EXPECT_EQ(failed->superview(), nullptr);  // the countdown still removes it
 }
 
-TEST_F(AudioRecordMaskViewTest, FailedStartLeavesTheOverlayWithoutCallback) {
-    microphone->setUnavailable(true);
-    auto view = show(5);
-    microphone->advance(6);
-    EXPECT_TRUE(stops.empty());
-    EXPECT_EQ(view->superview(), nullptr);  // the countdown still removes it
+// The layout comes from the bundle's interface file; without the file the overlay is bare, says
+// which file is missing, and the recording still ends with the countdown.
+TEST_F(AudioRecordMaskViewTest, OutletsComeFromTheFileAndAMissingFileLeavesABareOverlay) {
+    auto shown = AudioRecordMaskView::initWithAudioRecordMaxTimeLimit(5, [](const std::string&, std::int32_t) {});
+    ASSERT_TRUE(shown->durationLab() && shown->stopButton());
+    EXPECT_EQ(shown->stopButton()->title(), "结束录音");
+    shown->stopButton()->tap();
+
+    foundation::ScopedTempDir empty;
+    setScanResourceDirectory(empty.path());
+    std::shared_ptr<void> restore(nullptr, [](void*) { setScanResourceDirectory(std::nullopt); });
+    foundation::LogCapture log;
+    std::vector<std::int32_t> stops;
+    auto bare = AudioRecordMaskView::initWithAudioRecordMaxTimeLimit(
+        3, [&](const std::string&, std::int32_t seconds) { stops.push_back(seconds); });
+    EXPECT_TRUE(log.contains("Could not load the interface file QuorvaneApiSDKImage.bundle/AudioRecordMaskView"));
+    EXPECT_TRUE(bare->subviews().empty());
+    EXPECT_FALSE(bare->durationLab());
+    EXPECT_FALSE(bare->stopButton());
+    microphone->advance(4);
+    EXPECT_EQ(stops, std::vector<std::int32_t>{3});
 }
 
 class VoiceNoteTest : public testing::AudioTest {
