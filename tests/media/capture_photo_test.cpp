@@ -1,8 +1,7 @@
 // Photos from the camera and the album: scaled to the screen's width, JPEG at the asked quality,
-// upright, opaque; unreadable pictures left out; cancel and refused permissions.
+// upright, opaque; unreadable pictures left out.
 #include <filesystem>
 
-#include "api/media/ImageCodec.h"
 #include "media_test_support.h"
 
 namespace quorvane {
@@ -60,11 +59,6 @@ TEST_F(CameraPhoto, LargePhotoIsScreenWideJpegAndCompressionShrinksIt) {
 
 TEST_F(CameraPhoto, SidewaysPhotoIsTurnedUpright) {
     // Stored 600 × 400, left red and right blue; orientation 6 shows it turned a quarter clockwise.
-    auto image = media::decodeImage(testing::makeHalves(600, 400, {255, 0, 0}, {0, 0, 255}, ".jpg", 6));
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->width, 400);
-    EXPECT_EQ(image->height, 600);
-
     Value result = take(sample("turned.jpg", testing::makeHalves(600, 400, {255, 0, 0}, {0, 0, 255}, ".jpg", 6)), 0);
     ASSERT_EQ(result.size(), 1u);
     EXPECT_DOUBLE_EQ(result[0]["height"].get<double>(), 562.5);
