@@ -18,63 +18,49 @@ using testing::CaptureTest;
 using testing::waitFor;
 using Step = HeadlessMediaPicker::AlbumStep;
 
-struct InputCloser {
-    void operator()(AVFormatContext* f) const { avformat_close_input(&f); }
-};
-struct OutputFreer {
-    void operator()(AVFormatContext* f) const {
-        if (f && f->pb) avio_closep(&f->pb);
-        avformat_free_context(f);
-    }
-};
-using Input = std::unique_ptr<AVFormatContext, InputCloser>;
+using Input = std::unique_ptr<AVFormatContext, decltype([](AVFormatContext* f) { avformat_close_input(&f); })>;
 
 Input openInput(const std::string& path) {
     AVFormatContext* raw = nullptr;
     if (avformat_open_input(&raw, path.c_str(), nullptr, nullptr) < 0) return nullptr;
     Input input(raw);
-    if (avformat_find_stream_info(raw, nullptr) < 0) return nullptr;
-    return input;
+    return avformat_find_stream_info(raw, nullptr) < 0 ? nullptr : std::move(input);
 }
 
 // Muxes `first` and `second` into one MP4 at `path`, in that order. Only the second track is marked
 // as the default one, so a reader that looks for the "best" track picks it, not the first.
 bool writeTwoTrackClip(const std::string& path, const test::ClipSpec& first, const test::ClipSpec& second) {
-    const std::string parts[] = {path + ".first.mp4", path + ".second.mp4"};
-    if (!test::writeClip(parts[0], first) || !test::writeClip(parts[1], second)) return false;
-    std::vector<Input> inputs;
-    for (const auto& part : parts)
-        if (auto input = openInput(part)) inputs.push_back(std::move(input));
-        else return false;
-
-    AVFormatContext* rawOutput = nullptr;
-    if (avformat_alloc_output_context2(&rawOutput, nullptr, "mp4", path.c_str()) < 0) return false;
-    std::unique_ptr<AVFormatContext, OutputFreer> output(rawOutput);
-    std::vector<AVStream*> streams;
-    for (std::size_t i = 0; i < inputs.size(); ++i) {
-        const AVStream* source = inputs[i]->streams[0];
-        AVStream* stream = avformat_new_stream(rawOutput, nullptr);
-        if (!stream || avcodec_parameters_copy(stream->codecpar, source->codecpar) < 0) return false;
+    AVFormatContext* raw = nullptr;
+    if (avformat_alloc_output_context2(&raw, nullptr, "mp4", path.c_str()) < 0) return false;
+    std::unique_ptr<AVFormatContext, decltype([](AVFormatContext* f) {
+                        if (f->pb) avio_closep(&f->pb);
+                        avformat_free_context(f);
+                    })>
+        output(raw);
+    Input inputs[2];
+    const test::ClipSpec* specs[] = {&first, &second};
+    for (int i = 0; i < 2; ++i) {
+        const std::string part = path + ".part" + std::to_string(i) + ".mp4";
+        if (!test::writeClip(part, *specs[i]) || !(inputs[i] = openInput(part))) return false;
+        AVStream* stream = avformat_new_stream(raw, nullptr);
+        if (!stream || avcodec_parameters_copy(stream->codecpar, inputs[i]->streams[0]->codecpar) < 0) return false;
         stream->codecpar->codec_tag = 0;
-        stream->time_base = source->time_base;
+        stream->time_base = inputs[i]->streams[0]->time_base;
         stream->disposition = i == 1 ? AV_DISPOSITION_DEFAULT : 0;
-        streams.push_back(stream);
     }
-    if (avio_open(&rawOutput->pb, path.c_str(), AVIO_FLAG_WRITE) < 0 || avformat_write_header(rawOutput, nullptr) < 0)
-        return false;
+    if (avio_open(&raw->pb, path.c_str(), AVIO_FLAG_WRITE) < 0 || avformat_write_header(raw, nullptr) < 0) return false;
     AVPacket* packet = av_packet_alloc();
     bool ok = packet != nullptr;
-    for (std::size_t i = 0; ok && i < inputs.size(); ++i) {
+    for (int i = 0; ok && i < 2; ++i)
         while (ok && av_read_frame(inputs[i].get(), packet) >= 0) {
-            av_packet_rescale_ts(packet, inputs[i]->streams[0]->time_base, streams[i]->time_base);
-            packet->stream_index = static_cast<int>(i);
+            av_packet_rescale_ts(packet, inputs[i]->streams[0]->time_base, raw->streams[i]->time_base);
+            packet->stream_index = i;
             packet->pos = -1;
-            ok = av_interleaved_write_frame(rawOutput, packet) >= 0;
+            ok = av_interleaved_write_frame(raw, packet) >= 0;
             av_packet_unref(packet);
         }
-    }
     av_packet_free(&packet);
-    return ok && av_write_trailer(rawOutput) >= 0;
+    return ok && av_write_trailer(raw) >= 0;
 }
 
 using CaptureOwnership = CaptureTest;
