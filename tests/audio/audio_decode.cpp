@@ -11,12 +11,11 @@ extern "C" {
 namespace quorvane::testing {
 namespace {
 
+// What the recorder's files decode to: PCM as interleaved 16-bit, AAC and MP3 as planar float.
 double sampleAt(const AVFrame* frame, int index) {
     switch (frame->format) {
     case AV_SAMPLE_FMT_S16: return reinterpret_cast<const int16_t*>(frame->data[0])[index * frame->ch_layout.nb_channels] / 32768.0;
-    case AV_SAMPLE_FMT_S16P: return reinterpret_cast<const int16_t*>(frame->data[0])[index] / 32768.0;
     case AV_SAMPLE_FMT_FLTP: return reinterpret_cast<const float*>(frame->data[0])[index];
-    case AV_SAMPLE_FMT_S32P: return reinterpret_cast<const int32_t*>(frame->data[0])[index] / 2147483648.0;
     default: return 0;
     }
 }

@@ -1,10 +1,11 @@
-// The recording overlay and the façade's voice note: the countdown decides the reported seconds,
-// the answer's four keys, the three-second rule, interruptions, and the microphone gate.
+// The recording overlay and the façade's voice note: the overlay's layout, the countdown decides the
+// reported seconds, the answer's four keys, the three-second rule, interruptions, the microphone gate.
 #include <filesystem>
 
 #include "api/QuorvaneApiManager.h"
 #include "audio_test_support.h"
 #include "device/AudioRecordMaskView.h"
+#include "device/QrScanStyle.h"
 #include "foundation/temp_files.h"
 #include "platform/headless/headless_presenter.h"
 
@@ -57,24 +58,38 @@ TEST_F(AudioRecordMaskViewTest, CountdownEndsTheRecordingAtTheLimit) {
     EXPECT_NEAR(audio.seconds(), 10.0, 0.01);
 }
 
-TEST_F(AudioRecordMaskViewTest, StopButtonReportsWholeSecondsElapsed) {
+TEST_F(AudioRecordMaskViewTest, StopButtonReportsWholeSecondsElapsedAndAFailedStartReportsNothing) {
     auto view = show(10);
     microphone->advance(2.5);
+    EXPECT_EQ(view->stopButton()->title(), "结束录音");
     view->stopButton()->tap();
     ASSERT_EQ(stops.size(), 1u);
     EXPECT_EQ(stops[0].seconds, 2);
     EXPECT_EQ(view->superview(), nullptr);
     EXPECT_NEAR(decodeAudioFile(stops[0].path).seconds(), 2.5, 0.01);
-    microphone->advance(20);  // the countdown reaching zero later reports nothing more
+
+    microphone->setUnavailable(true);
+    auto failed = show(5);
+    microphone->advance(20);  // neither countdown reaching zero reports anything more
     EXPECT_EQ(stops.size(), 1u);
+    EXPECT_EQ(failed->superview(), nullptr);  // the countdown still removes it
 }
 
-TEST_F(AudioRecordMaskViewTest, FailedStartLeavesTheOverlayWithoutCallback) {
-    microphone->setUnavailable(true);
-    auto view = show(5);
-    microphone->advance(6);
-    EXPECT_TRUE(stops.empty());
-    EXPECT_EQ(view->superview(), nullptr);  // the countdown still removes it
+// The layout comes from the bundle's interface file (the other cases use its outlets); without the
+// file the overlay is bare, says which file is missing, and the recording still ends with the countdown.
+TEST_F(AudioRecordMaskViewTest, AMissingInterfaceFileLeavesABareOverlay) {
+    foundation::ScopedTempDir empty;
+    setScanResourceDirectory(empty.path());
+    std::shared_ptr<void> restore(nullptr, [](void*) { setScanResourceDirectory(std::nullopt); });
+    foundation::LogCapture log;
+    auto bare = show(3);
+    EXPECT_TRUE(log.contains("Could not load the interface file QuorvaneApiSDKImage.bundle/AudioRecordMaskView"));
+    EXPECT_TRUE(bare->subviews().empty());
+    EXPECT_FALSE(bare->durationLab());
+    EXPECT_FALSE(bare->stopButton());
+    microphone->advance(4);
+    ASSERT_EQ(stops.size(), 1u);
+    EXPECT_EQ(stops[0].seconds, 3);
 }
 
 class VoiceNoteTest : public testing::AudioTest {
@@ -131,7 +146,9 @@ TEST_F(VoiceNoteTest, LongEnoughRecordingAnswersWithFourKeysAndAnMp3Copy) {
     EXPECT_TRUE(controller->huds().empty());
 }
 
-TEST_F(VoiceNoteTest, UnderThreeSecondsShowsTheNoticeAndCallsNothing) {
+// Under three seconds only a notice shows; a recording after it, interrupted, answers with the
+// countdown's seconds while the file leaves the interruption out.
+TEST_F(VoiceNoteTest, UnderThreeSecondsShowsTheNoticeAndAnInterruptedOneAnswersTheCountdown) {
     auto overlay = startGranted(10);
     ASSERT_NE(overlay, nullptr);
     microphone->advance(2.5);
@@ -142,11 +159,8 @@ TEST_F(VoiceNoteTest, UnderThreeSecondsShowsTheNoticeAndCallsNothing) {
     ASSERT_EQ(huds.size(), 1u);
     EXPECT_EQ(huds[0]->detailsText(), "说话时间太短");
     EXPECT_EQ(huds[0]->mode(), platform::Hud::Text);
-}
 
-TEST_F(VoiceNoteTest, InterruptedRecordingAnswersWithTheCountdownSeconds) {
-    auto overlay = startGranted(10);
-    ASSERT_NE(overlay, nullptr);
+    ASSERT_NE(startGranted(10), nullptr);
     microphone->advance(3);
     session->interrupt(1);
     microphone->advance(2);
@@ -154,7 +168,7 @@ TEST_F(VoiceNoteTest, InterruptedRecordingAnswersWithTheCountdownSeconds) {
     microphone->advance(6);
     ASSERT_EQ(results.size(), 1u);
     EXPECT_EQ(results[0]["duration"], "10");
-    EXPECT_NEAR(decodeAudioFile(results[0]["path"]).seconds(), 8.0, 0.01);  // the interruption is not recorded
+    EXPECT_NEAR(decodeAudioFile(results[0]["path"]).seconds(), 8.0, 0.01);
 }
 
 TEST_F(VoiceNoteTest, RefusedMicrophoneIsSilentAtThePromptThenFails) {

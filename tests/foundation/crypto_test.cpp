@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include "foundation/crypto.h"
-#include "foundation/dates.h"
 #include "foundation/value.h"
 
 using namespace quorvane::foundation;
@@ -56,17 +55,4 @@ TEST(Json, FragmentsParseAndMalformedTextIsNotAnException) {
     EXPECT_FALSE(parseJson("").has_value());
     auto v = parseJson(R"({"b":1,"a":2})").value();
     EXPECT_EQ(v.begin().key(), "b");  // written order is kept
-}
-
-TEST(Dates, FormatsAndParsesTheProtocolForms) {
-    auto t = std::chrono::system_clock::from_time_t(1132253398);  // Thu, 17 Nov 2005 18:49:58 GMT
-    EXPECT_EQ(rfc1123Gmt(t), "Thu, 17 Nov 2005 18:49:58 GMT");
-    EXPECT_EQ(parseRfc1123("Thu, 17 Nov 2005 18:49:58 GMT").value(), t);
-    EXPECT_FALSE(parseRfc1123("Thu, 17 Nov 2005 18:49:58").has_value());
-    EXPECT_FALSE(parseRfc1123("yesterday").has_value());
-    EXPECT_EQ(iso8601Utc(t), "2005-11-17T18:49:58Z");
-    EXPECT_EQ(iso8601UtcMillis(t + std::chrono::milliseconds(7)), "2005-11-17T18:49:58.007Z");
-    EXPECT_EQ(parseIso8601Utc("2005-11-17T18:49:58.007Z").value(), t + std::chrono::milliseconds(7));
-    EXPECT_EQ(parseIso8601Utc("2005-11-17T18:49:58Z").value(), t);
-    EXPECT_FALSE(parseIso8601Utc("2005-11-17 18:49:58").has_value());
 }

@@ -61,21 +61,18 @@ TEST(HostPaths, EachVariableWinsOverTheNextAndEmptyOnesCountAsUnset) {
 
     ScopedTempDir scoped;
     const std::string before = UserDefaults::standard().path();
-    useHostPaths({scoped.path() + "/", scoped.path() + "/defaults.json"});
+    useHostPaths({scoped.path(), scoped.path() + "/defaults.json"});
     EXPECT_EQ(temporaryDirectory(), scoped.path() + "/");
-    EXPECT_EQ(UserDefaults::standard().path(), scoped.path() + "/defaults.json");
-    setTemporaryDirectory("");
-    UserDefaults::setStandardPath(before);
-}
-
-TEST(TempFiles, DirectoryFollowsOverrideAndAtomicWriteReplacesWholeFile) {
-    ScopedTempDir scoped;
-    setTemporaryDirectory(scoped.path());
-    EXPECT_EQ(temporaryDirectory(), scoped.path() + "/");
+    UserDefaults::standard().set("a", 2);
+    EXPECT_EQ(UserDefaults(scoped.path() + "/defaults.json").get("a"), 2);
     setTemporaryDirectory("");
     EXPECT_EQ(temporaryDirectory().back(), '/');
     EXPECT_NE(temporaryDirectory().find("/quorvane-"), std::string::npos);
+    UserDefaults::setStandardPath(before);
+}
 
+TEST(TempFiles, AtomicWriteReplacesWholeFile) {
+    ScopedTempDir scoped;
     const std::string path = scoped.path() + "/f.json";
     ASSERT_TRUE(writeFileAtomically(path, "first, longer content"));
     ASSERT_TRUE(writeFileAtomically(path, "second"));
@@ -84,17 +81,30 @@ TEST(TempFiles, DirectoryFollowsOverrideAndAtomicWriteReplacesWholeFile) {
     EXPECT_EQ(readFile(scoped.path() + "/missing"), std::nullopt);
 }
 
-TEST(UserDefaults, PersistsAcrossReloadAndDiscardsACorruptStore) {
+// Each write replaces the file (a new inode); setting the value already held writes nothing.
+TEST(UserDefaults, PersistsAcrossReloadRewritesOnlyOnChangeAndDiscardsACorruptStore) {
     ScopedTempDir dir;
     const std::string path = dir.path() + "/sub/defaults.json";
+    auto inode = [&]() -> ino_t {
+        struct stat st {};
+        return ::stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
+    };
     {
         UserDefaults d(path);
         d.set("ALIYUN_VOD_OBJECT_CACHE2", Value::array({Value{{"k", "v"}}}));
+        d.set("list", Value::array({1, 2}));
+        const auto first = inode();
+        ASSERT_NE(first, 0u);
+        d.set("list", Value::array({1, 2}));
+        EXPECT_EQ(inode(), first);
+        d.set("list", Value::array({1}));
+        EXPECT_NE(inode(), first);
         d.set("gone", 1);
         d.remove("gone");
     }
     UserDefaults again(path);
     EXPECT_EQ(again.get("ALIYUN_VOD_OBJECT_CACHE2"), Value::array({Value{{"k", "v"}}}));
+    EXPECT_EQ(again.get("list"), Value::array({1}));
     EXPECT_EQ(again.get("gone"), std::nullopt);
 
     std::ofstream(path, std::ios::trunc) << "{not json";
@@ -103,35 +113,7 @@ TEST(UserDefaults, PersistsAcrossReloadAndDiscardsACorruptStore) {
     EXPECT_EQ(again.get("ALIYUN_VOD_OBJECT_CACHE2"), std::nullopt);
     EXPECT_TRUE(log.contains("UserDefaults: discarding unreadable store"));
     again.set("fresh", "yes");  // the store is usable again and rewrites the file
-    UserDefaults third(path);
-    EXPECT_EQ(third.get("fresh"), "yes");
-}
-
-// Each write replaces the file (a new inode); setting the value already held writes nothing.
-TEST(UserDefaults, SettingTheSameValueAgainLeavesTheFileAlone) {
-    ScopedTempDir dir;
-    const std::string path = dir.path() + "/defaults.json";
-    auto inode = [&]() -> ino_t {
-        struct stat st {};
-        return ::stat(path.c_str(), &st) == 0 ? st.st_ino : 0;
-    };
-    UserDefaults d(path);
-    d.set("list", Value::array({1, 2}));
-    const auto first = inode();
-    ASSERT_NE(first, 0u);
-    d.set("list", Value::array({1, 2}));
-    EXPECT_EQ(inode(), first);
-    d.set("list", Value::array({1}));
-    EXPECT_NE(inode(), first);
-    EXPECT_EQ(UserDefaults(path).get("list"), Value::array({1}));
-}
-
-TEST(UserDefaults, StandardStoreFollowsItsPath) {
-    ScopedTempDir dir;
-    UserDefaults::setStandardPath(dir.path() + "/std.json");
-    UserDefaults::standard().set("a", 2);
-    EXPECT_EQ(UserDefaults(dir.path() + "/std.json").get("a"), 2);
-    EXPECT_EQ(UserDefaults::standard().path(), dir.path() + "/std.json");
+    EXPECT_EQ(UserDefaults(path).get("fresh"), "yes");
 }
 
 TEST(Notification, DeliversByNameAndObserversMayRemoveThemselves) {

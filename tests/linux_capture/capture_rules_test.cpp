@@ -18,26 +18,24 @@ using namespace std::chrono_literals;
 using Options = std::vector<std::pair<std::string, std::string>>;
 
 TEST(InputUrl, FormatIsBeforeTheFirstColonAndOptionsAfterTheQuestionMark) {
-    auto alsa = parseInputUrl("alsa:hw:1,0");
-    ASSERT_TRUE(alsa);
-    EXPECT_EQ(alsa->format, "alsa");
-    EXPECT_EQ(alsa->input, "hw:1,0");
-    EXPECT_TRUE(alsa->options.empty());
-
-    auto camera = parseInputUrl("v4l2:/dev/video2?video_size=640x480&input_format=mjpeg");
-    ASSERT_TRUE(camera);
-    EXPECT_EQ(camera->input, "/dev/video2");
-    EXPECT_EQ(camera->options, (Options{{"video_size", "640x480"}, {"input_format", "mjpeg"}}));
-
-    auto file = parseInputUrl("file:/tmp/a b.mp4");
-    ASSERT_TRUE(file);
-    EXPECT_EQ(file->format, "");  // recognised by content
-    EXPECT_EQ(file->input, "/tmp/a b.mp4");
-
-    EXPECT_FALSE(parseInputUrl("default"));
-    EXPECT_FALSE(parseInputUrl(":default"));
-    EXPECT_FALSE(parseInputUrl("v4l2:/dev/video0?loop"));
-    EXPECT_FALSE(parseInputUrl("v4l2:/dev/video0?a=1&&b=2"));
+    struct Case {
+        const char* url;
+        std::string format, input;
+        Options options;
+    };
+    for (const auto& c : {Case{"alsa:hw:1,0", "alsa", "hw:1,0", {}},
+                          Case{"v4l2:/dev/video2?video_size=640x480&input_format=mjpeg", "v4l2", "/dev/video2",
+                               {{"video_size", "640x480"}, {"input_format", "mjpeg"}}},
+                          Case{"file:/tmp/a b.mp4", "", "/tmp/a b.mp4", {}}}) {  // "file": recognised by content
+        SCOPED_TRACE(c.url);
+        auto parsed = parseInputUrl(c.url);
+        ASSERT_TRUE(parsed);
+        EXPECT_EQ(parsed->format, c.format);
+        EXPECT_EQ(parsed->input, c.input);
+        EXPECT_EQ(parsed->options, c.options);
+    }
+    for (const char* bad : {"default", ":default", "v4l2:/dev/video0?loop", "v4l2:/dev/video0?a=1&&b=2"})
+        EXPECT_FALSE(parseInputUrl(bad)) << bad;
 }
 
 TEST(CapturePermission, OpeningResultDecidesTheStatus) {

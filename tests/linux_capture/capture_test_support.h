@@ -66,11 +66,6 @@ protected:
     void install(const std::string& microphone, const std::string& camera = "lavfi:testsrc=size=64x48") {
         capture = platform::linux_capture::installLinuxCapture({microphone, camera});
     }
-    void useScreenWidth(double width) {
-        auto facts = device.device->facts();
-        facts.screen.width = width;
-        device.device->setFacts(facts);
-    }
     std::string mediaDirectory() const { return foundation::temporaryDirectory() + "media"; }
 
     foundation::ScopedTempDir tempDir;

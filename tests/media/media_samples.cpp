@@ -31,22 +31,15 @@ std::string makeJpeg(int width, int height, int orientation) {
                 ".jpg", orientation);
 }
 
-std::string makeHalvesJpeg(int width, int height, int orientation) {
+std::string makeHalves(int width, int height, const std::vector<double>& left, const std::vector<double>& right,
+                       const char* suffix, int orientation) {
     startVips();
-    auto left = vips::VImage::black(width / 2, height).new_from_image({255, 0, 0});
-    auto right = vips::VImage::black(width - width / 2, height).new_from_image({0, 0, 255});
-    auto image = left.insert(right, width / 2, 0, vips::VImage::option()->set("expand", true));
+    auto image = vips::VImage::black(width / 2, height)
+                     .new_from_image(left)
+                     .insert(vips::VImage::black(width - width / 2, height).new_from_image(right), width / 2, 0,
+                             vips::VImage::option()->set("expand", true));
     return save(image.cast(VIPS_FORMAT_UCHAR).copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB)),
-                ".jpg", orientation);
-}
-
-std::string makeTransparentPng(int width, int height) {
-    startVips();
-    auto clear = vips::VImage::black(width / 2, height).new_from_image({255, 255, 255, 0});
-    auto opaque = vips::VImage::black(width - width / 2, height).new_from_image({255, 255, 255, 255});
-    auto image = clear.insert(opaque, width / 2, 0, vips::VImage::option()->set("expand", true));
-    return save(image.cast(VIPS_FORMAT_UCHAR).copy(vips::VImage::option()->set("interpretation", VIPS_INTERPRETATION_sRGB)),
-                ".png", 1);
+                suffix, orientation);
 }
 
 Picture readPicture(const std::string& path) {

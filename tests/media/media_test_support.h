@@ -78,6 +78,13 @@ protected:
         return [this](const Value& value) { failures.push_back(value); };
     }
     bool answered() const { return !successes.empty() || !failures.empty(); }
+    // Makes a capture call and waits for an answer: the first success, or null.
+    Value answer(const std::function<void()>& call) {
+        successes.clear();
+        call();
+        EXPECT_TRUE(waitFor([&] { return answered(); }));
+        return successes.empty() ? Value() : successes.front();
+    }
     std::string mediaDirectory() const { return foundation::temporaryDirectory() + "media"; }
 
     foundation::ScopedTempDir temp;

@@ -17,7 +17,7 @@ std::vector<LBXScanResult> recognize(const platform::ImagePtr& image) {
     return found;
 }
 
-TEST(QrDecoder, ReadsCodesFromPlainTurnedAndNoisyPhotos) {
+TEST(QrDecoder, ReadsEveryCodeFromPlainTurnedAndNoisyPhotosAndNoneWithout) {
     const std::string text = "https://example.com/扫码?id=42";
     Canvas canvas(600, 500, 235);
     canvas.paint(qrCode(text, 240), 180, 130);
@@ -32,27 +32,22 @@ TEST(QrDecoder, ReadsCodesFromPlainTurnedAndNoisyPhotos) {
         EXPECT_EQ(found[0].strScanned, text);
         EXPECT_EQ(found[0].strBarCodeType, "QRCode");
     }
-}
 
-TEST(QrDecoder, PhotosWithoutACodeAnswerAnEmptyList) {
-    Canvas blank(400, 300, 200);
-    EXPECT_TRUE(recognize(photo(blank, "jpg", 0, 30)).empty());
-    auto notAPicture = std::make_shared<platform::Image>(platform::Image{10, 10, "png", "<html>not found</html>"});
-    EXPECT_TRUE(recognize(notAPicture).empty());
-    EXPECT_TRUE(recognize(nullptr).empty());
-}
-
-TEST(QrDecoder, PhotoWithTwoCodesYieldsBoth) {
-    Canvas canvas(700, 360);
-    canvas.paint(qrCode("left code", 220), 40, 70).paint(qrCode("right code", 220), 420, 70);
-    auto found = recognize(photo(canvas));
+    Canvas two(700, 360);
+    two.paint(qrCode("left code", 220), 40, 70).paint(qrCode("right code", 220), 420, 70);
+    auto found = recognize(photo(two));
     ASSERT_EQ(found.size(), 2u);
     std::vector<std::string> texts{*found[0].strScanned, *found[1].strScanned};
     std::sort(texts.begin(), texts.end());
     EXPECT_EQ(texts, (std::vector<std::string>{"left code", "right code"}));
+
+    EXPECT_TRUE(recognize(photo(Canvas(400, 300, 200), "jpg", 0, 30)).empty());
+    EXPECT_TRUE(recognize(std::make_shared<platform::Image>(platform::Image{10, 10, "png", "<html>not found</html>"})).empty());
+    EXPECT_TRUE(recognize(nullptr).empty());
 }
 
-TEST(QrDecoder, ScanCodeTypeChoosesTheSymbologies) {
+// The scan code type chooses the symbologies; a view with the full row stride reads a region.
+TEST(QrDecoder, ReadsTheChosenSymbologiesInAStridedRegionOfAFrame) {
     auto ean = ZXing::MultiFormatWriter(ZXing::BarcodeFormat::EAN13).setMargin(10).encode("4006381333931", 300, 120);
     Canvas bars(360, 160);
     bars.paint(ean, 30, 20);
@@ -62,18 +57,12 @@ TEST(QrDecoder, ScanCodeTypeChoosesTheSymbologies) {
     ASSERT_EQ(linear.size(), 1u);
     EXPECT_EQ(linear[0].strScanned, "4006381333931");
 
-    Canvas square(300, 300);
-    square.paint(qrCode("square", 200), 50, 50);
-    LumaView qr{square.pixels.data(), square.width, square.height, square.width};
-    EXPECT_TRUE(recognizeLuma(qr, LBXScanCodeTypeBarCodes, false).empty());
-    EXPECT_EQ(recognizeLuma(qr, LBXScanCodeTypeAll, false).size(), 1u);
-}
-
-TEST(QrDecoder, ReadsAStridedRegionOfAFrame) {
-    // The code sits in the right half; a view of that half with the full row stride reads it.
+    // The code sits in the right half only.
     Canvas canvas(640, 300);
     canvas.paint(qrCode("right half", 220), 380, 40);
     LumaView right{canvas.pixels.data() + 320, 320, 300, canvas.width};
+    EXPECT_TRUE(recognizeLuma(right, LBXScanCodeTypeBarCodes, false).empty());
+    EXPECT_EQ(recognizeLuma(right, LBXScanCodeTypeAll, false).size(), 1u);
     auto found = recognizeLuma(right, LBXScanCodeTypeQRCode, false);
     ASSERT_EQ(found.size(), 1u);
     EXPECT_EQ(found[0].strScanned, "right half");
@@ -83,27 +72,23 @@ TEST(QrDecoder, ReadsAStridedRegionOfAFrame) {
 
 class ScanStyle : public ScanTest {};
 
-TEST_F(ScanStyle, ZhiFuBaoOffsetsFollowTheScreenHeight) {
+TEST_F(ScanStyle, ZhiFuBaoAnimatesTheNetImageFromItsBundleWithOffsetsFollowingTheScreenHeight) {
     auto tall = StyleDIY::ZhiFuBaoStyle();
     EXPECT_EQ(tall.centerUpOffset, 60.0);
     EXPECT_EQ(tall.xScanRetangleOffset, 30.0);
+    EXPECT_EQ(tall.anmiationStyle, LBXScanViewAnimationStyle_NetGrid);
+    EXPECT_FALSE(tall.isNeedShowRetangle);
+    EXPECT_EQ(tall.notRecoginitonArea.alpha, 0.6);
+    ASSERT_TRUE(tall.animationImage);
+    EXPECT_GT(tall.animationImage->width, 0);
+    EXPECT_EQ(tall.animationImage->format, "png");
+    EXPECT_FALSE(scanBundleImageNamed("CodeScan.bundle/no_such_image"));
     useScreen(320, 480);
     auto compact = StyleDIY::ZhiFuBaoStyle();
     EXPECT_EQ(compact.centerUpOffset, 40.0);
     EXPECT_EQ(compact.xScanRetangleOffset, 20.0);
     useScreen(320, 481);
     EXPECT_EQ(StyleDIY::ZhiFuBaoStyle().centerUpOffset, 60.0);
-}
-
-TEST_F(ScanStyle, ZhiFuBaoAnimatesTheNetImageFromItsBundle) {
-    auto style = StyleDIY::ZhiFuBaoStyle();
-    EXPECT_EQ(style.anmiationStyle, LBXScanViewAnimationStyle_NetGrid);
-    EXPECT_FALSE(style.isNeedShowRetangle);
-    EXPECT_EQ(style.notRecoginitonArea.alpha, 0.6);
-    ASSERT_TRUE(style.animationImage);
-    EXPECT_GT(style.animationImage->width, 0);
-    EXPECT_EQ(style.animationImage->format, "png");
-    EXPECT_FALSE(scanBundleImageNamed("CodeScan.bundle/no_such_image"));
 }
 
 }  // namespace
