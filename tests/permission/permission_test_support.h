@@ -44,6 +44,8 @@ protected:
         platform::ApplicationWindows::setDelegateWindow(window);
         root = platform::headless::HeadlessScreen::create();
         window->setRootViewController(root);
+        // The test's thread is the one that runs the main loop: answers given at once count as on it.
+        foundation::MainLoop::instance().runUntil([] { return true; }, std::chrono::milliseconds(0));
     }
     void TearDown() override { settle(); }
 
