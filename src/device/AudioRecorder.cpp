@@ -1,6 +1,7 @@
 #include "device/AudioRecorder.h"
 
 #include <cmath>
+#include <utility>
 
 namespace quorvane {
 namespace {
@@ -75,11 +76,15 @@ void AudioRecorder::stop() {
     if (stopped_) return;
     stopped_ = true;
     recording_ = false;
-    if (capture_) capture_->stop();
+    releaseCapture();
     bool completed = writer_->finish() && !encodeFailed_;
     framesRecorded_ = 0;
     auto keep = shared_from_this();  // the delegate may drop its reference
     if (auto delegate = delegate_.lock()) delegate->audioRecorderDidFinishRecording(*this, completed);
+}
+
+void AudioRecorder::releaseCapture() {
+    if (auto capture = std::exchange(capture_, nullptr)) capture->stop();
 }
 
 double AudioRecorder::currentTime() const {
@@ -93,6 +98,7 @@ void AudioRecorder::inputEnded() {
     if (stopped_) return;
     stopped_ = true;
     recording_ = false;
+    releaseCapture();
     writer_->finish();
     framesRecorded_ = 0;
     auto keep = shared_from_this();

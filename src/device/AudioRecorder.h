@@ -55,6 +55,9 @@ public:
     const std::string& url() const { return path_; }
 
 private:
+    // Stops the capture and lets go of it: the microphone serves one capture at a time, and the next
+    // recording may begin while this recorder is still held (by its overlay, by a host).
+    void releaseCapture();
     AudioRecorder(std::string path, std::unique_ptr<AudioFileWriter> writer, platform::PcmFormat input);
     void receive(const std::int16_t* interleaved, std::size_t frames);
     void inputEnded();

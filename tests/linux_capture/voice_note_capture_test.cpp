@@ -76,6 +76,13 @@ TEST_F(VoiceNoteCaptureTest, OneSecondIsTooShortForTheFacade) {
     auto huds = host->recorder()->huds();
     ASSERT_EQ(huds.size(), 1u);
     EXPECT_EQ(huds[0]->detailsText(), "说话时间太短");
+
+    // The dropped recording gave the microphone back, though its overlay is still held: the next
+    // note records.
+    auto again = startRecording(10);
+    EXPECT_NE(again, nullptr);
+    EXPECT_TRUE(outcomes.calls.empty());
+    if (again) again->stopButton()->tap();
 }
 
 // The microphone serves one capture: a second request while one records is refused at its
