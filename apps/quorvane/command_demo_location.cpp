@@ -2,6 +2,7 @@
 // machine's configuration (QUORVANE_LOCATION / QUORVANE_LOCATION_FILE). Linux has no offline reverse
 // geocoder, so the place fields stay empty and the coordinates come back converted to GCJ-02.
 #include <atomic>
+#include <cstdlib>
 #include <chrono>
 #include <iostream>
 #include <memory>
@@ -18,7 +19,7 @@ namespace quorvane::app {
 namespace {
 
 int runLocationDemo(const std::string& at) {
-    auto position = at.empty() ? platform::linux_impl::configuredPosition()
+    auto position = at.empty() ? platform::linux_impl::configuredPosition(std::getenv)
                                : platform::linux_impl::parseConfiguredPosition(at);
     if (!at.empty() && !position) {
         std::cerr << "demo location: --at wants \"latitude,longitude\" in degrees" << std::endl;

@@ -27,6 +27,7 @@
 #include "cli_docs.h"
 #include "foundation/host_paths.h"
 #include "cloud_cli.h"
+#include "platform/linux/linux_location.h"
 #include "platform/linux/linux_platform.h"
 #include "store_commands.h"
 #include "upload_commands.h"
@@ -156,8 +157,9 @@ int main(int argc, char** argv) {
         return 2;
     }
     quorvane::app::setCommandArguments(std::vector<std::string>(argv + 1, argv + argc));
-    // The engine reads this machine's network and kernel facts for its reports.
-    quorvane::platform::linux_impl::installLinuxPlatform();
+    // The engine reads this machine's network and kernel facts for its reports; the position, if any,
+    // is this machine's configuration.
+    quorvane::platform::linux_impl::installLinuxPlatform(quorvane::platform::linux_impl::configuredPosition(std::getenv));
     for (const auto& subcommand : subcommands)
         if (subcommand.command->parsed()) endProcess(subcommand.run());
     return 1;

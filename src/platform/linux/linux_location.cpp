@@ -86,9 +86,9 @@ std::optional<Coordinate> parseConfiguredPosition(std::string_view text) {
     return coordinate;
 }
 
-std::optional<Coordinate> configuredPosition() {
-    if (const char* text = std::getenv("QUORVANE_LOCATION")) return parseConfiguredPosition(text);
-    if (const char* path = std::getenv("QUORVANE_LOCATION_FILE")) {
+std::optional<Coordinate> configuredPosition(const foundation::EnvironmentLookup& env) {
+    if (const char* text = env("QUORVANE_LOCATION")) return parseConfiguredPosition(text);
+    if (const char* path = env("QUORVANE_LOCATION_FILE")) {
         std::ifstream file(path);
         std::stringstream content;
         content << file.rdbuf();

@@ -68,8 +68,8 @@ std::shared_ptr<AudioSession> LinuxPrivacyAuthority::makeAudioSession() {
     return std::make_shared<LinuxAudioSession>(devRoot_);
 }
 
-PrivacyServices installLinuxPrivacy() {
-    PrivacyServices services{std::make_shared<LinuxPrivacyAuthority>(), std::make_shared<LinuxLocationServices>(),
+PrivacyServices installLinuxPrivacy(std::optional<Coordinate> position) {
+    PrivacyServices services{std::make_shared<LinuxPrivacyAuthority>(), std::make_shared<LinuxLocationServices>(position),
                              std::make_shared<DictionaryAppInfo>()};
     PrivacyServices::setCurrent(services);
     return services;

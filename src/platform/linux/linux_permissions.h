@@ -6,8 +6,10 @@
 // calendar or reminders store (restricted). The position comes from configuration
 // (linux_location.h).
 #include <filesystem>
+#include <optional>
 #include <string>
 
+#include "platform/location.h"
 #include "platform/permissions.h"
 
 namespace quorvane::platform::linux_impl {
@@ -28,7 +30,8 @@ private:
     std::filesystem::path devRoot_;
 };
 
-// The Linux privacy set with an empty information dictionary, installed as PrivacyServices::current().
-PrivacyServices installLinuxPrivacy();
+// The Linux privacy set with an empty information dictionary, installed as PrivacyServices::current();
+// location is served at `position` (none: location services off).
+PrivacyServices installLinuxPrivacy(std::optional<Coordinate> position);
 
 }  // namespace quorvane::platform::linux_impl

@@ -22,13 +22,13 @@ std::string LinuxDeviceInfo::model() const { return model_; }
 std::optional<std::string> LinuxDeviceInfo::identifierForVendor() const { return std::nullopt; }
 ScreenBounds LinuxDeviceInfo::mainScreenBounds() const { return {}; }
 
-LinuxPlatform installLinuxPlatform() {
+LinuxPlatform installLinuxPlatform(std::optional<Coordinate> position) {
     LinuxPlatform installed{std::make_shared<LinuxDeviceInfo>(), std::make_shared<LinuxReachabilitySource>(), {}};
     auto platform = Platform::current();
     platform.device = installed.device;
     Platform::setCurrent(platform);
     setReachabilitySource(installed.reachability);
-    installed.privacy = installLinuxPrivacy();
+    installed.privacy = installLinuxPrivacy(position);
     return installed;
 }
 

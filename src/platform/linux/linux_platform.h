@@ -4,8 +4,10 @@
 // sound: those stay as installed (absent unless another family gave them). Capture devices are a
 // library of their own (capture/linux_capture.h).
 #include <memory>
+#include <optional>
 
 #include "platform/device_info.h"
+#include "platform/location.h"
 #include "platform/permissions.h"
 #include "platform/reachability.h"
 
@@ -32,7 +34,7 @@ struct LinuxPlatform {
 };
 
 // Installs the family: the device facts into Platform::current(), the reachability source and the
-// privacy set.
-LinuxPlatform installLinuxPlatform();
+// privacy set, with location at `position` (the host's configuration; none: location services off).
+LinuxPlatform installLinuxPlatform(std::optional<Coordinate> position);
 
 }  // namespace quorvane::platform::linux_impl
