@@ -141,8 +141,6 @@ platform::ImagePtr StyleDIY::createImageWithColor(platform::Color color) {
 std::string scanResourceDirectory() {
     std::lock_guard lock(directoryMutex);
     if (directorySlot()) return *directorySlot();
-    if (const char* fromEnvironment = std::getenv("QUORVANE_RESOURCES"); fromEnvironment && *fromEnvironment)
-        return fromEnvironment;
     return QUORVANE_RESOURCE_DIR;
 }
 

@@ -51,8 +51,8 @@ public:
 // Bundle images: "CodeScan.bundle/qrcode_scan_full_net" is read from
 // <resource directory>/CodeScan.bundle/qrcode_scan_full_net.png. Null when there is no such image.
 platform::ImagePtr scanBundleImageNamed(const std::string& name);
-// The directory bundles are looked up in; by default the sources' resources/ folder, or
-// $QUORVANE_RESOURCES when set.
+// The directory bundles are looked up in; by default the resources/ folder the build was made with. A
+// host that installs them elsewhere says where (the library reads no environment variable).
 std::string scanResourceDirectory();
 void setScanResourceDirectory(std::optional<std::string> directory);
 
