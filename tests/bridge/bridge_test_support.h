@@ -17,6 +17,7 @@
 
 #include "VODUpload/src/AVCVEventTransport.h"
 #include "api/QuorvaneApiManager.h"
+#include "support/cloud_services.h"
 #include "emulator/cloud_emulator.h"
 #include "foundation/dispatch.h"
 #include "foundation/temp_files.h"
@@ -95,8 +96,7 @@ protected:
     ApiOSSUploadTool::Config services() const {
         ApiOSSUploadTool::Config config;
         config.enterpriseApiBaseUrl = cloud.endpoint();
-        config.vod.vodBaseUrl = cloud.endpoint() + "/";
-        config.vod.logServiceEndpoint = cloud.endpoint();
+        config.vod = test::servicesAt(cloud);
         return config;
     }
 

@@ -19,13 +19,6 @@ struct Tenant {
     RecordingListener listener;
     std::shared_ptr<VODUploadClient> client;
     std::string clip;
-
-    VODServiceConfig config() const {
-        VODServiceConfig config;
-        config.vodBaseUrl = cloud.endpoint() + "/";
-        config.logServiceEndpoint = cloud.endpoint();
-        return config;
-    }
 };
 
 class TwoClients : public ::testing::Test {
@@ -36,7 +29,7 @@ protected:
             ASSERT_TRUE(t->cloud.start());
             t->clip = dir.file(t->name + "-clip.mp4");
             ASSERT_TRUE(writeClip(t->clip, ClipSpec{.frames = frames++, .bitRate = 2000000}));
-            t->client = VODUploadClient::create(t->config());
+            t->client = VODUploadClient::create(servicesAt(t->cloud));
             t->client->setRecordDirectoryPath(dir.file(t->name + "-records"));
             engineOf(*t->client).setRetryWait(20ms);
             t->client->setLogStore("store-" + t->name);
