@@ -116,7 +116,11 @@ protected:
         ASSERT_TRUE(writeClip(clip, ClipSpec{.frames = 12, .bitRate = 8000000}));
         ASSERT_GT(coverSize(), 2 * kPartSize);
         ASSERT_GT(clipSize(), 4 * kPartSize);
-        client = VODUploadSVideoClient::create(servicesAt(cloud));
+        // A resume cache of the test's own: the client must use the one it was given.
+        auto services = servicesAt(cloud);
+        services.resumeCache = cache =
+            std::make_shared<VODObjectCache>(std::make_shared<foundation::UserDefaults>(dir.file("defaults.json")));
+        client = VODUploadSVideoClient::create(services);
         client->setDelegate(delegate);
         client->setUploadPartSize(kPartSize);
         client->setRecordDirectoryPath(dir.file("records"));
@@ -135,7 +139,6 @@ protected:
         if (client) client->cancel();
         waitUntil([&] { return !client || client->client()->state() != VODClientState::Started; }, 10s);
         client.reset();
-        VODObjectCache::sharedCache().clearObjectWithPath(clip);
         drainEvents();
     }
 
@@ -183,6 +186,7 @@ protected:
     emulator::CloudEmulator cloud;
     emulator::StsCredentials sts;
     std::shared_ptr<RecordingDelegate> delegate = std::make_shared<RecordingDelegate>();
+    std::shared_ptr<VODObjectCache> cache;
     std::shared_ptr<VODUploadSVideoClient> client;
     std::shared_ptr<VodSVideoInfo> info;
     std::string cover, clip;

@@ -109,11 +109,10 @@ TEST_F(SVideoUpload, CoverAndClipGoUpAsOneJobWithTheVideoNamingTheCover) {
 
 TEST_F(SVideoUpload, RememberedVideoGetsItsSlotRefreshedInsteadOfANewOne) {
     const auto ticket = cloud.createUploadTicket("earlier", clip);
-    auto& cache = VODObjectCache::sharedCache();
-    auto record = cache.getObjectWithPath(clip);
+    auto record = cache->getObjectWithPath(clip);
     ASSERT_TRUE(record);
     record->videoId = ticket.videoId;
-    cache.saveObject(record, clip);
+    cache->saveObject(record, clip);
 
     ASSERT_TRUE(start());
     ASSERT_TRUE(delegate->waitFor("result"));
@@ -122,15 +121,16 @@ TEST_F(SVideoUpload, RememberedVideoGetsItsSlotRefreshedInsteadOfANewOne) {
     EXPECT_EQ(cloud.videos()[0].refreshCount, 1);
     EXPECT_EQ(delegate->results().at(0).videoId, ticket.videoId);
     EXPECT_EQ(cloud.objectBytes(ticket.bucket, ticket.objectKey), bytesOf(clip));
-    EXPECT_TRUE(cache.getObjectWithPath(clip)->videoId.empty());  // cleared once the clip is up
+    EXPECT_TRUE(cache->getObjectWithPath(clip)->videoId.empty());  // cleared once the clip is up
+    for (const auto& other : VODObjectCache::sharedCache().objects())  // the process-wide one is left alone
+        EXPECT_NE(other->key, VODObjectCache::uniqueIdWithFilePath(clip));
 }
 
 TEST_F(SVideoUpload, VanishedRememberedVideoIsRegisteredAfresh) {
-    auto& cache = VODObjectCache::sharedCache();
-    auto record = cache.getObjectWithPath(clip);
+    auto record = cache->getObjectWithPath(clip);
     ASSERT_TRUE(record);
     record->videoId = "0123456789abcdef0123456789abcdef";
-    cache.saveObject(record, clip);
+    cache->saveObject(record, clip);
 
     ASSERT_TRUE(start());
     ASSERT_TRUE(delegate->waitFor("result"));

@@ -62,6 +62,18 @@ std::shared_ptr<VODObject> VODObjectCache::getObjectWithPath(const std::string& 
     return fresh;
 }
 
+std::string VODObjectCache::rememberedVideoId(const std::string& path) {
+    auto record = getObjectWithPath(path);
+    return record ? record->videoId : std::string();
+}
+
+void VODObjectCache::rememberVideoId(const std::string& path, const std::string& videoId) {
+    auto record = getObjectWithPath(path);
+    if (!record || !record->videoId.empty()) return;
+    record->videoId = videoId;
+    saveObject(record, path);
+}
+
 void VODObjectCache::clearObjectWithPath(const std::string& path) {
     if (path.empty()) return;
     std::string key = uniqueIdWithFilePath(path);

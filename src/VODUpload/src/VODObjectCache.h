@@ -47,6 +47,10 @@ public:
     std::shared_ptr<VODObject> getObjectWithPath(const std::string& path);
     // Removes the oldest record of the path's identity and persists; works while disabled too.
     void clearObjectWithPath(const std::string& path);
+    // The video id an earlier upload of the file got from the service; empty when none is remembered.
+    std::string rememberedVideoId(const std::string& path);
+    // Keeps `videoId` for the file unless one is remembered already.
+    void rememberVideoId(const std::string& path, const std::string& videoId);
     // base64 of size + file name + creation date: independent of the directory and the content.
     static std::string uniqueIdWithFilePath(const std::string& path);
 

@@ -1,5 +1,6 @@
 #include "VODUpload/src/VODServiceConfig.h"
 
+#include "VODUpload/src/VODObjectCache.h"
 #include "foundation/http_client.h"
 
 namespace quorvane {
@@ -23,6 +24,10 @@ long VODServiceConfig::effectiveIdleTimeoutSeconds() const {
 
 std::shared_ptr<foundation::HttpClient> VODServiceConfig::client() const {
     return httpClient ? httpClient : foundation::HttpClient::shared();
+}
+
+VODObjectCache& VODServiceConfig::cache() const {
+    return resumeCache ? *resumeCache : VODObjectCache::sharedCache();
 }
 
 }  // namespace quorvane

@@ -50,6 +50,8 @@ struct VODServiceConfig {
     static std::string regionalUrl(const std::string& region);
     long effectiveIdleTimeoutSeconds() const;
     std::shared_ptr<foundation::HttpClient> client() const;
+    // The resume cache this configuration's clients read and write: resumeCache, else the process-wide one.
+    VODObjectCache& cache() const;
 };
 
 }  // namespace quorvane

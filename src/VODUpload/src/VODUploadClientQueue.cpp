@@ -62,7 +62,7 @@ bool VODUploadClient::deleteFile(int index) {
         }
         auto entry = e.uploadList_[index];
         e.uploadList_.erase(e.uploadList_.begin() + index);
-        e.resumeCache().clearObjectWithPath(entry->filePath);
+        e.serviceConfig_.cache().clearObjectWithPath(entry->filePath);
         return true;
     });
 }
@@ -71,7 +71,7 @@ bool VODUploadClient::clearFiles() {
     auto& e = *engine_;
     return e.serially([&] {
         vodLogDebug(VODUploadEngine::kLogSource, "clearFiles called.");
-        for (const auto& entry : e.uploadList_) e.resumeCache().clearObjectWithPath(entry->filePath);
+        for (const auto& entry : e.uploadList_) e.serviceConfig_.cache().clearObjectWithPath(entry->filePath);
         e.uploadList_.clear();
         // The state and the current file stay as they are; the cancelled request reports on its own.
         if (e.cur() && e.cur()->state == UploadFileState::Uploading) e.cancelUploadRequest(false);

@@ -49,10 +49,6 @@ VODUploadEngine::VODUploadEngine(VODServiceConfig config)
     }
 }
 
-VODObjectCache& VODUploadEngine::resumeCache() const {
-    return serviceConfig_.resumeCache ? *serviceConfig_.resumeCache : VODObjectCache::sharedCache();
-}
-
 void VODUploadEngine::later(std::function<void(VODUploadEngine&)> f) {
     queue_->async([weak = weak_from_this(), f = std::move(f)] {
         if (auto self = weak.lock()) self->guarded([&] { f(*self); });
@@ -106,7 +102,7 @@ VODUploadOptions VODUploadEngine::options() const {
 
 // The resume cache may be shared with other clients: only a change of this client's switch moves it.
 void VODUploadEngine::optionsChanged(const VODUploadOptions& before, const VODUploadOptions& now) {
-    if (now.recordUploadProgress != before.recordUploadProgress) resumeCache().setEnabled(now.recordUploadProgress);
+    if (now.recordUploadProgress != before.recordUploadProgress) serviceConfig_.cache().setEnabled(now.recordUploadProgress);
     if (eventManager_ && now.reportEnabled != before.reportEnabled) eventManager_->setEnabled(now.reportEnabled);
 }
 

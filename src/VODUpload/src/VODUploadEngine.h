@@ -198,8 +198,6 @@ private:
     // multipart upload (uploadId set), or pick the first Ready file again.
     void continueAfterNewCredentials();
 
-    // The configuration's resume cache, else the process-wide one.
-    VODObjectCache& resumeCache() const;
     // Engine steps shared by the queue, upload and create files.
     void sendUploadEvent(long long eventCode, const Value& params);
     void cancelUploadRequest(bool logWhenNone);

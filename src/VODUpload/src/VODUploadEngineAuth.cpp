@@ -50,7 +50,7 @@ bool VODUploadEngine::parseUploadAddress(const std::string& uploadAddress,
         const UploadAddress& address = *parsed.value;
         // The resume cache speaks for the current file: an interrupted attempt that already got a video
         // id continues into the object it began.
-        auto& cache = resumeCache();
+        auto& cache = serviceConfig_.cache();
         std::string curPath = cur() ? cur()->filePath : std::string();
         auto entry = cache.getObjectWithPath(curPath);
         if (entry) {

@@ -68,10 +68,10 @@ std::shared_ptr<foundation::HttpTask> VODUploadEngine::createOrRefreshUploadVide
     const std::string& keyId, const std::string& keySecret, const std::string& token, const std::string& title,
     const std::string& fileName, const Value& optionalParams, VODOpenApiCompletionHandler completionHandler) {
     return serially([&] {
-        auto entry = resumeCache().getObjectWithPath(fileName);
-        if (entry && !entry->videoId.empty()) {
-            upload_->curVideoId = entry->videoId;
-            return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, entry->videoId, option(&VODUploadOptions::region),
+        const std::string remembered = serviceConfig_.cache().rememberedVideoId(fileName);
+        if (!remembered.empty()) {
+            upload_->curVideoId = remembered;
+            return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, remembered, option(&VODUploadOptions::region),
                                                   std::move(completionHandler), serviceConfig_);
         }
         return VODOpenApi::createUploadVideo(keyId, keySecret, token, title, fileName, option(&VODUploadOptions::region), optionalParams,
@@ -129,7 +129,7 @@ void VODUploadEngine::onCreateAnswer(const std::optional<Value>& reply, const st
             if (callback_ && callback_->expire) callback_->expire();
         } else if (!image && serviceCode && *serviceCode == VODOpenApiVideoNotFound) {
             // The remembered video is gone on the service side: register the file afresh.
-            resumeCache().clearObjectWithPath(cur->filePath);
+            serviceConfig_.cache().clearObjectWithPath(cur->filePath);
             createUploadVideo();
         } else {
             failCurrentFile(code, message);  // the queue waits on the failed file
@@ -143,12 +143,7 @@ void VODUploadEngine::onCreateAnswer(const std::optional<Value>& reply, const st
         upload_->curImageURL = foundation::stringAt(answer, "ImageURL");
     } else {
         if (auto videoId = foundation::stringAt(answer, "VideoId")) upload_->curVideoId = videoId;
-        auto& cache = resumeCache();
-        auto entry = cache.getObjectWithPath(cur->filePath);
-        if (entry && entry->videoId.empty()) {
-            entry->videoId = upload_->curVideoId.value_or("");
-            cache.saveObject(entry, cur->filePath);
-        }
+        serviceConfig_.cache().rememberVideoId(cur->filePath, upload_->curVideoId.value_or(""));
     }
     continueWithIssuedAuth(address, auth);
 }

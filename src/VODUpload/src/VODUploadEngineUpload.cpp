@@ -312,7 +312,7 @@ void VODUploadEngine::onUploadEnded(const Error* error) {
     auto file = cur();
     if (file) {
         file->state = UploadFileState::Success;
-        resumeCache().clearObjectWithPath(file->filePath);
+        serviceConfig_.cache().clearObjectWithPath(file->filePath);
     }
     if (callback_ && callback_->success) callback_->success(file);
     if (callback_ && callback_->finish) {

@@ -175,6 +175,8 @@ private:
     // ended with no other begun since, its error reported.
     bool handledAsStale(std::uint64_t job, const ReplyError& error, const char* what);
     static void dropStale(const char* what);
+    // A failed slot request's (code, message): expiry asks the delegate for new credentials.
+    void tellSlotFailure(const std::pair<std::string, std::string>& failure);
     void storeSlot(const Value& reply);
     std::optional<std::string> userDataFor(const std::string& videoPath, const std::optional<std::string>& userData);
 

@@ -44,6 +44,15 @@ bool VODUploadSVideoClient::handledAsStale(std::uint64_t job, const ReplyError& 
     return true;
 }
 
+void VODUploadSVideoClient::tellSlotFailure(const std::pair<std::string, std::string>& failure) {
+    tellDelegate([&](auto& d) {
+        if (failure.first == VODOpenApiTokenExpired)
+            d.uploadTokenExpired();
+        else
+            d.uploadFailedWithCode(failure.first, failure.second);
+    });
+}
+
 void VODUploadSVideoClient::storeSlot(const Value& reply) {
     job_.curRequestId = foundation::stringAt(reply, "RequestId");
     job_.curAddress = foundation::stringAt(reply, "UploadAddress");
@@ -77,12 +86,7 @@ void VODUploadSVideoClient::onImageSlot(const Reply& reply, const ReplyError& er
         const auto failure = describe(*error);
         vodLogDebug(kLogSource,
                     "svideo client createUploadImage failed code:" + failure.first + " desc:" + failure.second);
-        tellDelegate([&](auto& d) {
-            if (failure.first == VODOpenApiTokenExpired)
-                d.uploadTokenExpired();
-            else
-                d.uploadFailedWithCode(failure.first, failure.second);
-        });
+        tellSlotFailure(failure);
         return;
     }
     const Value answer = reply ? *reply : Value::object();
@@ -122,11 +126,11 @@ void VODUploadSVideoClient::createUploadVideo() {
     fields.userData = userDataFor(job_.videoPath, info.userData);
 
     auto handler = replyHandler(&VODUploadSVideoClient::onVideoSlot);
-    auto record = VODObjectCache::sharedCache().getObjectWithPath(job_.videoPath);
-    if (record && !record->videoId.empty()) {
-        job_.curVideoId = record->videoId;
+    const std::string remembered = serviceConfig().cache().rememberedVideoId(job_.videoPath);
+    if (!remembered.empty()) {
+        job_.curVideoId = remembered;
         curTask_ = VODOpenApi::refreshUploadVideo(job_.accessKeyId, job_.accessKeySecret, job_.accessToken,
-                                                  record->videoId, region(), std::move(handler), serviceConfig());
+                                                  remembered, region(), std::move(handler), serviceConfig());
     } else {
         // The whole local path goes as the file name.
         curTask_ = VODOpenApi::createUploadVideo(job_.accessKeyId, job_.accessKeySecret, job_.accessToken, *info.title,
@@ -145,15 +149,10 @@ void VODUploadSVideoClient::onVideoSlot(const Reply& reply, const ReplyError& er
                                     " desc:" + failure.second);
         if (failure.first == VODOpenApiVideoNotFound) {
             // The remembered video is gone: ask for a new one at once.
-            VODObjectCache::sharedCache().clearObjectWithPath(job_.videoPath);
+            serviceConfig().cache().clearObjectWithPath(job_.videoPath);
             return createUploadVideo();
         }
-        tellDelegate([&](auto& d) {
-            if (failure.first == VODOpenApiTokenExpired)
-                d.uploadTokenExpired();
-            else
-                d.uploadFailedWithCode(failure.first, failure.second);
-        });
+        tellSlotFailure(failure);
         return;
     }
     const Value answer = reply ? *reply : Value::object();
@@ -161,12 +160,7 @@ void VODUploadSVideoClient::onVideoSlot(const Reply& reply, const ReplyError& er
     if (auto videoId = foundation::stringAt(answer, "VideoId")) job_.curVideoId = videoId;
     const std::string videoId = job_.curVideoId.value_or("");
     vodLogDebug(kLogSource, "svideo client createOrRefreshUploadVideo success videoid:" + videoId);
-    auto& cache = VODObjectCache::sharedCache();
-    auto record = cache.getObjectWithPath(job_.videoPath);
-    if (record && record->videoId.empty()) {
-        record->videoId = videoId;
-        cache.saveObject(record, job_.videoPath);
-    }
+    serviceConfig().cache().rememberVideoId(job_.videoPath, videoId);
     if (status_ != kStatusPaused) uploadVideo();
 }
 
@@ -203,12 +197,7 @@ void VODUploadSVideoClient::onRefreshedSlot(const Reply& reply, const ReplyError
         if (!expired) runFile_.reset();  // the job is over: what the engine still says is an earlier job's
         vodLogDebug(kLogSource,
                     "svideo client refreshUploadVideo failed code:" + failure.first + " desc:" + failure.second);
-        tellDelegate([&](auto& d) {
-            if (expired)
-                d.uploadTokenExpired();
-            else
-                d.uploadFailedWithCode(failure.first, failure.second);
-        });
+        tellSlotFailure(failure);
         return;
     }
     const Value answer = reply ? *reply : Value::object();
