@@ -286,6 +286,27 @@ TEST_F(RecordedUpload, GoneOnTheServiceStartsAFreshUploadInTheSameRun) {
     EXPECT_EQ(recordCount(), 0u);
 }
 
+// The fresh upload is this run's own: when the service loses that one too, the file fails rather than
+// begin again and again.
+TEST_F(RecordedUpload, OnlyTheRecordedUploadIsBegunAgain) {
+    auto path = makeFile("twice.bin", randomBytes(3 * kMiB, 21));
+    abortOnService("in/twice.bin", interruptedRun(path, "in/twice.bin"));
+    cloud.addFaults({Fault::error("UploadPart", 404, "NoSuchUpload"), Fault::error("UploadPart", 404, "NoSuchUpload")});
+    auto next = VODUploadClient::create(services());
+    next->setRecordDirectoryPath(dir.file("records"));
+    engineOf(*next).setRetryWait(20ms);
+    RecordingListener heard;
+    auto fresh = cloud.issueSts();
+    ASSERT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration, heard.make()));
+    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/twice.bin"));
+    ASSERT_TRUE(next->start());
+    ASSERT_TRUE(waitForEnd(heard));
+    ASSERT_EQ(heard.count("failure"), 1);
+    EXPECT_EQ(heard.failures().at(0).first, "NoSuchUpload");
+    EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 2u);
+    next->stop();
+}
+
 // An upload id means something on one service only, and "resumed" tells what the service really holds
 // for this very key: the same file and key sent elsewhere, or to another key, starts afresh with nothing
 // resumed; the record stays for a run against its own service and key, which sends the missing parts only.
