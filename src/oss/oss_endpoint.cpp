@@ -84,7 +84,6 @@ std::optional<OSSEndpoint> parseEndpoint(const std::string& endpoint, bool force
     if (host.empty() || host == "[]") return fail("has no host");
     if (!validHostChars(host)) return fail("has characters no host name may have");
     std::transform(host.begin(), host.end(), host.begin(), ::tolower);
-    result.host = host;
     result.hostPort = rest;
     std::transform(result.hostPort.begin(), result.hostPort.end(), result.hostPort.begin(), ::tolower);
     result.pathStyle = forcePathStyle || isIpOrLocalHost(host);

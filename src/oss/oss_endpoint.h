@@ -9,7 +9,6 @@ namespace quorvane::oss {
 
 struct OSSEndpoint {
     std::string scheme = "https";
-    std::string host;      // without port; IPv6 literals keep their brackets
     std::string hostPort;  // host[:port]
     bool pathStyle = false;
 };

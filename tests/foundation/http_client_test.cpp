@@ -15,7 +15,7 @@
 using namespace quorvane;
 using namespace quorvane::foundation;
 using quorvane::test::RawHeaderServer;
-using quorvane::test::TestServer;
+using quorvane::test::LoopbackHttpServer;
 
 namespace {
 
@@ -109,7 +109,7 @@ protected:
 
     std::mutex mutex;
     std::vector<Seen> seen;
-    TestServer server;
+    LoopbackHttpServer server;
     Gate gate;  // after the server: released before it stops
 };
 
@@ -197,7 +197,7 @@ TEST_F(HttpClientTest, ErrorStatusIsAnAnswerAndTransportFailuresAreErrors) {
 
     int freePort;
     {
-        TestServer closed;
+        LoopbackHttpServer closed;
         closed.start();
         freePort = closed.port();
     }

@@ -1,38 +1,15 @@
 #pragma once
 // Loopback servers for the HTTP client tests: a cpp-httplib server on a free port, and a
 // one-shot socket that records a request's raw header block (httplib sorts headers by name).
-#include <httplib.h>
-
 #include <asio.hpp>
 
-#include <chrono>
 #include <future>
 #include <string>
 #include <thread>
 
+#include "support/loopback_http.h"
+
 namespace quorvane::test {
-
-class TestServer {
-public:
-    ~TestServer() {
-        server_.stop();
-        if (thread_.joinable()) thread_.join();
-    }
-    httplib::Server& http() { return server_; }
-    // Call after adding the handlers.
-    void start() {
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-        while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    std::uint16_t port() const { return static_cast<std::uint16_t>(port_); }
-    std::string url(const std::string& path) const { return "http://127.0.0.1:" + std::to_string(port_) + path; }
-
-private:
-    httplib::Server server_;
-    std::thread thread_;
-    int port_ = 0;
-};
 
 // Accepts one connection, keeps what arrives up to the blank line, answers 200 "ok" and closes.
 class RawHeaderServer {

@@ -1,18 +1,16 @@
 #pragma once
 // A stand-in log service on a free loopback port: records the raw query of every track request,
 // and can hold requests on a latch to play a stalled service.
-#include <httplib.h>
-
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
 #include "VODUpload/src/AVCVEventTransport.h"
 #include "foundation/http_client.h"
+#include "support/loopback_http.h"
 
 namespace quorvane::test {
 
@@ -24,7 +22,7 @@ struct TrackRequest {
 class LogServiceServer {
 public:
     LogServiceServer() {
-        server_.Get(R"(/logstores/([^/]+)/track)", [this](const httplib::Request& req, httplib::Response& res) {
+        server_.http().Get(R"(/logstores/([^/]+)/track)", [this](const httplib::Request& req, httplib::Response& res) {
             {
                 std::unique_lock lock(mutex_);
                 ++entered_;
@@ -36,19 +34,16 @@ public:
             }
             res.set_content("", "text/plain");
         });
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-        while (!server_.is_running()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        server_.start();
     }
     ~LogServiceServer() {
         release();
         server_.stop();
-        thread_.join();
     }
     LogServiceServer(const LogServiceServer&) = delete;
     LogServiceServer& operator=(const LogServiceServer&) = delete;
 
-    std::string endpoint() const { return "http://127.0.0.1:" + std::to_string(port_); }
+    std::string endpoint() const { return server_.url(); }
 
     // Requests arriving from now on wait until release().
     void hold() {
@@ -74,9 +69,7 @@ public:
     }
 
 private:
-    httplib::Server server_;
-    std::thread thread_;
-    int port_ = 0;
+    LoopbackHttpServer server_;
     mutable std::mutex mutex_;
     std::condition_variable changed_;
     bool holding_ = false;

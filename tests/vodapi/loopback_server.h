@@ -1,13 +1,11 @@
 #pragma once
 // A cpp-httplib server on a free loopback port, stopped when it goes out of scope (also when an
 // assertion fails). Its canned answers record every request they serve.
-#include <httplib.h>
-
-#include <chrono>
 #include <mutex>
 #include <string>
-#include <thread>
 #include <vector>
+
+#include "support/loopback_http.h"
 
 namespace vodapi_test {
 
@@ -20,14 +18,8 @@ public:
 
     LoopbackServer() {
         // One request per connection, so stopping never waits for an idle kept-alive client.
-        server_.set_keep_alive_max_count(1);
-        port_ = server_.bind_to_any_port("127.0.0.1");
-        thread_ = std::thread([this] { server_.listen_after_bind(); });
-        for (int i = 0; i < 2000 && !server_.is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    }
-    ~LoopbackServer() {
-        server_.stop();
-        if (thread_.joinable()) thread_.join();
+        server_.http().set_keep_alive_max_count(1);
+        server_.start();
     }
 
     // Answers GET (or POST) requests for `path` with `status` and a JSON `body`.
@@ -41,23 +33,20 @@ public:
             res.status = status;
             res.set_content(body, "application/json");
         };
-        if (method == "POST") server_.Post(path, handler);
-        else server_.Get(path, handler);
+        if (method == "POST") server_.http().Post(path, handler);
+        else server_.http().Get(path, handler);
     }
 
-    int port() const { return port_; }
-    std::string base() const { return "http://127.0.0.1:" + std::to_string(port_) + "/"; }
+    std::string base() const { return server_.url("/"); }
     std::vector<Seen> seen() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return seen_;
     }
 
 private:
-    httplib::Server server_;
-    int port_ = 0;
-    std::thread thread_;
     mutable std::mutex mutex_;
     std::vector<Seen> seen_;
+    quorvane::test::LoopbackHttpServer server_;  // last: stopped before what its handlers use goes
 };
 
 // A base URL where nothing listens: the port of a server that has just stopped.
