@@ -230,6 +230,15 @@ protected:
     // until the file is done.
     void runAgain(Rerun& run, const std::string& path, const std::string& key,
                   emulator::CloudEmulator* service = nullptr) {
+        auto next = startAgain(run, path, key, service);
+        ASSERT_TRUE(next);
+        ASSERT_EQ(run.listener.count("failure"), 0) << run.listener.failures().at(0).first;
+        ASSERT_TRUE(waitUntil([&] { return next->state() == VODClientState::Finished; }));
+        next->stop();
+    }
+    // The same until the file ended, well or not; nullptr when the client could not start.
+    std::shared_ptr<VODUploadClient> startAgain(Rerun& run, const std::string& path, const std::string& key,
+                                                emulator::CloudEmulator* service = nullptr) {
         auto& to = service ? *service : cloud;
         auto next = VODUploadClient::create(services());
         next->setRecordDirectoryPath(dir.file("records"));
@@ -239,13 +248,10 @@ protected:
         // Called on the engine's queue only, one call at a time.
         l->resumed = [&run](const auto&, std::uint64_t stored) { run.resumed.push_back(stored); };
         auto fresh = to.issueSts();
-        ASSERT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration, l));
-        ASSERT_TRUE(next->addFile(path, to.endpoint(), to.options().bucket, key));
-        ASSERT_TRUE(next->start());
-        ASSERT_TRUE(waitForEnd(run.listener));
-        ASSERT_EQ(run.listener.count("failure"), 0) << run.listener.failures().at(0).first;
-        ASSERT_TRUE(waitUntil([&] { return next->state() == VODClientState::Finished; }));
-        next->stop();
+        const bool started =
+            next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration, l) &&
+            next->addFile(path, to.endpoint(), to.options().bucket, key) && next->start();
+        return started && waitForEnd(run.listener) ? next : nullptr;
     }
 
     void abortOnService(const std::string& key, const std::string& uploadId) {
@@ -292,17 +298,12 @@ TEST_F(RecordedUpload, OnlyTheRecordedUploadIsBegunAgain) {
     auto path = makeFile("twice.bin", randomBytes(3 * kMiB, 21));
     abortOnService("in/twice.bin", interruptedRun(path, "in/twice.bin"));
     cloud.addFaults({Fault::error("UploadPart", 404, "NoSuchUpload"), Fault::error("UploadPart", 404, "NoSuchUpload")});
-    auto next = VODUploadClient::create(services());
-    next->setRecordDirectoryPath(dir.file("records"));
-    engineOf(*next).setRetryWait(20ms);
-    RecordingListener heard;
-    auto fresh = cloud.issueSts();
-    ASSERT_TRUE(next->init(fresh.AccessKeyId, fresh.AccessKeySecret, fresh.SecurityToken, fresh.Expiration, heard.make()));
-    ASSERT_TRUE(next->addFile(path, cloud.endpoint(), bucket(), "in/twice.bin"));
-    ASSERT_TRUE(next->start());
-    ASSERT_TRUE(waitForEnd(heard));
-    ASSERT_EQ(heard.count("failure"), 1);
-    EXPECT_EQ(heard.failures().at(0).first, "NoSuchUpload");
+    Rerun again;
+    auto next = startAgain(again, path, "in/twice.bin");
+    ASSERT_TRUE(next);
+    EXPECT_EQ(again.restarts, 1);
+    ASSERT_EQ(again.listener.count("failure"), 1);
+    EXPECT_EQ(again.listener.failures().at(0).first, "NoSuchUpload");
     EXPECT_EQ(cloud.requests("InitiateMultipartUpload").size(), 2u);
     next->stop();
 }
