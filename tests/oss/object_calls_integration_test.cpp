@@ -7,6 +7,7 @@
 
 #include "oss/oss_endpoint.h"
 #include "oss_fixture.h"
+#include "support/loopback_http.h"
 
 namespace oss_test {
 namespace {
@@ -177,6 +178,33 @@ TEST_F(ObjectCalls, ListingPagesByMarkerAndRollsUpPrefixes) {
     EXPECT_TRUE(waited(client->listObjects(bad))->isFaulted());
 }
 
+// Services that name no NextMarker on a truncated page (S3's way without a delimiter): the next page
+// starts after the page's last key, or after its last common prefix when that sorts later.
+TEST(ListObjectsWithoutNextMarker, GoesOnAfterTheLastKeyOrPrefix) {
+    quorvane::test::LoopbackHttpServer server;
+    const std::string pages[] = {
+        "<Contents><Key>a/1</Key><Size>1</Size></Contents><CommonPrefixes><Prefix>a/x/</Prefix></CommonPrefixes>",
+        "<Contents><Key>b/1</Key><Size>1</Size></Contents><Contents><Key>b/2</Key><Size>2</Size></Contents>",
+        "<CommonPrefixes><Prefix>c/</Prefix></CommonPrefixes><Contents><Key>d</Key><Size>3</Size></Contents>"};
+    std::atomic<int> served{0};
+    server.http().set_keep_alive_max_count(1);  // nothing kept alive holds the server's end
+    server.http().Get(R"(/.*)", [&](const httplib::Request&, httplib::Response& res) {
+        res.set_content("<ListBucketResult><IsTruncated>true</IsTruncated>" + pages[served++ % 3] +
+                            "</ListBucketResult>",
+                        "application/xml");
+    });
+    server.start();
+    OSSClient client(server.url(), std::make_shared<OSSPlainTextAKSKPairCredentialProvider>("id", "secret"));
+    for (const char* expected : {"a/x/", "b/2", "d"}) {
+        auto request = std::make_shared<OSSListObjectsRequest>();
+        request->bucketName = "bucket";
+        auto task = client.listObjects(request);
+        ASSERT_TRUE(task->waitFor(kWait));
+        ASSERT_FALSE(task->error()) << task->error()->toString();
+        EXPECT_EQ(task->result()->nextMarker, expected);
+    }
+}
+
 TEST_F(ObjectCalls, RangesComeBackExactlyAndAWholeObjectIsCrcChecked) {
     std::string bytes;
     for (int i = 0; i < 5000; ++i) bytes += static_cast<char>(i * 7);
@@ -246,10 +274,15 @@ TEST_F(ObjectCalls, DeletesReportWhatWentAndPresignedUrlsAreSignedForOneRequest)
 
     presign.expires = std::chrono::hours(24 * 7) + std::chrono::seconds(1);
     EXPECT_FALSE(client->presignObjectURL(presign, &error));
+    EXPECT_EQ(error.code, OSSClientErrorCodeInvalidArgument);
+    EXPECT_NE(error.toString().find("1 second to 7 days"), std::string::npos) << error.toString();
     OSSClientConfiguration v1;
     v1.signatureVersion = OSSSignatureVersion::V1;
+    v1.region = cloud.options().region;  // refused for its version, not for want of a region
     presign.expires = std::chrono::minutes(1);
+    error = Error();
     EXPECT_FALSE(makeClient(v1)->presignObjectURL(presign, &error));
+    EXPECT_NE(error.toString().find("V4 only"), std::string::npos) << error.toString();
 
     // Credentials that arrive without their secret: no URL, and an error that says why.
     emulator::StsCredentials noSecret;
