@@ -77,6 +77,9 @@ TEST_F(CreateUpload, ClipAndImageAreRegisteredThenUploadedWithTheIssuedCredentia
     for (const auto& r : cloud.requests("UploadPart"))
         EXPECT_NE(r.header("x-oss-security-token"), sts.SecurityToken);
     EXPECT_TRUE(VODObjectCache::sharedCache().getObjectWithPath(clip)->videoId.empty());  // cleared on success
+    // The service hears the clip's progress under the video it registered.
+    ASSERT_TRUE(waitUntil([&] { return !cloud.progressReports().empty(); }));
+    for (const auto& report : cloud.progressReports()) EXPECT_EQ(report.fields.value("VideoId", ""), video.videoId);
 
     // The image is registered with its lower-case extension and finishes with its URL.
     const auto images = cloud.images();

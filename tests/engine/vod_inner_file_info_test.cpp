@@ -12,6 +12,7 @@
 #include "engine_test_support.h"
 #include "foundation/crypto.h"
 
+using quorvane::Value;
 using quorvane::VODInnerFileInfo;
 using quorvane::test::TempDir;
 
@@ -69,6 +70,10 @@ TEST(VODInnerFileInfo, ShortFilesAreHashedWholeAndLimitsCountWholeBuffers) {
     EXPECT_EQ(empty.fileSize, "0");
     EXPECT_EQ(empty.fileHash, "d41d8cd98f00b204e9800998ecf8427e");
     EXPECT_EQ(empty.fileType, "other");
+    const Value dictionary = VODInnerFileInfo(dir.file("a.jpg")).toDictionary();
+    EXPECT_EQ(dictionary, (Value{{"FileName", "a.jpg"}, {"FileSize", "1000"},
+                                 {"FileCreateTime", VODInnerFileInfo(dir.file("a.jpg")).fileCreateTime},
+                                 {"FileHash", opensslMd5(bytes)}}));
 }
 
 TEST(VODInnerFileInfo, MissingOrUnreadableFileGivesEmptyFields) {
