@@ -13,6 +13,7 @@
 #include "oss/oss_body.h"
 #include "oss/oss_checkpoint.h"
 #include "oss/oss_error.h"
+#include "oss/oss_local_file.h"
 #include "oss/oss_log.h"
 #include "oss/oss_progress.h"
 #include "oss/oss_task.h"
@@ -257,4 +258,10 @@ TEST(OSSLocalFile, CrcOfARangeCoversEveryByteOfItAndNothingMore) {
     EXPECT_EQ(crc64OfFileRange(path, bytes.size() - 1, 2), std::nullopt);
     EXPECT_EQ(crc64OfFileRange(path + ".gone", 0, 1), std::nullopt);
     std::filesystem::remove(path);
+}
+
+// A file URL names the path it encodes; anything else is a path already.
+TEST(OSSLocalFile, AFileUrlNamesThePathItEncodes) {
+    EXPECT_EQ(pathFromFileURL("file:///tmp/a%20b.mp4"), "/tmp/a b.mp4");
+    EXPECT_EQ(pathFromFileURL("/tmp/file://x"), "/tmp/file://x");
 }
