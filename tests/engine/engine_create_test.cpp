@@ -40,6 +40,7 @@ TEST_F(CreateUpload, ClipAndImageAreRegisteredThenUploadedWithTheIssuedCredentia
     client->setAppId(std::string("app-7"));
     client->setWorkflowId(std::string(""));  // an empty workflow or template group counts as none
     info->templateGroupId = "";
+    info->desc = "both files";
     auto photo = makeFile("PHOTO.JPG", randomBytes(120 << 10, 9));
     ASSERT_TRUE(client->addFile(clip, info));
     ASSERT_TRUE(addAndStart(photo, info));
@@ -58,6 +59,7 @@ TEST_F(CreateUpload, ClipAndImageAreRegisteredThenUploadedWithTheIssuedCredentia
     EXPECT_EQ(video.params.value("TranscodeMode", ""), "NoTranscode");
     EXPECT_FALSE(video.params.contains("WorkflowId"));
     EXPECT_EQ(video.params.value("AppId", ""), "app-7");
+    EXPECT_EQ(video.params.value("Description", ""), "both files");
     auto userData = foundation::parseJson(video.params.value("UserData", ""));
     ASSERT_TRUE(userData);
     EXPECT_EQ(userData->value("a", ""), "1");
@@ -86,6 +88,7 @@ TEST_F(CreateUpload, ClipAndImageAreRegisteredThenUploadedWithTheIssuedCredentia
     ASSERT_EQ(images.size(), 1u);
     EXPECT_EQ(images[0].params.value("ImageExt", ""), "jpg");
     EXPECT_EQ(images[0].params.value("ImageType", ""), "cover");
+    EXPECT_EQ(images[0].params.value("Description", ""), "both files");
     EXPECT_EQ(images[0].params.value("UserData", ""), R"({"a":"1"})");  // no media facts for images
     EXPECT_EQ(listener.results().at(1).imageUrl, images[0].imageURL);
     EXPECT_FALSE(listener.results().at(1).videoId);
