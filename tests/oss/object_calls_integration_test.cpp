@@ -181,12 +181,12 @@ TEST_F(ObjectCalls, ListingPagesByMarkerAndRollsUpPrefixes) {
 // Services that name no NextMarker on a truncated page (S3's way without a delimiter): the next page
 // starts after the page's last key, or after its last common prefix when that sorts later.
 TEST(ListObjectsWithoutNextMarker, GoesOnAfterTheLastKeyOrPrefix) {
-    quorvane::test::LoopbackHttpServer server;
     const std::string pages[] = {
         "<Contents><Key>a/1</Key><Size>1</Size></Contents><CommonPrefixes><Prefix>a/x/</Prefix></CommonPrefixes>",
         "<Contents><Key>b/1</Key><Size>1</Size></Contents><Contents><Key>b/2</Key><Size>2</Size></Contents>",
         "<CommonPrefixes><Prefix>c/</Prefix></CommonPrefixes><Contents><Key>d</Key><Size>3</Size></Contents>"};
     std::atomic<int> served{0};
+    quorvane::test::LoopbackHttpServer server;  // after what its handler uses, so it stops first
     server.http().set_keep_alive_max_count(1);  // nothing kept alive holds the server's end
     server.http().Get(R"(/.*)", [&](const httplib::Request&, httplib::Response& res) {
         res.set_content("<ListBucketResult><IsTruncated>true</IsTruncated>" + pages[served++ % 3] +
