@@ -236,7 +236,8 @@ protected:
         ASSERT_TRUE(waitUntil([&] { return next->state() == VODClientState::Finished; }));
         next->stop();
     }
-    // The same until the file ended, well or not; nullptr when the client could not start.
+    // The same until the file ended, well or not; nullptr when the client could not start or the file
+    // did not end in time.
     std::shared_ptr<VODUploadClient> startAgain(Rerun& run, const std::string& path, const std::string& key,
                                                 emulator::CloudEmulator* service = nullptr) {
         auto& to = service ? *service : cloud;

@@ -109,10 +109,7 @@ TEST_F(SVideoUpload, CoverAndClipGoUpAsOneJobWithTheVideoNamingTheCover) {
 
 TEST_F(SVideoUpload, RememberedVideoGetsItsSlotRefreshedInsteadOfANewOne) {
     const auto ticket = cloud.createUploadTicket("earlier", clip);
-    auto record = cache->getObjectWithPath(clip);
-    ASSERT_TRUE(record);
-    record->videoId = ticket.videoId;
-    cache->saveObject(record, clip);
+    cache->rememberVideoId(clip, ticket.videoId);
 
     ASSERT_TRUE(start());
     ASSERT_TRUE(delegate->waitFor("result"));
@@ -127,10 +124,7 @@ TEST_F(SVideoUpload, RememberedVideoGetsItsSlotRefreshedInsteadOfANewOne) {
 }
 
 TEST_F(SVideoUpload, VanishedRememberedVideoIsRegisteredAfresh) {
-    auto record = cache->getObjectWithPath(clip);
-    ASSERT_TRUE(record);
-    record->videoId = "0123456789abcdef0123456789abcdef";
-    cache->saveObject(record, clip);
+    cache->rememberVideoId(clip, "0123456789abcdef0123456789abcdef");
 
     ASSERT_TRUE(start());
     ASSERT_TRUE(delegate->waitFor("result"));

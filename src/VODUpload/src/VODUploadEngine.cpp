@@ -102,7 +102,8 @@ VODUploadOptions VODUploadEngine::options() const {
 
 // The resume cache may be shared with other clients: only a change of this client's switch moves it.
 void VODUploadEngine::optionsChanged(const VODUploadOptions& before, const VODUploadOptions& now) {
-    if (now.recordUploadProgress != before.recordUploadProgress) serviceConfig_.cache().setEnabled(now.recordUploadProgress);
+    if (now.recordUploadProgress != before.recordUploadProgress)
+        serviceConfig_.cache().setEnabled(now.recordUploadProgress);
     if (eventManager_ && now.reportEnabled != before.reportEnabled) eventManager_->setEnabled(now.reportEnabled);
 }
 

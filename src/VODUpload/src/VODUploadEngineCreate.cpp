@@ -71,8 +71,9 @@ std::shared_ptr<foundation::HttpTask> VODUploadEngine::createOrRefreshUploadVide
         const std::string remembered = serviceConfig_.cache().rememberedVideoId(fileName);
         if (!remembered.empty()) {
             upload_->curVideoId = remembered;
-            return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, remembered, option(&VODUploadOptions::region),
-                                                  std::move(completionHandler), serviceConfig_);
+            return VODOpenApi::refreshUploadVideo(keyId, keySecret, token, remembered,
+                                                  option(&VODUploadOptions::region), std::move(completionHandler),
+                                                  serviceConfig_);
         }
         return VODOpenApi::createUploadVideo(keyId, keySecret, token, title, fileName, option(&VODUploadOptions::region), optionalParams,
                                              std::move(completionHandler), serviceConfig_);
